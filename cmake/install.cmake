@@ -1,0 +1,33 @@
+# Installation: headers, the shared libraries with their SONAMEs, a CMake
+# package (find_package(vyrax) gives vyrax::vyrax) and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS ordonotes qentypes vyrax
+  EXPORT vyraxTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# Modules loaded by name at run time.
+install(TARGETS vyr_ver LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+if(TARGET vyr_cfs)
+  install(TARGETS vyr_cfs LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
+
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/qen/include/qen DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/ordonotes/include/ordonotes DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# Only the public headers of the library: those at the top of vyrax/.
+file(GLOB VYRAX_PUBLIC_HEADERS ${PROJECT_SOURCE_DIR}/vyrax/*.h)
+install(FILES ${VYRAX_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vyrax)
+
+set(VYRAX_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/vyrax)
+install(EXPORT vyraxTargets NAMESPACE vyrax:: DESTINATION ${VYRAX_CMAKE_DIR})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/vyraxConfig.cmake.in
+  ${CMAKE_BINARY_DIR}/vyraxConfig.cmake INSTALL_DESTINATION ${VYRAX_CMAKE_DIR})
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/vyraxConfigVersion.cmake
+  VERSION ${PROJECT_VERSION} COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/vyraxConfig.cmake ${CMAKE_BINARY_DIR}/vyraxConfigVersion.cmake
+  DESTINATION ${VYRAX_CMAKE_DIR})
+
+configure_file(${PROJECT_SOURCE_DIR}/cmake/vyrax.pc.in ${CMAKE_BINARY_DIR}/vyrax.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/vyrax.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

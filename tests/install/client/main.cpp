@@ -1,0 +1,26 @@
+// Starts the library and packs a tag, as any client would.
+#include <cstdio>
+#include <memory>
+
+#include <vyrax/vyrax.h>
+
+int main() {
+  if (!__QEN_INITIALIZATION_FUNCTION_VYRAX__()) {
+    std::puts("start-up failed");
+    return 1;
+  }
+  VYR_TTag tag(16ULL, 32ULL);
+  QEN_TMemoryStream memory;
+  QEN_TDataStream out(memory);
+  out << tag;
+  QEN_TMemoryStream source(memory.Data(), memory.Length(), memory.Length());
+  QEN_TDataStream in(source);
+  std::unique_ptr<QEN_IInterface> copy(in.Extract(true));
+  const VYR_TTag* rebuilt = copy ? copy->DynamicCast<VYR_TTag>() : nullptr;
+  if (rebuilt == nullptr || !(*rebuilt == tag)) {
+    std::puts("tag did not survive packing");
+    return 1;
+  }
+  std::printf("packed a tag into %u bytes and rebuilt it\n", memory.Length());
+  return 0;
+}

@@ -1,0 +1,178 @@
+// The tag: construction, binary and text forms, debug print.
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <vyrax/vyrax.h>
+
+namespace {
+
+class TagTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
+};
+
+std::vector<unsigned char> Pack(const QEN_IPackable& object) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream stream(memory);
+  stream << object;
+  stream.Flush();
+  return std::vector<unsigned char>(memory.Data(), memory.Data() + memory.Length());
+}
+
+std::unique_ptr<QEN_IInterface> Extract(std::vector<unsigned char> bytes) {
+  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
+                           static_cast<unsigned>(bytes.size()));
+  QEN_TDataStream stream(memory);
+  return std::unique_ptr<QEN_IInterface>(stream.Extract(true));
+}
+
+std::string Write(const VYR_TTag& tag) {
+  QEN_TMemoryStream memory;
+  QEN_THumanReadableStream stream(memory);
+  tag.WriteTo(stream);
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+VYR_TTag Read(std::string text) {
+  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
+                           static_cast<unsigned>(text.size()));
+  QEN_THumanReadableStream stream(memory);
+  VYR_TTag tag;
+  tag.ReadFrom(stream);
+  return tag;
+}
+
+// Counts the calls that a class makes on a packing stream.
+class RecordingStream : public QEN_IPacking {
+ public:
+  std::vector<std::string> calls;
+  QEN_IPacking& operator<<(const QEN_IPackable&) override { return Note("object"); }
+  QEN_IPacking& operator<<(double) override { return Note("double"); }
+  QEN_IPacking& operator<<(bool) override { return Note("bool"); }
+  QEN_IPacking& operator<<(unsigned long long) override { return Note("u64"); }
+  QEN_IPacking& operator<<(unsigned v) override { return Note("u32 " + std::to_string(v)); }
+  QEN_IPacking& operator<<(unsigned short) override { return Note("u16"); }
+  QEN_IPacking& operator<<(unsigned char) override { return Note("u8"); }
+  QEN_IPacking& operator<<(int) override { return Note("i32"); }
+  QEN_IPacking& PutBytes(const void*, unsigned) override { return Note("bytes"); }
+  QEN_IPacking& PackBeginClass(const char*) override { return Note("begin"); }
+  QEN_IPacking& PackEndClass(const char*) override { return Note("end"); }
+
+ private:
+  QEN_IPacking& Note(std::string call) {
+    calls.push_back(std::move(call));
+    return *this;
+  }
+};
+
+}  // namespace
+
+TEST_F(TagTest, ConstructionSplitsSixtyFourBitValues) {
+  VYR_TTag tag(0x100000002ULL, 0x300000004ULL);
+  EXPECT_EQ(tag.Position(), 2u);
+  EXPECT_EQ(tag.PositionHigh(), 1u);
+  EXPECT_EQ(tag.Size(), 4u);
+  EXPECT_EQ(tag.SizeHigh(), 3u);
+  EXPECT_EQ(VYR_TTag(16ULL, 32ULL), VYR_TTag(16, 0, 32, 0));
+}
+
+TEST_F(TagTest, EmptinessIsTheReverseOfTheUsualSense) {
+  EXPECT_TRUE(VYR_TTag());
+  EXPECT_TRUE(VYR_TTag(0, 0, 0, 0));
+  EXPECT_TRUE(VYR_TTag(0ULL, 0ULL));
+  EXPECT_EQ(VYR_TTag(), VYR_TTag(0ULL, 0ULL));
+  VYR_TTag onlySizeHigh(0, 0, 0, 1);
+  EXPECT_FALSE(onlySizeHigh);
+  EXPECT_NE(onlySizeHigh, VYR_TTag());
+  EXPECT_FALSE(onlySizeHigh == VYR_TTag());
+}
+
+TEST_F(TagTest, PacksExactlyFourWordsInFieldOrder) {
+  RecordingStream recorder;
+  VYR_TTag(1, 2, 3, 4).QEN_Pack(recorder);
+  EXPECT_EQ(recorder.calls, (std::vector<std::string>{"u32 1", "u32 2", "u32 3", "u32 4"}));
+}
+
+TEST_F(TagTest, PackAndExtractRebuildsByClassName) {
+  VYR_TTag tag(16ULL, 32ULL);
+  std::unique_ptr<QEN_IInterface> rebuilt = Extract(Pack(tag));
+  ASSERT_NE(rebuilt, nullptr);
+  EXPECT_STREQ(rebuilt->ClassName(), "VYR_TTag");
+  const VYR_TTag* copy = rebuilt->DynamicCast<VYR_TTag>();
+  ASSERT_NE(copy, nullptr);
+  EXPECT_TRUE(copy->QEN_IsIdent(tag));
+  EXPECT_EQ(*copy, tag);
+}
+
+TEST_F(TagTest, PackedFormIsPinned) {
+  std::vector<unsigned char> packed = Pack(VYR_TTag(16ULL, 32ULL));
+  std::string path = std::string(VYRAX_TEST_DATA_DIR) + "/golden/vyr_tag.bin";
+  if (std::getenv("VYRAX_REGENERATE_GOLDEN") != nullptr) {
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(packed.data()),
+                                                static_cast<std::streamsize>(packed.size()));
+  }
+  std::ifstream file(path, std::ios::binary);
+  ASSERT_TRUE(file) << path;
+  std::vector<unsigned char> golden((std::istreambuf_iterator<char>(file)),
+                                    std::istreambuf_iterator<char>());
+  EXPECT_EQ(packed, golden);
+  std::unique_ptr<QEN_IInterface> rebuilt = Extract(golden);
+  ASSERT_NE(rebuilt, nullptr);
+  EXPECT_EQ(*rebuilt->DynamicCast<VYR_TTag>(), VYR_TTag(16ULL, 32ULL));
+}
+
+TEST_F(TagTest, TruncatedPackedTagIsAnExceptionAtEveryLength) {
+  std::vector<unsigned char> packed = Pack(VYR_TTag(1, 2, 3, 4));
+  for (size_t length = 0; length < packed.size(); ++length) {
+    std::vector<unsigned char> cut(packed.begin(), packed.begin() + length);
+    EXPECT_THROW(Extract(cut), QEN_EException) << "length " << length;
+  }
+}
+
+TEST_F(TagTest, TextFormReadsBack) {
+  EXPECT_EQ(Write(VYR_TTag(16ULL, 32ULL)), "16 : 0, 32 : 0");
+  VYR_TTag largest(0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu);
+  EXPECT_EQ(Write(largest), "4294967295 : 4294967295, 4294967295 : 4294967295");
+  EXPECT_EQ(Read(Write(largest)), largest);
+  EXPECT_EQ(Read("16 : 0, 32 : 0"), VYR_TTag(16ULL, 32ULL));
+  EXPECT_EQ(Read("7:1,\n  9 :\t2"), VYR_TTag(7, 1, 9, 2));
+}
+
+TEST_F(TagTest, TextThatDoesNotFitIsASyntaxError) {
+  // White space before the comma is not allowed; before the colons it is.
+  EXPECT_THROW(Read("1 : 2 3 : 4"), QEN_ESyntaxError);
+  EXPECT_THROW(Read("1 : 2 , 3 : 4"), QEN_ESyntaxError);
+  EXPECT_THROW(Read("1 ; 2, 3 : 4"), QEN_ESyntaxError);
+  EXPECT_THROW(Read("1 : 2, 3 : "), QEN_ESyntaxError);
+  EXPECT_THROW(Read("1 : 2, x : 4"), QEN_ESyntaxError);
+  EXPECT_THROW(Read("4294967296 : 0, 0 : 0"), QEN_ESyntaxError);
+  try {
+    Read("1 : 2 3 : 4");
+  } catch (const QEN_ESyntaxError& e) {
+    EXPECT_NE(std::string(e.QEN_Message().c_str()).find("line 1"), std::string::npos)
+        << e.QEN_Message().c_str();
+  }
+}
+
+TEST_F(TagTest, FramedTextIsRebuiltByExtract) {
+  QEN_TMemoryStream memory;
+  QEN_THumanReadableStream writer(memory);
+  writer.WriteObject(VYR_TTag(3, 4, 5, 6));
+  QEN_TMemoryStream source(memory.Data(), memory.Length(), memory.Length());
+  QEN_THumanReadableStream reader(source);
+  std::unique_ptr<QEN_IInterface> rebuilt(reader.Extract());
+  ASSERT_NE(rebuilt, nullptr);
+  EXPECT_EQ(*rebuilt->DynamicCast<VYR_TTag>(), VYR_TTag(3, 4, 5, 6));
+}
+
+TEST_F(TagTest, DebugPrint) {
+  std::ostringstream out;
+  VYR_TTag(16ULL, 32ULL).PrintOn(out);
+  EXPECT_EQ(out.str(), "VYR_TTag\n{\n  Position 16 : 0\n  Size 32 : 0\n}");
+}

@@ -1,0 +1,4 @@
+// Access to the process-wide configuration.
+#include "vyr_version_stamp.h"
+
+VYR_VERSION_STAMP()

@@ -1,0 +1,4 @@
+// Metadata kept in hidden side-car files.
+#include "vyr_version_stamp.h"
+
+VYR_VERSION_STAMP()

@@ -1,0 +1,4 @@
+// The metadata front object.
+#include "vyr_version_stamp.h"
+
+VYR_VERSION_STAMP()

@@ -1,0 +1,12 @@
+// The whole public interface of the library.
+#ifndef VYRAX_H
+#define VYRAX_H
+
+#include <qen/qen.h>
+
+#include "vyrax/vyr_api.h"
+#include "vyrax/vyr_startup.h"
+#include "vyrax/vyr_typedefs.h"
+#include "vyrax/vyrax_version.h"
+
+#endif
