@@ -1,0 +1,31 @@
+// Reading helpers for the text forms of the file and volume values: fields
+// separated by single characters, and the words true and false.
+#ifndef QEN_TEXT_FIELDS_H
+#define QEN_TEXT_FIELDS_H
+
+#include "qen/qen_stream.h"
+#include "qen/qen_string.h"
+
+namespace qen_text {
+
+// Skips white space, then reads `expected` or reports `what` as the error.
+inline void Expect(QEN_THumanReadableStream& in, char expected, const char* what) {
+  in.SkipWhiteSpace();
+  QEN_TUniChar c = 0;
+  in.ReadChar(c);
+  if (c != static_cast<QEN_TUniChar>(expected)) in.SyntaxError(what);
+}
+
+inline bool ReadBool(QEN_THumanReadableStream& in) {
+  static const QEN_TString letters("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ");
+  in.SkipWhiteSpace();
+  QEN_TString word;
+  in.Skip(word, letters);
+  if (word == "true") return true;
+  if (word != "false") in.SyntaxError("expected true or false");
+  return false;
+}
+
+}  // namespace qen_text
+
+#endif
