@@ -135,7 +135,11 @@ struct Frame {
     if (std::strcmp(name, X::QEN_ClassName()) == 0) return const_cast<X*>(self);
     void* found = self->Base::QEN_DynamicInfo(name);
     if constexpr (!kIsInterface) {
-      ((found = found ? found : self->Interfaces::QEN_DynamicInfo(name)), ...);
+      // The cast spells the pack out for clang, which rejects a pack that
+      // only appears as the qualifier of a member access.
+      ((found = found ? found
+                      : static_cast<const Interfaces*>(self)->Interfaces::QEN_DynamicInfo(name)),
+       ...);
     }
     return found;
   }

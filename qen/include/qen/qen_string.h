@@ -72,6 +72,9 @@ class QEN_API QEN_TString : public QEN_TObject,
 
   // Position of the first occurrence at or behind `from`; with from -1 and
   // `last` true, of the last occurrence. Negative when there is none.
+  // A negative `from` of a forward search counts from the end; a backward
+  // search from a position >= 0 finds the last occurrence starting there or
+  // before. A single char stands for the Latin-1 character of that value.
   int Find(const char* text, int from = 0, bool last = false) const;
   int Find(char c, int from = 0, bool last = false) const;
   int Find(const QEN_TUniChar& c, int from = 0, bool last = false) const;

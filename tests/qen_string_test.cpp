@@ -1,0 +1,292 @@
+// QEN_TString: conversions, the cached views under threads, positions that
+// clip, case folding, and both stored forms.
+#include "qen/qen_string.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qen/qen_exception.h"
+#include "qen/qen_stream.h"
+
+namespace {
+
+std::vector<unsigned char> Packed(const QEN_TString& s) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream data(memory);
+  s.QEN_Pack(data);
+  data.Flush();
+  return std::vector<unsigned char>(memory.Data(), memory.Data() + memory.Length());
+}
+
+QEN_TString Unpacked(std::vector<unsigned char> bytes) {
+  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
+                           static_cast<unsigned>(bytes.size()));
+  QEN_TDataStream data(memory);
+  QEN_TString s("not yet read");
+  s.QEN_Unpack(data);
+  return s;
+}
+
+std::string WrittenText(const QEN_TString& s) {
+  QEN_TMemoryStream memory;
+  {
+    QEN_THumanReadableStream text(memory);
+    text << s;
+  }
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+QEN_TString ReadText(const std::string& written) {
+  std::string copy = written;
+  QEN_TMemoryStream memory(copy.data(), static_cast<unsigned>(copy.size()),
+                           static_cast<unsigned>(copy.size()));
+  QEN_THumanReadableStream text(memory);
+  QEN_TString s("not yet read");
+  text >> s;
+  return s;
+}
+
+TEST(StringConversion, Utf8AndWideRoundTrip) {
+  // Two-, three- and four-byte characters; the last one is a surrogate pair.
+  const char* utf8 =
+      "Gr\xC3\xBC\xC3\x9F"
+      "e \xE2\x82\xAC \xF0\x9F\x98\x80";
+  QEN_TString s(utf8);
+  EXPECT_EQ(s.Length(), 10u);  // 16-bit units, the emoji counts two
+  EXPECT_STREQ(s.c_str(), utf8);
+  EXPECT_TRUE(s == utf8);
+
+  const wchar_t* wide = L"Gr\u00FC\u00DFe \u20AC \U0001F600";
+  EXPECT_STREQ(s.wc_str(), wide);
+  EXPECT_TRUE(s == wide);
+  EXPECT_EQ(QEN_TString(wide), s);
+
+  const QEN_TUniChar units[] = {u'a', 0xD83D, 0xDE00, 0};
+  EXPECT_EQ(QEN_TString(units, 3), QEN_TString("a\xF0\x9F\x98\x80"));
+  EXPECT_EQ(QEN_TString(units, QEN_TString::npos).Length(), 3u);
+}
+
+TEST(StringConversion, LengthsAndNulls) {
+  EXPECT_EQ(QEN_TString("abcdef", 3), QEN_TString("abc"));
+  // A length past the terminating zero stops at the zero.
+  EXPECT_EQ(QEN_TString("ab", 100), QEN_TString("ab"));
+  EXPECT_EQ(QEN_TString(L"abcdef", 2), QEN_TString("ab"));
+  EXPECT_TRUE(QEN_TString(static_cast<const char*>(nullptr)).Empty());
+  EXPECT_TRUE(QEN_TString(static_cast<const wchar_t*>(nullptr)).Empty());
+  EXPECT_TRUE(QEN_TString::sEmpty.Empty());
+  EXPECT_STREQ(QEN_TString::sEmpty.c_str(), "");
+  EXPECT_TRUE(QEN_TString() == static_cast<const char*>(nullptr));
+}
+
+TEST(StringConversion, InvalidInputBecomesReplacementCharacters) {
+  struct Case {
+    const char* bytes;
+    std::u16string expected;
+  } cases[] = {
+      {"a\x80z", u"a\uFFFDz"},                                // lone continuation byte
+      {"a\xC0\x80z", u"a\uFFFD\uFFFDz"},                      // overlong NUL
+      {"a\xED\xA0\x80z", u"a\uFFFD\uFFFD\uFFFDz"},            // encoded surrogate
+      {"a\xF5\x80\x80\x80z", u"a\uFFFD\uFFFD\uFFFD\uFFFDz"},  // past U+10FFFF
+      {"a\xE2\x82", u"a\uFFFD"},                              // cut off at the end
+      {"\xE2\x82"
+       "a",
+       u"\uFFFDa"},  // cut off, then ASCII resumes
+      {"\xFF\xFE", u"\uFFFD\uFFFD"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(QEN_TString(c.bytes).Chars(), c.expected) << c.bytes;
+  }
+  // Wide text that is no character: a surrogate code and one past the range.
+  const wchar_t bad[] = {L'a', static_cast<wchar_t>(0xD800), static_cast<wchar_t>(0x110000), 0};
+  EXPECT_EQ(QEN_TString(bad).Chars(), u"a\uFFFD\uFFFD");
+  // A lone surrogate held in the string comes out as U+FFFD in both views.
+  QEN_TString lone(std::u16string(u"x") + char16_t(0xDC00));
+  EXPECT_STREQ(lone.c_str(), "x\xEF\xBF\xBD");
+  EXPECT_EQ(lone.wc_str()[1], static_cast<wchar_t>(0xFFFD));
+}
+
+TEST(StringViews, CachedViewFollowsChanges) {
+  QEN_TString s("abc");
+  std::string before = s.c_str();
+  std::wstring wideBefore = s.wc_str();
+  s += "def";
+  EXPECT_STREQ(s.c_str(), "abcdef");
+  EXPECT_STREQ(s.wc_str(), L"abcdef");
+  s.Truncate(2);
+  EXPECT_STREQ(s.c_str(), "ab");
+  s = QEN_TString("xyz");
+  EXPECT_STREQ(s.c_str(), "xyz");
+  QEN_TString moved(std::move(s));
+  EXPECT_STREQ(moved.c_str(), "xyz");
+  EXPECT_TRUE(s.Empty());
+  EXPECT_STREQ(s.c_str(), "");
+  EXPECT_EQ(before, "abc");
+  EXPECT_EQ(wideBefore, L"abc");
+}
+
+TEST(StringViews, ManyThreadsReadOneConstString) {
+  // Every thread asks for the views of the same fresh string at once; all
+  // must get one and the same buffer with the right text.
+  for (int round = 0; round < 50; ++round) {
+    const QEN_TString s(QEN_TString::Format("round %d \xC3\xA9\xE2\x82\xAC", round));
+    const std::string expected =
+        QEN_TString::Format("round %d \xC3\xA9\xE2\x82\xAC", round).c_str();
+    constexpr int kThreads = 8;
+    std::vector<const char*> narrow(kThreads);
+    std::vector<const wchar_t*> wide(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&, t] {
+        narrow[t] = s.c_str();
+        wide[t] = s.wc_str();
+      });
+    }
+    for (auto& thread : threads) thread.join();
+    for (int t = 0; t < kThreads; ++t) {
+      EXPECT_EQ(narrow[t], narrow[0]);
+      EXPECT_EQ(wide[t], wide[0]);
+    }
+    EXPECT_EQ(expected, narrow[0]);
+    EXPECT_EQ(std::wstring(wide[0]).size(), s.Length());
+  }
+}
+
+TEST(StringPositions, SubstringClipsInsteadOfFailing) {
+  QEN_TString s("abcdef");
+  EXPECT_EQ(s.Substring(-2, -1), QEN_TString("ef"));
+  EXPECT_EQ(s.Substring(0, 3), QEN_TString("abc"));
+  EXPECT_EQ(s.Substring(3 + 1, -1), QEN_TString("ef"));
+  EXPECT_EQ(s.Substring(2, 2), QEN_TString("cd"));
+  EXPECT_EQ(s.Substring(-100, -1), s);
+  EXPECT_EQ(s.Substring(100, -1), QEN_TString());
+  EXPECT_EQ(s.Substring(4, 100), QEN_TString("ef"));
+  EXPECT_EQ(QEN_TString().Substring(-1, -1), QEN_TString());
+  QEN_TString t("abc");
+  EXPECT_EQ(t.Truncate(10), QEN_TString("abc"));
+  EXPECT_EQ(t.Truncate(0), QEN_TString());
+}
+
+TEST(StringPositions, FindFirstLastAndMissing) {
+  QEN_TString s("a/b/c.dll");
+  EXPECT_EQ(s.Find("/"), 1);
+  EXPECT_EQ(s.Find('/', 2), 3);
+  EXPECT_EQ(s.Find('/', -1, true), 3);
+  EXPECT_EQ(s.Find(QEN_TString("/"), -1, true), 3);
+  EXPECT_EQ(s.Find(QEN_TUniChar(u'.')), 5);
+  EXPECT_LT(s.Find("x"), 0);
+  EXPECT_LT(s.Find('/', 4), 0);
+  EXPECT_LT(s.Find("/", 100), 0);
+  EXPECT_LT(QEN_TString().Find('/', -1, true), 0);
+  EXPECT_LT(s.Find("c.dllx"), 0);
+  EXPECT_EQ(QEN_TString("\xC3\xA9t\xC3\xA9").Find("t\xC3\xA9"), 1);  // positions count characters
+}
+
+TEST(StringCase, CompareAndConvert) {
+  EXPECT_EQ(QEN_TString("Inch").CompareWith(QEN_TString("INCH"), true), 0);
+  EXPECT_NE(QEN_TString("Inch").CompareWith(QEN_TString("INCH"), false), 0);
+  EXPECT_EQ(QEN_TString("\xC3\x84rger").CompareWith(QEN_TString("\xC3\xA4RGER"), true), 0);  // Ä/ä
+  EXPECT_EQ(QEN_TString("\xD0\x9F\xD0\xB8").CompareWith(QEN_TString("\xD0\xBF\xD0\x98"), true),
+            0);  // Пи/пИ
+  EXPECT_LT(QEN_TString("abc").CompareWith(QEN_TString("abd")), 0);
+  EXPECT_GT(QEN_TString("abcd").CompareWith(QEN_TString("abc")), 0);
+  EXPECT_LT(QEN_TString("ab").CompareWith(QEN_TString("ABC"), true), 0);
+  EXPECT_EQ(QEN_TString("MiXed \xC3\xA9").ToUpper(), QEN_TString("MIXED \xC3\x89"));
+  EXPECT_EQ(QEN_TString("MiXed \xC3\x89").ToLower(), QEN_TString("mixed \xC3\xA9"));
+  EXPECT_FALSE(QEN_TString("abc") == L"ABC");  // exact with case
+}
+
+TEST(StringEditing, JoinReplaceFormat) {
+  QEN_TString s("a");
+  s += 'b';
+  s += "c";
+  s += L"d";
+  s += QEN_TString("e");
+  s += s;  // appending itself
+  EXPECT_EQ(s, QEN_TString("abcdeabcde"));
+  EXPECT_EQ(QEN_TString("x") + L"y", QEN_TString("xy"));
+  EXPECT_EQ("w" + QEN_TString("x"), QEN_TString("wx"));
+
+  EXPECT_EQ(QEN_TString("aaa").ReplaceChars(QEN_TString("aa"), QEN_TString("b"), 0, 0),
+            QEN_TString("ba"));
+  EXPECT_EQ(QEN_TString("a.b.c").ReplaceChars(QEN_TString("."), QEN_TString("::"), 0, 0),
+            QEN_TString("a::b::c"));
+  EXPECT_EQ(QEN_TString("abc").ReplaceChars(QEN_TString(), QEN_TString("x"), 0, 0),
+            QEN_TString("abc"));
+  EXPECT_EQ(QEN_TString("abc").ReplaceChars(QEN_TString("b"), QEN_TString(), 0, 0),
+            QEN_TString("ac"));
+
+  EXPECT_EQ(QEN_TString::Format("%ul|%d|%s", 1000u, -3, "\xC3\xA9"),
+            QEN_TString("1000l|-3|\xC3\xA9"));
+  std::string longText(5000, 'z');
+  QEN_TString big = QEN_TString::Format("<%s>", longText.c_str());
+  EXPECT_EQ(big.Length(), 5002u);
+  EXPECT_EQ(big.Substring(-2, -1), QEN_TString("z>"));
+}
+
+TEST(StringKeys, HashAgreesWithEquality) {
+  QEN_TString a("key"), b(L"key"), c("kez");
+  EXPECT_EQ(a.QEN_Hash(), b.QEN_Hash());
+  EXPECT_TRUE(a.QEN_IsEqualKey(b));
+  EXPECT_FALSE(a.QEN_IsEqualKey(c));
+  EXPECT_NE(a.QEN_Hash(), c.QEN_Hash());
+  // The two bytes of a unit both count.
+  EXPECT_NE(QEN_TString(std::u16string(1, char16_t(0x0161))).QEN_Hash(),
+            QEN_TString(std::u16string(1, char16_t(0x6101))).QEN_Hash());
+}
+
+TEST(StringStoredForms, BinaryLayoutIsPinned) {
+  // Count of 16-bit units, then the units, each low byte first.
+  std::vector<unsigned char> expected = {2, 0, 0, 0, 'a', 0, 0xAC, 0x20};
+  EXPECT_EQ(Packed(QEN_TString("a\xE2\x82\xAC")), expected);
+  EXPECT_EQ(Packed(QEN_TString()), std::vector<unsigned char>({0, 0, 0, 0}));
+}
+
+TEST(StringStoredForms, BinaryRoundTripKeepsEveryUnit) {
+  std::u16string units(u"x\0y", 3);
+  units.push_back(0xD800);  // lone surrogate
+  units += u"\U0001F600";
+  QEN_TString odd{std::u16string(units)};
+  EXPECT_EQ(Unpacked(Packed(odd)).Chars(), units);
+
+  // Longer than one chunk of the reader.
+  QEN_TString big{std::u16string(200000, u'q')};
+  EXPECT_EQ(Unpacked(Packed(big)), big);
+}
+
+TEST(StringStoredForms, TruncatedBinaryThrows) {
+  std::vector<unsigned char> bytes = Packed(QEN_TString("hello"));
+  bytes.pop_back();
+  EXPECT_THROW(Unpacked(bytes), QEN_EStreamException);
+  // A count of four thousand million units with nothing behind it fails
+  // without first allocating for them.
+  EXPECT_THROW(Unpacked({0xFF, 0xFF, 0xFF, 0xFF, 'a', 0}), QEN_EStreamException);
+  EXPECT_THROW(Unpacked({5, 0}), QEN_EStreamException);
+}
+
+TEST(StringStoredForms, TextFormQuotesAndReadsBack) {
+  EXPECT_EQ(WrittenText(QEN_TString("say \"hi\"\\\n")), "\"say \\\"hi\\\"\\\\\\n\"");
+  EXPECT_EQ(WrittenText(QEN_TString("\x01\x7F\t\r")), "\"\\u0001\\u007F\\t\\r\"");
+  EXPECT_EQ(WrittenText(QEN_TString("\xC3\xA9")), "\"\xC3\xA9\"");
+
+  std::u16string units = u"tab\there \"q\" back\\slash \u00E9\u20AC\U0001F600 ";
+  units.push_back(0);
+  units.push_back(0xDFFF);  // lone surrogate
+  units.push_back(0x1B);
+  QEN_TString original{std::u16string(units)};
+  EXPECT_EQ(ReadText(WrittenText(original)).Chars(), units);
+  EXPECT_EQ(ReadText("   \"\"").Chars(), u"");
+  EXPECT_THROW(ReadText("\"open"), QEN_ESyntaxError);
+  EXPECT_THROW(ReadText("bare"), QEN_ESyntaxError);
+}
+
+TEST(StringStoredForms, PrintOnWritesTheText) {
+  std::ostringstream out;
+  QEN_TString("x \xC3\xA9").PrintOn(out);
+  EXPECT_EQ(out.str(), "x \xC3\xA9");
+}
+
+}  // namespace
