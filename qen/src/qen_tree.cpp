@@ -1,0 +1,291 @@
+// QEN_TTree: named entries whose branches are trees again, reached by paths.
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "qen/qen_containers.h"
+#include "qen/qen_exception.h"
+#include "qen/qen_stream.h"
+#include "qen_string_map.h"
+
+using qen_detail::StringMap;
+
+QEN_DEFINE_VALUE(QEN_TTree, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable,
+                 QEN_IIteratable)
+
+// Each level is two objects deep in the binary form (the value and the
+// tree), and the data stream reads 64: this leaves room for the objects that
+// hold the tree.
+const unsigned QEN_TTree::sMaxPathDepth = 24;
+
+namespace {
+
+const char kOwner[] = "QEN_TTree";
+
+// The names of a path; empty names from leading, trailing or doubled
+// separators are dropped.
+std::vector<std::u16string> Split(const QEN_TString& path, QEN_TUniChar separator) {
+  std::vector<std::u16string> names;
+  const std::u16string& text = path.Chars();
+  std::size_t start = 0;
+  while (start <= text.size()) {
+    std::size_t end = text.find(separator, start);
+    if (end == std::u16string::npos) end = text.size();
+    if (end > start) names.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return names;
+}
+
+// The tree that a value holds, if it is a branch.
+QEN_TTree* BranchOf(QEN_TAny& value) {
+  return static_cast<QEN_TTree*>(value.DynamicCast("QEN_TTree"));
+}
+const QEN_TTree* BranchOf(const QEN_TAny& value) {
+  return static_cast<const QEN_TTree*>(value.DynamicCast("QEN_TTree"));
+}
+
+[[noreturn]] void Fail(const char* what, const QEN_TString& path) {
+  QEN_THROW(QEN_ETreeException, QEN_TString::Format("QEN_TTree: %s \"%s\"", what, path.c_str()));
+  std::abort();  // QEN_Throw never comes back
+}
+
+}  // namespace
+
+QEN_TTree::QEN_TTree() = default;
+
+QEN_TTree::QEN_TTree(const QEN_TTree& other, unsigned)
+    : QEN_IInterface(other),
+      QEN_IPackable(other),
+      QEN_IHumanReadable(other),
+      QEN_IPrintable(other),
+      QEN_IIteratable(other),
+      QEN_TObject(other),
+      mMap(other.mMap ? new StringMap(*other.mMap) : nullptr) {}
+
+QEN_TTree::QEN_TTree(QEN_TTree&& other) noexcept : mMap(std::move(other.mMap)) {}
+
+QEN_TTree& QEN_TTree::operator=(const QEN_TTree& other) {
+  // The copy is made first: `other` may lie inside this tree.
+  if (this != &other) mMap.reset(other.mMap ? new StringMap(*other.mMap) : nullptr);
+  return *this;
+}
+
+QEN_TTree& QEN_TTree::operator=(QEN_TTree&& other) noexcept {
+  if (this != &other) {
+    // Taken out first: `other` may lie inside this tree, and resetting our
+    // map would delete it while it is being read.
+    std::unique_ptr<StringMap> taken(std::move(other.mMap));
+    mMap.swap(taken);
+  }
+  return *this;
+}
+
+QEN_TTree::~QEN_TTree() = default;
+
+StringMap& QEN_TTree::Map() {
+  if (!mMap) mMap.reset(new StringMap);
+  return *mMap;
+}
+
+unsigned QEN_TTree::Entries() const { return mMap ? mMap->Size() : 0; }
+
+void QEN_TTree::Clear() { mMap.reset(); }
+
+QEN_TAny& QEN_TTree::Value(const QEN_TString& path, QEN_TUniChar separator) {
+  std::vector<std::u16string> names = Split(path, separator);
+  if (names.empty()) Fail("the empty path names the tree itself, which has no value:", path);
+  if (names.size() > sMaxPathDepth)
+    QEN_THROW(QEN_ETreeException,
+              QEN_TString::Format("QEN_TTree: path \"%s\" is deeper than %u levels", path.c_str(),
+                                  sMaxPathDepth));
+  QEN_TTree* level = this;
+  for (std::size_t i = 0; i + 1 < names.size(); ++i) {
+    QEN_TAny& slot = level->Map().Insert(QEN_TString(names[i]));
+    if (slot.IsNothing()) slot = static_cast<QEN_IPackable*>(new QEN_TTree);
+    level = BranchOf(slot);
+    if (level == nullptr)
+      QEN_THROW(
+          QEN_ETreeException,
+          QEN_TString::Format("QEN_TTree: \"%s\" on the path \"%s\" holds a value, not a branch",
+                              QEN_TString(names[i]).c_str(), path.c_str()));
+  }
+  return level->Map().Insert(QEN_TString(names.back()));
+}
+
+const QEN_TAny* QEN_TTree::Find(const QEN_TString& path, QEN_TUniChar separator) const {
+  std::vector<std::u16string> names = Split(path, separator);
+  if (names.empty()) return nullptr;
+  const QEN_TTree* level = this;
+  const QEN_TAny* value = nullptr;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    if (level == nullptr || !level->mMap) return nullptr;
+    value = level->mMap->Find(names[i]);
+    if (value == nullptr) return nullptr;
+    level = BranchOf(*value);
+  }
+  return value;
+}
+
+const QEN_TAny& QEN_TTree::Get(const QEN_TString& path, QEN_TUniChar separator) const {
+  const QEN_TAny* value = Find(path, separator);
+  if (value == nullptr) Fail("no entry at the path", path);
+  return *value;
+}
+
+bool QEN_TTree::HasPath(const QEN_TString& path, QEN_TUniChar separator) const {
+  return Find(path, separator) != nullptr;
+}
+
+bool QEN_TTree::RemovePath(const QEN_TString& path, QEN_TUniChar separator) {
+  std::vector<std::u16string> names = Split(path, separator);
+  if (names.empty()) return false;
+  QEN_TTree* level = this;
+  for (std::size_t i = 0; i + 1 < names.size(); ++i) {
+    QEN_TAny* value = level->mMap ? level->mMap->Find(names[i]) : nullptr;
+    level = value != nullptr ? BranchOf(*value) : nullptr;
+    if (level == nullptr) return false;
+  }
+  return level->mMap && level->mMap->Erase(names.back());
+}
+
+QEN_TList QEN_TTree::KeysAt(const QEN_TString& path, QEN_TUniChar separator) const {
+  QEN_TList keys;
+  const QEN_TTree* level = this;
+  if (!Split(path, separator).empty()) {
+    const QEN_TAny* value = Find(path, separator);
+    level = value != nullptr ? BranchOf(*value) : nullptr;
+  }
+  if (level != nullptr && level->mMap)
+    for (auto at = level->mMap->Begin(); at != level->mMap->End(); ++at)
+      keys.AddAtTail(QEN_TAny(static_cast<const QEN_IPackable&>(at->key)));
+  return keys;
+}
+
+bool QEN_TTree::operator==(const QEN_TTree& other) const {
+  if (Entries() != other.Entries()) return false;
+  return Entries() == 0 || mMap->Equals(*other.mMap);
+}
+
+QEN_IIterationInfo* QEN_TTree::CreateIterationInfo() const {
+  return qen_detail::NewMapIterationInfo(mMap.get());
+}
+
+QEN_IPackable* QEN_TTree::QEN_Move(void*) { return new (std::nothrow) QEN_TTree(std::move(*this)); }
+
+void QEN_TTree::QEN_Pack(QEN_IPacking& out) const { qen_detail::PackMap(mMap.get(), out); }
+
+void QEN_TTree::QEN_Unpack(QEN_IUnpacking& in) { mMap = qen_detail::UnpackMap(in, kOwner); }
+
+// ---------------------------------------------------------------------------
+// Text form: "leaf" = value; "branch" { ... } (see qen_containers.h)
+
+namespace {
+
+// A branch written in the short form: a value that is exactly a tree.
+const QEN_TTree* ShortBranch(const QEN_TAny& value) {
+  const QEN_IPackable* object = value.Object();
+  if (object == nullptr || std::strcmp(object->ClassName(), "QEN_TTree") != 0) return nullptr;
+  return static_cast<const QEN_TTree*>(object->DynamicCast("QEN_TTree"));
+}
+
+class Nesting {
+ public:
+  explicit Nesting(QEN_THumanReadableStream& in) : mIn(in) { in.Enter(); }
+  ~Nesting() { mIn.Leave(); }
+  Nesting(const Nesting&) = delete;
+  Nesting& operator=(const Nesting&) = delete;
+
+ private:
+  QEN_THumanReadableStream& mIn;
+};
+
+}  // namespace
+
+bool QEN_TTree::WriteTo(QEN_THumanReadableStream& out) const {
+  if (!mMap) return false;
+  for (auto at = mMap->Begin(); at != mMap->End(); ++at) {
+    out.WriteQuoted(at->key);
+    const QEN_TTree* branch = ShortBranch(at->value);
+    if (branch == nullptr) {
+      out << " = ";
+      at->value.WriteTo(out);
+      out << ";" << cr;
+    } else if (branch->IsEmpty()) {
+      out << " {}" << cr;
+    } else {
+      unsigned level = out.IndentLevel();
+      out << " {";
+      out.SetIndentLevel(level + 1);
+      out << cr;
+      branch->WriteTo(out);
+      out.SetIndentLevel(level);
+      out << "}" << cr;
+    }
+  }
+  return false;
+}
+
+bool QEN_TTree::ReadFrom(QEN_THumanReadableStream& in) {
+  // A framed tree read as bare content, as from a file written by
+  // WriteObject: the frame reads the name and braces and comes back here.
+  if (qen_detail::StartsFramed(in)) return QEN_IHumanReadable::QEN_ReadFrom(in);
+  std::unique_ptr<StringMap> map(new StringMap);
+  while (!qen_detail::AtFormEnd(in)) {
+    QEN_TUniChar c = 0;
+    in.PeekChar(c);
+    if (c != u'"') {
+      in.ReadChar(c);
+      in.SyntaxError("expected a quoted name or '}' in a tree");
+    }
+    QEN_TString name;
+    in.ReadQuoted(name);
+    std::string quoted = "\"" + std::string(name.c_str()) + "\"";
+    in.SkipWhiteSpace();
+    in.ReadChar(c);
+    QEN_TAny value;
+    if (c == u'{') {
+      std::unique_ptr<QEN_TTree> branch(new QEN_TTree);
+      {
+        Nesting nesting(in);
+        branch->ReadFrom(in);
+      }
+      in.SkipWhiteSpace();
+      in.ReadChar(c);
+      if (c != u'}') in.SyntaxError(("expected '}' to close the branch " + quoted).c_str());
+      value = static_cast<QEN_IPackable*>(branch.release());
+      // A ';' after a branch is allowed, as after a value.
+      if (!qen_detail::AtFormEnd(in) && in.PeekChar(c) && c == u';') in.ReadChar(c);
+    } else if (c == u'=') {
+      value.ReadFrom(in);
+      qen_detail::ReadSeparator(in, ';', ("the value of " + quoted).c_str());
+    } else {
+      in.SyntaxError(("expected '=' or '{' after the name " + quoted).c_str());
+    }
+    if (!map->InsertNew(std::move(name), std::move(value)))
+      in.SyntaxError(("duplicate name " + quoted + " in a tree").c_str());
+  }
+  mMap = std::move(map);
+  return false;
+}
+
+void QEN_TTree::PrintOn(std::ostream& out) const {
+  if (Entries() == 0) {
+    out << "{}";
+    return;
+  }
+  out << "{" << std::endl;
+  {
+    qen_detail::PrintIndent indent;
+    for (auto at = mMap->Begin(); at != mMap->End(); ++at) {
+      out << QEN_IPrintable::Prefix() << at->key.c_str() << " = ";
+      at->value.PrintOn(out);
+      out << std::endl;
+    }
+  }
+  out << QEN_IPrintable::Prefix() << "}";
+}

@@ -1,0 +1,406 @@
+// The variant: what it answers to, conversions, ownership, and its binary and
+// text forms.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "qen/qen.h"
+
+namespace {
+
+class AnyTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_qentypes__()); }
+};
+
+typedef std::vector<unsigned char> Bytes;
+
+Bytes Pack(const QEN_IPackable& object) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream stream(memory);
+  stream << object;
+  return Bytes(memory.Data(), memory.Data() + memory.Length());
+}
+
+QEN_TAny UnpackAny(Bytes bytes) {
+  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
+                           static_cast<unsigned>(bytes.size()));
+  QEN_TDataStream stream(memory);
+  QEN_TAny any;
+  stream >> any;
+  return any;
+}
+
+QEN_TAny RoundTrip(const QEN_TAny& any) { return UnpackAny(Pack(any)); }
+
+std::string Text(const QEN_TAny& any) {
+  QEN_TMemoryStream memory;
+  QEN_THumanReadableStream stream(memory);
+  any.WriteTo(stream);
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+QEN_TAny FromText(std::string text) {
+  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
+                           static_cast<unsigned>(text.size()));
+  QEN_THumanReadableStream stream(memory);
+  QEN_TAny any;
+  any.ReadFrom(stream);
+  return any;
+}
+
+std::string Printed(const QEN_TAny& any) {
+  std::ostringstream out;
+  any.PrintOn(out);
+  return out.str();
+}
+
+void SomeFunction() {}
+
+// Every kind the variant packs, each with a value at an edge of its range.
+std::vector<QEN_TAny> AllPackableKinds() {
+  std::vector<QEN_TAny> kinds;
+  kinds.emplace_back();
+  kinds.emplace_back(true);
+  kinds.emplace_back(static_cast<unsigned char>(255));
+  kinds.emplace_back(static_cast<unsigned short>(65535));
+  kinds.emplace_back(4294967295u);
+  kinds.emplace_back(18446744073709551615ull);
+  kinds.emplace_back(std::numeric_limits<int>::min());
+  kinds.emplace_back(std::numeric_limits<long long>::min());
+  kinds.emplace_back(-0.1);
+  kinds.emplace_back("text with \"quotes\" and\nline");
+  return kinds;
+}
+
+TEST_F(AnyTest, NumbersAnswerToTheNameOfTheirWidth) {
+  QEN_TAny small(static_cast<unsigned char>(7));
+  EXPECT_STREQ(small.ClassName(), "QEN_TUInt8");
+  EXPECT_TRUE(small.HasSuperclass("QEN_TUInt8"));
+  EXPECT_TRUE(small.HasSuperclass("QEN_TAny"));
+  EXPECT_TRUE(small.HasSuperclass("QEN_TObject"));
+  EXPECT_FALSE(small.HasSuperclass("QEN_TUInt32"));
+  const unsigned char* inside = static_cast<const unsigned char*>(small.DynamicCast("QEN_TUInt8"));
+  ASSERT_NE(inside, nullptr);
+  EXPECT_EQ(*inside, 7);
+  EXPECT_EQ(small.DynamicCast("QEN_TUInt32"), nullptr);
+
+  QEN_TAny wide(7u);
+  EXPECT_STREQ(wide.ClassName(), "QEN_TUInt32");
+  EXPECT_TRUE(wide.HasSuperclass("QEN_TUInt32"));
+  EXPECT_FALSE(wide.HasSuperclass("QEN_TUInt8"));
+
+  EXPECT_STREQ(QEN_TAny(true).ClassName(), "QEN_TBool");
+  EXPECT_STREQ(QEN_TAny(-1).ClassName(), "QEN_TInt32");
+  EXPECT_STREQ(QEN_TAny(-1ll).ClassName(), "QEN_TInt64");
+  EXPECT_STREQ(QEN_TAny(1ull).ClassName(), "QEN_TUInt64");
+  EXPECT_STREQ(QEN_TAny(static_cast<unsigned short>(1)).ClassName(), "QEN_TUInt16");
+  EXPECT_STREQ(QEN_TAny(1.0).ClassName(), "QEN_TDouble");
+  EXPECT_STREQ(QEN_TAny().ClassName(), "QEN_TAny");
+  QEN_TAny pointer;
+  pointer = static_cast<const void*>(&pointer);
+  EXPECT_STREQ(pointer.ClassName(), "QEN_TAny");
+  // The frame itself still answers for the variant.
+  EXPECT_STREQ(wide.ClassObject().name, "QEN_TAny");
+  EXPECT_EQ(wide.DynamicCast("QEN_TAny"), static_cast<void*>(&wide));
+}
+
+TEST_F(AnyTest, AnObjectSpeaksForTheVariant) {
+  QEN_TAny any(QEN_TString("inside"));
+  EXPECT_STREQ(any.ClassName(), "QEN_TString");
+  EXPECT_TRUE(any.HasSuperclass("QEN_TString"));
+  EXPECT_TRUE(any.HasSuperclass("QEN_TAny"));
+  EXPECT_TRUE(any.HasInterface("QEN_IHashable")) << "an interface of the content";
+  const QEN_TString* text = static_cast<const QEN_TString*>(any.DynamicCast("QEN_TString"));
+  ASSERT_NE(text, nullptr);
+  EXPECT_EQ(*text, "inside");
+  EXPECT_EQ(any.DynamicCast("QEN_TDict"), nullptr);
+
+  // An exception goes in by copy and comes back by name, as throwing does.
+  QEN_EStreamException thrown(QEN_TString("message"));
+  QEN_TAny holder(thrown);
+  EXPECT_NE(holder.DynamicCast("QEN_EException"), nullptr);
+  EXPECT_TRUE(holder.HasSuperclass("QEN_EStreamException"));
+}
+
+TEST_F(AnyTest, ConversionsCheckTheRange) {
+  EXPECT_EQ(static_cast<unsigned>(QEN_TAny(static_cast<unsigned char>(200))), 200u);
+  EXPECT_EQ(static_cast<unsigned char>(QEN_TAny(255u)), 255);
+  EXPECT_THROW(static_cast<unsigned char>(QEN_TAny(256u)), QEN_EAnyConversion);
+  EXPECT_THROW(static_cast<unsigned>(QEN_TAny(-1)), QEN_EAnyConversion);
+  EXPECT_THROW(static_cast<unsigned>(QEN_TAny(4294967296ull)), QEN_EAnyConversion);
+  EXPECT_EQ(static_cast<unsigned>(QEN_TAny(true)), 1u);
+
+  // A double is truncated when it fits.
+  EXPECT_EQ(static_cast<unsigned>(QEN_TAny(3.99)), 3u);
+  EXPECT_EQ(static_cast<unsigned>(QEN_TAny(-0.5)), 0u);
+  EXPECT_EQ(QEN_TAny(-2.7).AsInt32(), -2);
+  EXPECT_THROW(static_cast<unsigned>(QEN_TAny(-1.0)), QEN_EAnyConversion);
+  EXPECT_THROW(static_cast<unsigned>(QEN_TAny(4294967296.0)), QEN_EAnyConversion);
+  EXPECT_THROW(QEN_TAny(1e19).AsInt64(), QEN_EAnyConversion);
+  EXPECT_THROW(QEN_TAny(18446744073709551616.0).AsUInt64(), QEN_EAnyConversion);
+  EXPECT_THROW(QEN_TAny(std::nan("")).AsUInt64(), QEN_EAnyConversion);
+  EXPECT_EQ(QEN_TAny(-9223372036854775808.0).AsInt64(), std::numeric_limits<long long>::min());
+
+  EXPECT_THROW(QEN_TAny(9223372036854775808ull).AsInt64(), QEN_EAnyConversion);
+  EXPECT_THROW(QEN_TAny(2147483648u).AsInt32(), QEN_EAnyConversion);
+  EXPECT_THROW(QEN_TAny(-2147483649ll).AsInt32(), QEN_EAnyConversion);
+  EXPECT_EQ(QEN_TAny(-2147483648ll).AsInt32(), std::numeric_limits<int>::min());
+  EXPECT_DOUBLE_EQ(static_cast<double>(QEN_TAny(-5)), -5.0);
+  EXPECT_FALSE(static_cast<bool>(QEN_TAny(0.0)));
+  EXPECT_TRUE(static_cast<bool>(QEN_TAny(static_cast<unsigned short>(2))));
+}
+
+TEST_F(AnyTest, WhatIsNoNumberDoesNotConvertToOne) {
+  QEN_TAny text("12");
+  EXPECT_THROW(static_cast<unsigned>(text), QEN_EAnyConversion);
+  EXPECT_THROW(static_cast<double>(text), QEN_EAnyConversion);
+  EXPECT_THROW(static_cast<bool>(QEN_TAny()), QEN_EAnyConversion);
+  try {
+    static_cast<unsigned>(QEN_TAny(-3));
+    FAIL() << "no exception";
+  } catch (const QEN_EAnyConversion& e) {
+    std::string message = e.QEN_Message().c_str();
+    EXPECT_NE(message.find("QEN_TInt32 -3"), std::string::npos) << message;
+    EXPECT_NE(message.find("unsigned 32"), std::string::npos) << message;
+    EXPECT_GT(e.QEN_ExceptionLine(), 0u);
+  }
+}
+
+TEST_F(AnyTest, PointersComeBackByTheMatchingConversion) {
+  int target = 0;
+  QEN_TAny pointer;
+  pointer = static_cast<const void*>(&target);
+  EXPECT_EQ(static_cast<const void*>(pointer), &target);
+  QEN_TAny function;
+  function = &SomeFunction;
+  EXPECT_EQ(static_cast<QEN_TAny::Function>(function), &SomeFunction);
+  EXPECT_THROW(static_cast<QEN_TAny::Function>(pointer), QEN_EAnyConversion);
+  EXPECT_THROW(static_cast<const void*>(function), QEN_EAnyConversion);
+  EXPECT_THROW(static_cast<unsigned>(pointer), QEN_EAnyConversion);
+  // Nothing is the null pointer, so a missing entry reads as no function.
+  EXPECT_EQ(static_cast<QEN_TAny::Function>(QEN_TAny()), nullptr);
+  EXPECT_THROW(static_cast<QEN_TAny::Function>(QEN_TAny("f")), QEN_EAnyConversion);
+}
+
+TEST_F(AnyTest, EqualityIsKindAndValue) {
+  EXPECT_TRUE(QEN_TAny() == QEN_TAny::Illegal());
+  EXPECT_TRUE(QEN_TAny(0u) != QEN_TAny::Illegal());
+  EXPECT_FALSE(QEN_TAny(static_cast<unsigned char>(5)) == QEN_TAny(5u)) << "kinds differ";
+  EXPECT_TRUE(QEN_TAny("a") == QEN_TAny("a"));
+  EXPECT_FALSE(QEN_TAny("a") == QEN_TAny("b"));
+  EXPECT_FALSE(QEN_TAny(std::nan("")) == QEN_TAny(std::nan("")));
+  QEN_TAny cleared(5u);
+  cleared.Clear();
+  EXPECT_TRUE(cleared == QEN_TAny::Illegal());
+  // A bare object compares with a variant that holds an equal one.
+  EXPECT_TRUE(QEN_TAny("a").QEN_IsIdent(QEN_TString("a")));
+  EXPECT_FALSE(QEN_TAny(1u).QEN_IsIdent(QEN_TString("a")));
+}
+
+TEST_F(AnyTest, CopiesOwnTheirObjects) {
+  QEN_TAny original("one");
+  QEN_TAny copy(original);
+  *static_cast<QEN_TString*>(copy.DynamicCast("QEN_TString")) = QEN_TString("two");
+  EXPECT_TRUE(original == QEN_TAny("one"));
+  EXPECT_TRUE(copy == QEN_TAny("two"));
+
+  // Assigning the variant's own content to it keeps it intact.
+  original = *original.Object();
+  EXPECT_TRUE(original == QEN_TAny("one"));
+  original = original;
+  EXPECT_TRUE(original == QEN_TAny("one"));
+
+  QEN_TAny moved(std::move(copy));
+  EXPECT_TRUE(copy.IsNothing());
+  EXPECT_TRUE(moved == QEN_TAny("two"));
+  moved = 3u;
+  EXPECT_STREQ(moved.ClassName(), "QEN_TUInt32") << "the object was replaced";
+}
+
+TEST_F(AnyTest, TakesOverAnOwnedObjectAndGivesItUp) {
+  QEN_TAny any;
+  QEN_TString* text = new QEN_TString("owned");
+  any = static_cast<QEN_IPackable*>(text);
+  EXPECT_EQ(any.DynamicCast("QEN_TString"), static_cast<void*>(text)) << "not copied";
+  any = static_cast<QEN_IPackable*>(text);  // the same pointer again: nothing happens
+  std::unique_ptr<QEN_IPackable> back(any.Release());
+  EXPECT_TRUE(any.IsNothing());
+  EXPECT_EQ(static_cast<void*>(back.get()), static_cast<QEN_IPackable*>(text));
+  any = static_cast<QEN_IPackable*>(nullptr);
+  EXPECT_TRUE(any.IsNothing());
+}
+
+TEST_F(AnyTest, AVariantGivenAsAnObjectIsNotNested) {
+  QEN_TAny inner(static_cast<unsigned short>(9));
+  const QEN_IPackable& asObject = inner;
+  QEN_TAny outer(asObject);
+  EXPECT_EQ(outer.GetKind(), QEN_TAny::kUInt16);
+
+  QEN_TAny owner;
+  owner = static_cast<QEN_IPackable*>(new QEN_TAny("x"));
+  EXPECT_STREQ(owner.ClassName(), "QEN_TString");
+  EXPECT_TRUE(owner == QEN_TAny("x"));
+}
+
+TEST_F(AnyTest, EveryPackableKindRoundTrips) {
+  for (const QEN_TAny& any : AllPackableKinds()) {
+    SCOPED_TRACE(Printed(any));
+    QEN_TAny back = RoundTrip(any);
+    EXPECT_EQ(back.GetKind(), any.GetKind());
+    EXPECT_TRUE(back == any);
+  }
+  QEN_TDict dict;
+  dict["n"] = 1u;
+  QEN_TAny holder(dict);
+  QEN_TAny back = RoundTrip(holder);
+  ASSERT_NE(back.DynamicCast("QEN_TDict"), nullptr);
+  EXPECT_TRUE(back == holder);
+}
+
+TEST_F(AnyTest, BinaryFormIsKindCodeThenValue) {
+  // Behind the stream's object frame: the kind code, then the value.
+  Bytes packed = Pack(QEN_TAny(static_cast<unsigned short>(0x1234)));
+  ASSERT_GE(packed.size(), 3u);
+  EXPECT_EQ(packed[packed.size() - 3], QEN_TAny::kUInt16);
+  EXPECT_EQ(packed[packed.size() - 2], 0x34);
+  EXPECT_EQ(packed[packed.size() - 1], 0x12);
+
+  // A signed 64 travels as its two's complement.
+  Bytes negative = Pack(QEN_TAny(-2ll));
+  Bytes tail(negative.end() - 9, negative.end());
+  EXPECT_EQ(tail, (Bytes{QEN_TAny::kInt64, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
+}
+
+TEST_F(AnyTest, PointersCannotBePacked) {
+  QEN_TAny pointer;
+  pointer = static_cast<const void*>(&pointer);
+  EXPECT_THROW(Pack(pointer), QEN_EStreamException);
+  QEN_TAny function;
+  function = &SomeFunction;
+  EXPECT_THROW(Pack(function), QEN_EStreamException);
+  EXPECT_THROW(Text(function), QEN_EStreamException);
+}
+
+TEST_F(AnyTest, UnpackRefusesWhatNoWriterMakes) {
+  Bytes good = Pack(QEN_TAny(7u));
+  std::size_t codeAt = good.size() - 5;
+  ASSERT_EQ(good[codeAt], QEN_TAny::kUInt32);
+
+  for (unsigned char code : {static_cast<unsigned char>(QEN_TAny::kPointer),
+                             static_cast<unsigned char>(QEN_TAny::kFunction),
+                             static_cast<unsigned char>(12), static_cast<unsigned char>(255)}) {
+    Bytes bad = good;
+    bad[codeAt] = code;
+    EXPECT_THROW(UnpackAny(bad), QEN_EStreamException) << "code " << int(code);
+  }
+  // Cut anywhere: a stream exception, never a crash.
+  for (std::size_t length = 0; length < good.size(); ++length)
+    EXPECT_THROW(UnpackAny(Bytes(good.begin(), good.begin() + length)), QEN_EStreamException);
+
+  // An object kind must be followed by an object of a known class.
+  Bytes object = Pack(QEN_TAny("abc"));
+  Bytes unknown = object;
+  for (std::size_t i = 0; i + 11 <= unknown.size(); ++i)
+    if (std::string(unknown.begin() + i, unknown.begin() + i + 11) == "QEN_TString")
+      unknown[i + 4] = 'X';
+  EXPECT_THROW(UnpackAny(unknown), QEN_EStreamException);
+}
+
+TEST_F(AnyTest, TextFormMarksTheKind) {
+  EXPECT_EQ(Text(QEN_TAny()), "nil");
+  EXPECT_EQ(Text(QEN_TAny(true)), "true");
+  EXPECT_EQ(Text(QEN_TAny(false)), "false");
+  EXPECT_EQ(Text(QEN_TAny(5u)), "5");
+  EXPECT_EQ(Text(QEN_TAny(static_cast<unsigned char>(5))), "5u8");
+  EXPECT_EQ(Text(QEN_TAny(static_cast<unsigned short>(5))), "5u16");
+  EXPECT_EQ(Text(QEN_TAny(5ull)), "5u64");
+  EXPECT_EQ(Text(QEN_TAny(-5)), "-5i32");
+  EXPECT_EQ(Text(QEN_TAny(-5ll)), "-5i64");
+  EXPECT_EQ(Text(QEN_TAny(1.5)), "1.5");
+  EXPECT_EQ(Text(QEN_TAny(2.0)), "2.0");
+  EXPECT_EQ(Text(QEN_TAny(1e300)), "1e+300");
+  EXPECT_EQ(Text(QEN_TAny(-std::numeric_limits<double>::infinity())), "-inf");
+  EXPECT_EQ(Text(QEN_TAny("a \"b\"")), "\"a \\\"b\\\"\"");
+  QEN_TList list;
+  list.AddAtTail(QEN_TAny(1u));
+  EXPECT_EQ(Text(QEN_TAny(list)), "QEN_TList { 1 }");
+}
+
+TEST_F(AnyTest, TextFormReadsBackToTheSameKind) {
+  std::vector<QEN_TAny> kinds = AllPackableKinds();
+  kinds.emplace_back(0.1 + 0.2);
+  kinds.emplace_back(std::numeric_limits<double>::infinity());
+  kinds.emplace_back(std::numeric_limits<double>::denorm_min());
+  kinds.emplace_back(std::numeric_limits<long long>::max());
+  QEN_TDict dict;
+  dict["k"] = QEN_TAny(static_cast<unsigned char>(1));
+  kinds.emplace_back(dict);
+  for (const QEN_TAny& any : kinds) {
+    SCOPED_TRACE(Text(any));
+    QEN_TAny back = FromText(Text(any));
+    EXPECT_EQ(back.GetKind(), any.GetKind());
+    EXPECT_TRUE(back == any);
+  }
+  QEN_TAny nan = FromText("nan");
+  EXPECT_TRUE(std::isnan(nan.AsDouble()));
+}
+
+TEST_F(AnyTest, TextFormIsForgivingWhereItCostsNothing) {
+  EXPECT_TRUE(FromText("  # a comment\n 42") == QEN_TAny(42u));
+  EXPECT_TRUE(FromText("-7") == QEN_TAny(-7)) << "an unsuffixed negative is a signed 32";
+  EXPECT_TRUE(FromText("7u32") == QEN_TAny(7u));
+  EXPECT_TRUE(FromText(".5") == QEN_TAny(0.5));
+  EXPECT_TRUE(FromText("-9223372036854775808i64") ==
+              QEN_TAny(std::numeric_limits<long long>::min()));
+}
+
+TEST_F(AnyTest, TextThatDoesNotFitIsASyntaxError) {
+  for (const char* bad : {"",
+                          "   ",
+                          "300u8",
+                          "-1u8",
+                          "65536u16",
+                          "4294967296",
+                          "-2147483649",
+                          "18446744073709551616u64",
+                          "9223372036854775808i64",
+                          "5u7",
+                          "1e",
+                          "e5",
+                          "1.2.3",
+                          "--1",
+                          "-+1",
+                          "+3",
+                          "maybe",
+                          "True",
+                          "\"open",
+                          "@"}) {
+    SCOPED_TRACE(bad);
+    EXPECT_THROW(FromText(bad), QEN_EStreamException);
+  }
+  try {
+    FromText("\n  300u8");
+    FAIL() << "no exception";
+  } catch (const QEN_ESyntaxError& e) {
+    std::string message = e.QEN_Message().c_str();
+    EXPECT_NE(message.find("line 2"), std::string::npos) << message;
+  }
+}
+
+TEST_F(AnyTest, PrintsNumbersInDecimal) {
+  EXPECT_EQ(Printed(QEN_TAny()), "<nothing>");
+  EXPECT_EQ(Printed(QEN_TAny(static_cast<unsigned char>(65))), "65");
+  EXPECT_EQ(Printed(QEN_TAny(-12ll)), "-12");
+  EXPECT_EQ(Printed(QEN_TAny(2.0)), "2");
+  EXPECT_EQ(Printed(QEN_TAny(0.25)), "0.25");
+  EXPECT_EQ(Printed(QEN_TAny(true)), "true");
+  EXPECT_EQ(Printed(QEN_TAny("plain text")), "plain text");
+}
+
+}  // namespace

@@ -1,0 +1,786 @@
+// Dictionaries, lists, arrays, trees and the walk over them: their
+// operations, the deleting walk, and their binary and text forms.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "qen/qen.h"
+
+// A hashable key that is not a string, as a client could bring one.
+class TestNumberKey : public QEN_TObject, public virtual QEN_IHashable {
+  QEN_OBJECT_FRAME(TestNumberKey)
+ public:
+  std::size_t QEN_Hash() const override { return 1; }
+  bool QEN_IsEqualKey(const QEN_IHashable&) const override { return false; }
+};
+QEN_DEFINE_OBJECT(TestNumberKey, QEN_TObject, QEN_IHashable)
+
+// A walk from outside the base library: every element of a list whose value
+// is an even number, over the list's own cursor, as a filtering client does.
+class TestEvenInfo : public QEN_TObject, public virtual QEN_IIterationInfo {
+  QEN_OBJECT_FRAME(TestEvenInfo)
+ public:
+  TestEvenInfo() = default;
+  explicit TestEvenInfo(QEN_IIterationInfo* inner) : mInner(inner) { First(); }
+  ~TestEvenInfo() override { delete static_cast<QEN_IInterface*>(mInner); }
+  QEN_IIterationInfo* Clone() const override { return new TestEvenInfo(mInner->Clone(), 0); }
+  void First() override {
+    mInner->First();
+    Forward();
+  }
+  void Next() override {
+    mInner->Next();
+    Forward();
+  }
+  void Previous() override {
+    mInner->Previous();
+    while (!mInner->IsBeforeFirst() && !Passes()) mInner->Previous();
+  }
+  void Last() override {
+    mInner->Last();
+    while (!mInner->IsBeforeFirst() && !Passes()) mInner->Previous();
+  }
+  bool IsBeforeFirst() const override { return mInner->IsBeforeFirst(); }
+  bool IsDone() const override { return mInner->IsDone(); }
+  QEN_IPackable& Key() const override { return mInner->Key(); }
+  QEN_TAny& Value() const override { return mInner->Value(); }
+
+ private:
+  TestEvenInfo(QEN_IIterationInfo* inner, int) : mInner(inner) {}
+  bool Passes() const { return static_cast<unsigned>(mInner->Value()) % 2 == 0; }
+  void Forward() {
+    while (!mInner->IsDone() && !Passes()) mInner->Next();
+  }
+  QEN_IIterationInfo* mInner = nullptr;
+};
+QEN_DEFINE_OBJECT(TestEvenInfo, QEN_TObject, QEN_IIterationInfo)
+
+class TestEvenOnly : public QEN_TObject, public virtual QEN_IIteratable {
+  QEN_OBJECT_FRAME(TestEvenOnly)
+ public:
+  TestEvenOnly() = default;
+  explicit TestEvenOnly(const QEN_TList* list) : mList(list) {}
+  QEN_IIterationInfo* CreateIterationInfo() const override {
+    return new TestEvenInfo(mList->CreateIterationInfo());
+  }
+
+ private:
+  const QEN_TList* mList = nullptr;
+};
+QEN_DEFINE_OBJECT(TestEvenOnly, QEN_TObject, QEN_IIteratable)
+
+namespace {
+
+class ContainersTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_qentypes__()); }
+};
+
+typedef std::vector<unsigned char> Bytes;
+
+Bytes Pack(const QEN_IPackable& object) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream stream(memory);
+  stream << object;
+  return Bytes(memory.Data(), memory.Data() + memory.Length());
+}
+
+template <class T>
+T Unpack(Bytes bytes) {
+  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
+                           static_cast<unsigned>(bytes.size()));
+  QEN_TDataStream stream(memory);
+  T object;
+  stream >> object;
+  return object;
+}
+
+// The framed text form, as a file holds it.
+std::string Framed(const QEN_IHumanReadable& object) {
+  QEN_TMemoryStream memory;
+  QEN_THumanReadableStream stream(memory);
+  stream.WriteObject(object);
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+std::unique_ptr<QEN_IInterface> ExtractText(std::string text) {
+  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
+                           static_cast<unsigned>(text.size()));
+  QEN_THumanReadableStream stream(memory);
+  return std::unique_ptr<QEN_IInterface>(stream.Extract());
+}
+
+template <class T>
+T ReadText(std::string text) {
+  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
+                           static_cast<unsigned>(text.size()));
+  QEN_THumanReadableStream stream(memory);
+  T object;
+  stream >> object;
+  return object;
+}
+
+std::string Printed(const QEN_IPrintable& object) {
+  std::ostringstream out;
+  object.PrintOn(out);
+  return out.str();
+}
+
+std::string KeyText(const QEN_IPackable& key) {
+  const QEN_TString* text = static_cast<const QEN_TString*>(key.DynamicCast("QEN_TString"));
+  return text != nullptr ? text->c_str() : "<not a string>";
+}
+
+std::vector<std::string> Keys(const QEN_IIteratable& container) {
+  std::vector<std::string> keys;
+  for (QEN_TConstIterator it(container); !it.IsDone(); it++) keys.push_back(KeyText(it.Key()));
+  return keys;
+}
+
+std::vector<unsigned> Values(const QEN_IIteratable& container) {
+  std::vector<unsigned> values;
+  for (QEN_TConstIterator it(container); !it.IsDone(); it++) values.push_back(it.Value());
+  return values;
+}
+
+QEN_TList ListOf(std::vector<unsigned> values) {
+  QEN_TList list;
+  for (unsigned v : values) list.AddAtTail(QEN_TAny(v));
+  return list;
+}
+
+QEN_TDict SampleDict() {
+  QEN_TDict dict;
+  dict["count"] = 3u;
+  dict["name"] = "sample";
+  dict["ratio"] = 0.5;
+  dict["items"] = ListOf({1, 2});
+  QEN_TTree tree;
+  tree.Value("a/b") = true;
+  dict["tree"] = tree;
+  return dict;
+}
+
+// ---------------------------------------------------------------------------
+// Dictionary
+
+TEST_F(ContainersTest, DictReadingAMissingKeyCreatesItOnlyWhenNotConst) {
+  QEN_TDict dict;
+  const QEN_TDict& constant = dict;
+  EXPECT_TRUE(constant["missing"] == QEN_TAny::Illegal());
+  EXPECT_EQ(&constant[L"missing"], &QEN_TAny::Illegal());
+  EXPECT_EQ(dict.Entries(), 0u) << "the const read created nothing";
+  EXPECT_EQ(dict.Lookup("missing"), nullptr);
+
+  EXPECT_TRUE(dict["missing"].IsNothing());
+  EXPECT_EQ(dict.Entries(), 1u);
+  EXPECT_TRUE(dict.HasKey(L"missing"));
+  EXPECT_TRUE(dict.HasKey(QEN_TString("missing")));
+}
+
+TEST_F(ContainersTest, DictKeysOfEveryFormMeetTheSameEntry) {
+  QEN_TDict dict;
+  dict[L"w\u00E9"] = 1u;
+  EXPECT_TRUE(dict["w\xC3\xA9"] == QEN_TAny(1u)) << "UTF-8 and wide keys are one key";
+  dict.Add(QEN_TString("w\xC3\xA9"), QEN_TAny(2u));
+  EXPECT_EQ(dict.Entries(), 1u) << "Add replaces";
+  const QEN_TAny* found = dict.Lookup(QEN_TString(L"w\u00E9"));
+  ASSERT_NE(found, nullptr);
+  EXPECT_TRUE(*found == QEN_TAny(2u));
+
+  EXPECT_TRUE(dict.Remove(L"w\u00E9"));
+  EXPECT_FALSE(dict.Remove(L"w\u00E9"));
+  EXPECT_FALSE(dict.Remove(QEN_TString("other")));
+  EXPECT_TRUE(dict.IsEmpty());
+}
+
+TEST_F(ContainersTest, DictRefusesKeysThatAreNoStrings) {
+  QEN_TDict dict;
+  TestNumberKey key;
+  EXPECT_THROW(dict[key], QEN_EAnyConversion);
+  EXPECT_THROW(dict.Add(key, QEN_TAny(1u)), QEN_EAnyConversion);
+  EXPECT_THROW(dict.HasKey(key), QEN_EAnyConversion);
+  EXPECT_THROW(dict.Remove(key), QEN_EAnyConversion);
+  EXPECT_EQ(dict.Entries(), 0u);
+}
+
+TEST_F(ContainersTest, DictAddAllTakesTheOthersValues) {
+  QEN_TDict mine;
+  mine["a"] = 1u;
+  mine["b"] = 2u;
+  QEN_TDict theirs;
+  theirs["b"] = 20u;
+  theirs["c"] = 30u;
+  mine.AddAll(theirs);
+  EXPECT_EQ(Keys(mine), (std::vector<std::string>{"a", "b", "c"}));
+  EXPECT_EQ(Values(mine), (std::vector<unsigned>{1, 20, 30}));
+  mine.AddAll(mine);
+  EXPECT_EQ(mine.Entries(), 3u);
+}
+
+TEST_F(ContainersTest, DictCopiesAreDeepAndMovesTakeTheContent) {
+  QEN_TDict original = SampleDict();
+  QEN_TDict copy(original, 0);
+  EXPECT_TRUE(copy == original);
+  static_cast<QEN_TList*>(copy["items"].DynamicCast("QEN_TList"))->AddAtTail(QEN_TAny(3u));
+  EXPECT_FALSE(copy == original);
+  EXPECT_EQ(static_cast<const QEN_TList*>(original["items"].DynamicCast("QEN_TList"))->Entries(),
+            2u);
+
+  QEN_TDict moved(std::move(copy));
+  EXPECT_EQ(copy.Entries(), 0u);
+  EXPECT_EQ(moved.Entries(), 5u);
+  copy["usable"] = 1u;  // a moved-from dictionary is empty and works
+  EXPECT_EQ(copy.Entries(), 1u);
+
+  // Equality doesn't depend on the order of the keys.
+  QEN_TDict one, other;
+  one["x"] = 1u;
+  one["y"] = 2u;
+  other["y"] = 2u;
+  other["x"] = 1u;
+  EXPECT_TRUE(one == other);
+  EXPECT_TRUE(one.QEN_IsIdent(other));
+}
+
+TEST_F(ContainersTest, DictIterationGivesTheKeyStrings) {
+  QEN_TDict dict = SampleDict();
+  EXPECT_EQ(Keys(dict), (std::vector<std::string>{"count", "name", "ratio", "items", "tree"}));
+  QEN_TIterator it(dict);
+  // The key is the cursor's copy: changing it renames nothing.
+  *static_cast<QEN_TString*>(it.Key().DynamicCast("QEN_TString")) = QEN_TString("renamed");
+  EXPECT_TRUE(dict.HasKey("count"));
+  EXPECT_FALSE(dict.HasKey("renamed"));
+  it.Value() = 4u;
+  EXPECT_TRUE(dict["count"] == QEN_TAny(4u));
+}
+
+// The walk of a metadata archive: delete some entries while walking, advance
+// once after each step, and see every entry exactly once.
+TEST_F(ContainersTest, DeletingWalkSeesEveryEntry) {
+  const std::vector<std::vector<bool>> patterns = {{true, true, true, true},
+                                                   {true, false, true, false},
+                                                   {false, true, true, false},
+                                                   {false, false, false, true},
+                                                   {true},
+                                                   {false},
+                                                   {}};
+  for (const std::vector<bool>& drop : patterns) {
+    QEN_TDict dict;
+    QEN_TList list;
+    QEN_TArray array(static_cast<unsigned>(drop.size()));
+    QEN_TTree tree;
+    for (unsigned i = 0; i < drop.size(); ++i) {
+      std::string key = "k" + std::to_string(i);
+      dict[key.c_str()] = i;
+      list.AddAtTail(QEN_TAny(i));
+      array[i] = i;
+      tree.Value(key.c_str()) = i;
+    }
+    std::vector<QEN_IIteratable*> containers = {&dict, &list, &array, &tree};
+    for (QEN_IIteratable* container : containers) {
+      SCOPED_TRACE(container->ClassName());
+      std::vector<unsigned> seen, kept;
+      for (QEN_TIterator it(*container); !it.IsDone(); it++) {
+        unsigned value = it.Value();
+        seen.push_back(value);
+        if (drop[value]) {
+          it.DeleteItem();
+          EXPECT_THROW(it.Value(), QEN_EIndexOutOfRange) << "the element is gone";
+        } else {
+          kept.push_back(value);
+        }
+      }
+      std::vector<unsigned> all;
+      for (unsigned i = 0; i < drop.size(); ++i) all.push_back(i);
+      EXPECT_EQ(seen, all);
+      EXPECT_EQ(Values(*container), kept);
+    }
+  }
+}
+
+TEST_F(ContainersTest, AfterDeletingPreviousGoesToTheElementInFront) {
+  QEN_TList list = ListOf({0, 1, 2, 3});
+  QEN_TIterator it(list);
+  it++;
+  it++;
+  it.DeleteItem();  // removes 2
+  it--;
+  EXPECT_EQ(static_cast<unsigned>(it.Value()), 1u);
+  EXPECT_EQ(*static_cast<const unsigned*>(it.Key().DynamicCast("QEN_TUInt32")), 1u);
+  it++;
+  EXPECT_EQ(static_cast<unsigned>(it.Value()), 3u);
+  EXPECT_EQ(*static_cast<const unsigned*>(it.Key().DynamicCast("QEN_TUInt32")), 2u)
+      << "the element behind takes the removed one's index";
+}
+
+// ---------------------------------------------------------------------------
+// Iterators
+
+TEST_F(ContainersTest, IteratorsMoveBothWaysAndStopAtTheEnds) {
+  QEN_TList list = ListOf({10, 11, 12});
+  QEN_TConstIterator it(list);
+  EXPECT_FALSE(it.IsBeforeFirst());
+  --it;
+  EXPECT_TRUE(it.IsBeforeFirst());
+  EXPECT_FALSE(it.IsDone());
+  EXPECT_THROW(it.Value(), QEN_EIndexOutOfRange);
+  --it;  // stays before the first
+  ++it;
+  EXPECT_EQ(static_cast<unsigned>(it.Value()), 10u);
+
+  it.End();
+  EXPECT_TRUE(it.IsDone());
+  ++it;
+  EXPECT_TRUE(it.IsDone());
+  it--;
+  EXPECT_EQ(static_cast<unsigned>(it.Value()), 12u);
+
+  QEN_TConstIterator copy(it);
+  copy--;
+  EXPECT_EQ(static_cast<unsigned>(copy.Value()), 11u);
+  EXPECT_EQ(static_cast<unsigned>(it.Value()), 12u) << "a copy moves on its own";
+
+  QEN_TConstIterator moved(std::move(copy));
+  EXPECT_TRUE(copy.IsDone()) << "a moved-from iterator walks nothing";
+  EXPECT_THROW(copy.Value(), QEN_EIndexOutOfRange);
+  EXPECT_EQ(static_cast<unsigned>(moved.Value()), 11u);
+
+  QEN_TDict empty;
+  QEN_TConstIterator none(empty);
+  EXPECT_TRUE(none.IsDone());
+  none.End();
+  EXPECT_TRUE(none.IsDone());
+}
+
+TEST_F(ContainersTest, ACursorFromOutsideTheLibraryWalksThroughTheIterators) {
+  QEN_TList list = ListOf({1, 2, 3, 4, 5, 6, 7});
+  TestEvenOnly evens(&list);
+  EXPECT_EQ(Values(evens), (std::vector<unsigned>{2, 4, 6}));
+
+  QEN_TConstIterator it(evens);
+  it.End();
+  EXPECT_TRUE(it.IsDone());
+  it--;
+  EXPECT_EQ(static_cast<unsigned>(it.Value()), 6u);
+  // The interface's own ++ and -- go through Next and Previous.
+  QEN_IIterationInfo* info = it.Info();
+  --*info;
+  EXPECT_EQ(static_cast<unsigned>(info->Value()), 4u);
+  (*info)++;
+  EXPECT_EQ(static_cast<unsigned>(info->Value()), 6u);
+  EXPECT_EQ(&info->Self(), info);
+
+  QEN_TIterator deleting(evens);
+  EXPECT_THROW(deleting.DeleteItem(), QEN_EException) << "this cursor cannot delete";
+  EXPECT_EQ(list.Entries(), 7u);
+}
+
+// ---------------------------------------------------------------------------
+// List
+
+TEST_F(ContainersTest, ListKeysStayOnTheirElements) {
+  QEN_TList list;
+  QEN_TListKey* b = list.Add(QEN_TAny("b"));
+  QEN_TListKey* a = list.AddAtHead(QEN_TAny("a"));
+  QEN_TListKey* c = list.AddAtTail(QEN_TAny("c"));
+  EXPECT_EQ(list.Entries(), 3u);
+  EXPECT_EQ(list.KeyAtHead(), a);
+  EXPECT_EQ(a->Next(), b);
+  EXPECT_EQ(b->Next(), c);
+  EXPECT_EQ(c->Next(), nullptr);
+  EXPECT_EQ(list.KeyAtIndex(2), c);
+  EXPECT_EQ(list.KeyAtIndex(3), nullptr);
+
+  EXPECT_TRUE(list.Remove(b));
+  EXPECT_EQ(a->Next(), c);
+  EXPECT_TRUE(list[c] == QEN_TAny("c"));
+  EXPECT_TRUE(list[1u] == QEN_TAny("c"));
+  EXPECT_TRUE(list[0] == QEN_TAny("a")) << "a literal index is an index";
+  EXPECT_EQ(list.KeyAtIndex(1), c);
+
+  // A list that moves takes its keys along.
+  QEN_TList moved(std::move(list));
+  EXPECT_TRUE(list.IsEmpty());
+  EXPECT_EQ(list.KeyAtHead(), nullptr);
+  EXPECT_TRUE(moved[c] == QEN_TAny("c"));
+  EXPECT_FALSE(list.Owns(c));
+  EXPECT_THROW(list[c], QEN_EIndexOutOfRange);
+  EXPECT_FALSE(list.Remove(c)) << "a key of another list is refused";
+  EXPECT_EQ(moved.Entries(), 2u);
+}
+
+TEST_F(ContainersTest, ListIndexAndKeyOutOfRangeThrow) {
+  QEN_TList list = ListOf({1, 2});
+  const QEN_TList& constant = list;
+  EXPECT_THROW(list[2u], QEN_EIndexOutOfRange);
+  EXPECT_THROW(constant[5u], QEN_EIndexOutOfRange);
+  EXPECT_THROW(list[-1], QEN_EIndexOutOfRange);
+  EXPECT_THROW(list[static_cast<const QEN_TListKey*>(nullptr)], QEN_EIndexOutOfRange);
+  EXPECT_FALSE(list.Remove(nullptr));
+  QEN_TList other = ListOf({1});
+  EXPECT_THROW(list[other.KeyAtHead()], QEN_EIndexOutOfRange);
+  EXPECT_FALSE(list.Remove(other.KeyAtHead()));
+  EXPECT_EQ(other.Entries(), 1u);
+}
+
+TEST_F(ContainersTest, ListCopiesHaveKeysOfTheirOwn) {
+  QEN_TList list = ListOf({1, 2, 3});
+  QEN_TList copy(list);
+  EXPECT_TRUE(copy == list);
+  EXPECT_NE(copy.KeyAtHead(), list.KeyAtHead());
+  EXPECT_TRUE(copy.Owns(copy.KeyAtIndex(2)));
+  copy[0] = 9u;
+  EXPECT_FALSE(copy == list);
+  list = copy;
+  EXPECT_TRUE(list == copy);
+  EXPECT_TRUE(list.Owns(list.KeyAtHead()));
+  list = list;
+  EXPECT_EQ(list.Entries(), 3u);
+}
+
+TEST_F(ContainersTest, ListIterationKeyIsTheIndex) {
+  QEN_TList list = ListOf({5, 6});
+  unsigned expected = 0;
+  for (QEN_TConstIterator it(list); !it.IsDone(); it++, ++expected) {
+    const unsigned* index = static_cast<const unsigned*>(it.Key().DynamicCast("QEN_TUInt32"));
+    ASSERT_NE(index, nullptr);
+    EXPECT_EQ(*index, expected);
+  }
+  EXPECT_EQ(expected, 2u);
+}
+
+// ---------------------------------------------------------------------------
+// Array
+
+TEST_F(ContainersTest, ArrayIsSizedAndRangeChecked) {
+  QEN_TArray array(3);
+  EXPECT_EQ(array.Size(), 3u);
+  EXPECT_TRUE(array[2].IsNothing());
+  array[0] = "first";
+  array[1] = 2u;
+  EXPECT_THROW(array[3], QEN_EIndexOutOfRange);
+  const QEN_TArray& constant = array;
+  EXPECT_THROW(constant[100], QEN_EIndexOutOfRange);
+  QEN_TArray copy(array);
+  copy[0] = "changed";
+  EXPECT_TRUE(array[0] == QEN_TAny("first"));
+  EXPECT_TRUE(Unpack<QEN_TArray>(Pack(array)) == array);
+  EXPECT_EQ(QEN_TArray().Size(), 0u);
+}
+
+// ---------------------------------------------------------------------------
+// Tree
+
+TEST_F(ContainersTest, TreeValueMakesThePathAndGetOnlyReads) {
+  QEN_TTree tree;
+  tree.Value("/Resources/Modules/VYR/Name") = "vyr";
+  EXPECT_TRUE(tree.HasPath("Resources/Modules/VYR/Name"));
+  EXPECT_TRUE(tree.HasPath("Resources//Modules/VYR/"));
+  EXPECT_TRUE(tree.Get("/Resources/Modules/VYR/Name") == QEN_TAny("vyr"));
+  EXPECT_THROW(tree.Get("/Resources/Modules/Other"), QEN_ETreeException);
+  EXPECT_FALSE(tree.HasPath("/Resources/Modules/Other"));
+  EXPECT_FALSE(tree.HasPath("/Resources/Modules/VYR/Name/Deeper")) << "a leaf has no children";
+
+  // A branch is a value holding a tree.
+  const QEN_TTree* branch =
+      static_cast<const QEN_TTree*>(tree.Get("/Resources/Modules").DynamicCast("QEN_TTree"));
+  ASSERT_NE(branch, nullptr);
+  EXPECT_TRUE(branch->Get("VYR/Name") == QEN_TAny("vyr"));
+
+  // Other separators.
+  EXPECT_TRUE(tree.Get("Resources.Modules.VYR.Name", u'.') == QEN_TAny("vyr"));
+  tree.Value(":a:b", u':') = 1u;
+  EXPECT_TRUE(tree.Get("/a/b") == QEN_TAny(1u));
+
+  // The empty path is the tree itself.
+  EXPECT_FALSE(tree.HasPath("/"));
+  EXPECT_THROW(tree.Get("/"), QEN_ETreeException);
+  EXPECT_THROW(tree.Value(""), QEN_ETreeException);
+  EXPECT_FALSE(tree.RemovePath("/"));
+}
+
+TEST_F(ContainersTest, TreeRefusesAPathThroughALeaf) {
+  QEN_TTree tree;
+  tree.Value("a") = 5u;
+  EXPECT_THROW(tree.Value("a/b"), QEN_ETreeException);
+  EXPECT_TRUE(tree.Get("a") == QEN_TAny(5u)) << "the leaf is unchanged";
+  std::string deep;
+  for (unsigned i = 0; i <= QEN_TTree::sMaxPathDepth; ++i) deep += "/x";
+  EXPECT_THROW(tree.Value(deep.c_str()), QEN_ETreeException);
+  EXPECT_FALSE(tree.HasPath("/x"));
+}
+
+TEST_F(ContainersTest, TreeBranchesRemoveAndList) {
+  QEN_TTree tree;
+  tree.Value("b/one") = 1u;
+  tree.Value("b/two") = 2u;
+  tree.Value("a") = 0u;
+  // A new empty branch, as a configuration makes one.
+  tree.Value("empty") = QEN_TAny(QEN_TTree());
+  EXPECT_TRUE(tree.HasPath("empty"));
+  EXPECT_EQ(tree.KeysAt("empty").Entries(), 0u);
+
+  QEN_TList top = tree.KeysAt("/");
+  ASSERT_EQ(top.Entries(), 3u);
+  EXPECT_TRUE(top[0] == QEN_TAny("b"));
+  EXPECT_TRUE(top[1] == QEN_TAny("a"));
+  EXPECT_TRUE(top[2] == QEN_TAny("empty"));
+  EXPECT_EQ(tree.KeysAt("b").Entries(), 2u);
+  EXPECT_EQ(tree.KeysAt("missing").Entries(), 0u);
+  EXPECT_EQ(tree.KeysAt("a").Entries(), 0u);
+  EXPECT_EQ(Keys(tree), (std::vector<std::string>{"b", "a", "empty"}));
+
+  EXPECT_TRUE(tree.RemovePath("/b/one"));
+  EXPECT_FALSE(tree.RemovePath("/b/one"));
+  EXPECT_FALSE(tree.RemovePath("/a/x"));
+  EXPECT_TRUE(tree.RemovePath("b"));
+  EXPECT_FALSE(tree.HasPath("b/two"));
+  EXPECT_EQ(tree.Entries(), 2u);
+}
+
+TEST_F(ContainersTest, TreeCopiesAreDeep) {
+  QEN_TTree tree;
+  tree.Value("a/b") = 1u;
+  QEN_TTree copy(tree, 0);
+  copy.Value("a/b") = 2u;
+  copy.Value("a/c") = 3u;
+  EXPECT_TRUE(tree.Get("a/b") == QEN_TAny(1u));
+  EXPECT_FALSE(tree.HasPath("a/c"));
+  tree = copy;
+  EXPECT_TRUE(tree == copy);
+  // Assigning a branch of the tree to the tree itself.
+  tree = *static_cast<const QEN_TTree*>(copy.Get("a").DynamicCast("QEN_TTree"));
+  EXPECT_TRUE(tree.Get("b") == QEN_TAny(2u));
+  EXPECT_FALSE(tree.HasPath("a"));
+}
+
+// A container given its own content: the source lives inside the target and
+// must survive until it has been read.
+TEST_F(ContainersTest, AssigningFromInsideItselfIsSafe) {
+  QEN_TList list;
+  list.AddAtTail(QEN_TAny(ListOf({7, 8})));
+  list = std::move(*static_cast<QEN_TList*>(list[0].DynamicCast("QEN_TList")));
+  EXPECT_TRUE(list == ListOf({7, 8}));
+
+  QEN_TDict dict;
+  dict["inner"] = QEN_TAny(QEN_TDict());
+  QEN_TDict* inner = static_cast<QEN_TDict*>(dict["inner"].DynamicCast("QEN_TDict"));
+  (*inner)["inner"] = 5u;
+  (*inner)["other"] = 6u;
+  dict.AddAll(*inner);  // replaces the very entry that holds `inner`
+  EXPECT_TRUE(dict["inner"] == QEN_TAny(5u));
+  EXPECT_TRUE(dict["other"] == QEN_TAny(6u));
+
+  QEN_TAny any(SampleDict());
+  QEN_TAny& entry = (*static_cast<QEN_TDict*>(any.DynamicCast("QEN_TDict")))["name"];
+  any = std::move(entry);
+  EXPECT_TRUE(any == QEN_TAny("sample"));
+  QEN_TAny again(SampleDict());
+  again = (*static_cast<QEN_TDict*>(again.DynamicCast("QEN_TDict")))["count"];
+  EXPECT_TRUE(again == QEN_TAny(3u));
+
+  QEN_TArray array(1);
+  QEN_TArray nested(2);
+  nested[1] = 4u;
+  array[0] = nested;
+  array = std::move(*static_cast<QEN_TArray*>(array[0].DynamicCast("QEN_TArray")));
+  EXPECT_TRUE(array == nested);
+}
+
+// ---------------------------------------------------------------------------
+// Binary forms
+
+TEST_F(ContainersTest, BinaryFormsRoundTrip) {
+  QEN_TDict dict = SampleDict();
+  EXPECT_TRUE(Unpack<QEN_TDict>(Pack(dict)) == dict);
+  QEN_TList list = ListOf({3, 1, 2});
+  EXPECT_TRUE(Unpack<QEN_TList>(Pack(list)) == list);
+  QEN_TTree tree;
+  tree.Value("x/y/z") = -1;
+  tree.Value("x/dict") = dict;
+  EXPECT_TRUE(Unpack<QEN_TTree>(Pack(tree)) == tree);
+  EXPECT_TRUE(Unpack<QEN_TDict>(Pack(QEN_TDict())) == QEN_TDict());
+}
+
+// A claim of four billion entries with nothing behind them.
+template <class T>
+void ExpectHugeCountRefused() {
+  Bytes packed = Pack(T());
+  for (std::size_t i = packed.size() - 4; i < packed.size(); ++i) packed[i] = 0xFF;
+  EXPECT_THROW(Unpack<T>(packed), QEN_EStreamException) << T::QEN_ClassName();
+}
+
+TEST_F(ContainersTest, BinaryReadingTrustsNoCount) {
+  ExpectHugeCountRefused<QEN_TDict>();
+  ExpectHugeCountRefused<QEN_TList>();
+  ExpectHugeCountRefused<QEN_TArray>();
+  ExpectHugeCountRefused<QEN_TTree>();
+  // Every cut of a real dictionary fails cleanly, and leaves the target as
+  // it was.
+  Bytes packed = Pack(SampleDict());
+  for (std::size_t length = 0; length < packed.size(); ++length) {
+    Bytes cut(packed.begin(), packed.begin() + length);
+    QEN_TMemoryStream memory(cut.data(), static_cast<unsigned>(cut.size()),
+                             static_cast<unsigned>(cut.size()));
+    QEN_TDataStream stream(memory);
+    QEN_TDict target;
+    target["kept"] = 1u;
+    EXPECT_THROW(stream >> target, QEN_EStreamException) << length;
+    EXPECT_EQ(target.Entries(), 1u);
+  }
+}
+
+TEST_F(ContainersTest, BinaryReadingRefusesDuplicateKeys) {
+  QEN_TDict dict;
+  dict["aa"] = 1u;
+  dict["ab"] = 2u;
+  Bytes packed = Pack(dict);
+  // Rename the second key to the first: same length, same place.
+  Bytes second = Pack(QEN_TString("ab"));
+  Bytes first = Pack(QEN_TString("aa"));
+  auto at = std::search(packed.begin(), packed.end(), second.begin(), second.end());
+  ASSERT_NE(at, packed.end());
+  std::copy(first.begin(), first.end(), at);
+  EXPECT_THROW(Unpack<QEN_TDict>(packed), QEN_EStreamException);
+}
+
+// ---------------------------------------------------------------------------
+// Text forms
+
+TEST_F(ContainersTest, TextFormsAreWrittenForPeople) {
+  QEN_TDict one;
+  one["k"] = 1u;
+  EXPECT_EQ(Framed(one), "QEN_TDict { \"k\" = 1; }");
+  QEN_TDict two;
+  two["a"] = static_cast<unsigned char>(1);
+  two["b"] = ListOf({1, 2});
+  EXPECT_EQ(Framed(two), "QEN_TDict {\n  \"a\" = 1u8;\n  \"b\" = QEN_TList { 1, 2 };\n}");
+  EXPECT_EQ(Framed(QEN_TList()), "QEN_TList {  }");
+  QEN_TArray array(2);
+  array[0] = "x";
+  EXPECT_EQ(Framed(array), "QEN_TArray { \"x\", nil }");
+
+  QEN_TTree tree;
+  tree.Value("top") = 1.5;
+  tree.Value("branch/leaf") = "v";
+  tree.Value("branch/empty") = QEN_TAny(QEN_TTree());
+  EXPECT_EQ(Framed(tree),
+            "QEN_TTree {\n"
+            "  \"top\" = 1.5;\n"
+            "  \"branch\" {\n"
+            "    \"leaf\" = \"v\";\n"
+            "    \"empty\" {}\n"
+            "  }\n"
+            "}");
+}
+
+TEST_F(ContainersTest, TextFormsReadBack) {
+  QEN_TDict dict = SampleDict();
+  QEN_TTree tree;
+  tree.Value("a/b/c") = dict;
+  tree.Value("a/n") = QEN_TAny();
+  tree.Value("list") = ListOf({});
+  QEN_TArray array(3);
+  array[1] = tree;
+  std::vector<const QEN_IPackable*> objects = {&dict, &tree, &array};
+  for (const QEN_IPackable* object : objects) {
+    SCOPED_TRACE(object->ClassName());
+    std::string text =
+        Framed(*static_cast<const QEN_IHumanReadable*>(object->DynamicCast("QEN_IHumanReadable")));
+    std::unique_ptr<QEN_IInterface> read = ExtractText(text);
+    const QEN_IPackable* packable =
+        static_cast<const QEN_IPackable*>(read->DynamicCast("QEN_IPackable"));
+    ASSERT_NE(packable, nullptr);
+    EXPECT_TRUE(packable->QEN_IsIdent(*object)) << text;
+  }
+}
+
+TEST_F(ContainersTest, AConfigurationWrittenByHandReads) {
+  const char* text =
+      "QEN_TTree {\n"
+      "  # where the modules live\n"
+      "  \"Resources\" {\n"
+      "    \"Modules\" {\n"
+      "      \"VYR\" { \"DynamicLoading\" = QEN_TDict { \"plugin\" = \"libx.so\" }; }\n"
+      "    };\n"
+      "    \"Depth\" = 3\n"
+      "  }\n"
+      "  \"Flat\" = QEN_TTree { \"x\" = -1; };\n"
+      "}\n";
+  std::unique_ptr<QEN_IInterface> read = ExtractText(text);
+  const QEN_TTree* tree = static_cast<const QEN_TTree*>(read->DynamicCast("QEN_TTree"));
+  ASSERT_NE(tree, nullptr);
+  const QEN_TDict* plugins = static_cast<const QEN_TDict*>(
+      tree->Get("/Resources/Modules/VYR/DynamicLoading").DynamicCast("QEN_TDict"));
+  ASSERT_NE(plugins, nullptr);
+  EXPECT_TRUE((*plugins)["plugin"] == QEN_TAny("libx.so"));
+  EXPECT_TRUE(tree->Get("Resources/Depth") == QEN_TAny(3u));
+  EXPECT_TRUE(tree->Get("Flat/x") == QEN_TAny(-1));
+
+  // Read as bare content, the framed form is accepted too.
+  QEN_TTree direct = ReadText<QEN_TTree>(text);
+  EXPECT_TRUE(direct == *tree);
+  QEN_TDict bare = ReadText<QEN_TDict>("\"a\" = 1; \"b\" = 2");
+  EXPECT_EQ(bare.Entries(), 2u);
+}
+
+TEST_F(ContainersTest, TextThatDoesNotFitNamesWhere) {
+  const char* bad[] = {
+      "QEN_TDict { \"a\" 1; }",             // no '='
+      "QEN_TDict { \"a\" = 1 \"b\" = 2 }",  // no ';'
+      "QEN_TDict { a = 1; }",               // unquoted key
+      "QEN_TDict { \"a\" = 1; \"a\" = 2; }",
+      "QEN_TDict { \"a\" = ; }",
+      "QEN_TDict { \"a\" = 1;",  // not closed
+      "QEN_TList { 1 2 }",
+      "QEN_TList { 1,, 2 }",
+      "QEN_TTree { \"a\" { \"b\" = 1; }",
+      "QEN_TTree { \"a\" : 1; }",
+      "QEN_TTree { \"a\" = 1; \"a\" { } }",
+      "QEN_TArray { 1, QEN_TNoSuchClass { } }",
+  };
+  for (const char* text : bad) {
+    SCOPED_TRACE(text);
+    EXPECT_THROW(ExtractText(text), QEN_EStreamException);
+  }
+  try {
+    ExtractText("QEN_TDict {\n  \"a\" = 1;\n  \"b\" 2;\n}");
+    FAIL() << "no exception";
+  } catch (const QEN_ESyntaxError& e) {
+    std::string message = e.QEN_Message().c_str();
+    EXPECT_NE(message.find("line 3"), std::string::npos) << message;
+    EXPECT_NE(message.find("\"b\""), std::string::npos) << message;
+  }
+}
+
+TEST_F(ContainersTest, DeepNestingInTextIsBounded) {
+  std::string text = "QEN_TTree { ";
+  for (int i = 0; i < 10000; ++i) text += "\"a\" { ";
+  EXPECT_THROW(ExtractText(text), QEN_ESyntaxError);
+  std::string lists;
+  for (int i = 0; i < 10000; ++i) lists += "QEN_TList { ";
+  EXPECT_THROW(ExtractText(lists), QEN_ESyntaxError);
+}
+
+// ---------------------------------------------------------------------------
+// Printing
+
+TEST_F(ContainersTest, PrintsNestedContainersIndented) {
+  QEN_TDict dict;
+  dict["n"] = 1u;
+  dict["list"] = ListOf({2});
+  EXPECT_EQ(Printed(dict), "{\n  n = 1\n  list = [\n    2\n  ]\n}");
+  EXPECT_EQ(Printed(QEN_TList()), "[]");
+  QEN_TTree tree;
+  tree.Value("a/b") = "x";
+  EXPECT_EQ(Printed(tree), "{\n  a = {\n    b = x\n  }\n}");
+  EXPECT_STREQ(QEN_IPrintable::Prefix(), "") << "the depth is given back";
+}
+
+}  // namespace
