@@ -1,0 +1,668 @@
+// The text stream: UTF-8 bytes outside, 16-bit characters inside.
+//
+// Text is written by people as often as by programs (configuration files),
+// so reading is forgiving where it costs nothing (white space, comments) and
+// strict everywhere else: a text that doesn't fit is a QEN_ESyntaxError that
+// names the line and column. Invalid UTF-8 reads as U+FFFD rather than
+// failing, so a stray byte in a comment does no harm. docs/formats.md
+// describes tokens, quoting, comments, numbers and the framed object form.
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <type_traits>
+
+#include "qen/qen_exception.h"
+#include "qen/qen_stream.h"
+
+const QEN_TString QEN_THumanReadableStream::sWhiteSpace(" \t\r\n");
+const unsigned QEN_THumanReadableStream::sMaxDepth = 64;
+
+namespace {
+
+constexpr QEN_TUniChar kReplacement = 0xFFFD;
+// Longer tokens than this are not numbers anyone writes.
+constexpr std::size_t kMaxNumberLength = 400;
+constexpr std::size_t kMaxClassNameLength = 255;
+
+bool IsDigit(QEN_TUniChar c) { return c >= '0' && c <= '9'; }
+bool IsLetter(QEN_TUniChar c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+bool IsNameStart(QEN_TUniChar c) { return IsLetter(c) || c == '_'; }
+bool IsNameChar(QEN_TUniChar c) { return IsNameStart(c) || IsDigit(c); }
+bool IsHighSurrogate(QEN_TUniChar c) { return c >= 0xD800 && c <= 0xDBFF; }
+bool IsLowSurrogate(QEN_TUniChar c) { return c >= 0xDC00 && c <= 0xDFFF; }
+
+bool InSet(const QEN_TString& set, QEN_TUniChar c) {
+  return set.Chars().find(c) != std::u16string::npos;
+}
+
+void AppendUtf8(std::string& out, unsigned codePoint) {
+  if (codePoint < 0x80) {
+    out += static_cast<char>(codePoint);
+  } else if (codePoint < 0x800) {
+    out += static_cast<char>(0xC0 | (codePoint >> 6));
+    out += static_cast<char>(0x80 | (codePoint & 0x3F));
+  } else if (codePoint < 0x10000) {
+    out += static_cast<char>(0xE0 | (codePoint >> 12));
+    out += static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (codePoint & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (codePoint >> 18));
+    out += static_cast<char>(0x80 | ((codePoint >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (codePoint & 0x3F));
+  }
+}
+
+void AppendEscape(std::string& out, QEN_TUniChar c) {
+  static const char kHex[] = "0123456789ABCDEF";
+  out += "\\u";
+  for (int shift = 12; shift >= 0; shift -= 4) out += kHex[(c >> shift) & 0xF];
+}
+
+// A character as it appears in a message: 'x' when printable, U+XXXX else.
+std::string Describe(QEN_TUniChar c) {
+  if (c >= 0x21 && c < 0x7F && c != '\'') return std::string("'") + static_cast<char>(c) + "'";
+  char text[16];
+  std::snprintf(text, sizeof text, "U+%04X", static_cast<unsigned>(c));
+  return text;
+}
+
+std::string Narrow(const std::u16string& text) { return QEN_TString(text).c_str(); }
+
+// Writes the shortest of 15 and 17 significant digits that reads back to the
+// same bits. to_chars doesn't depend on the process's locale, as printf does.
+std::string FormatDouble(double value) {
+  if (std::isnan(value)) return "nan";
+  if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
+  char text[64];
+  for (int precision : {15, 17}) {
+    auto result =
+        std::to_chars(text, text + sizeof text, value, std::chars_format::general, precision);
+    double back = 0;
+    std::from_chars(text, result.ptr, back);
+    if (precision == 17 || std::memcmp(&back, &value, sizeof value) == 0)
+      return std::string(text, result.ptr);
+  }
+  return std::string();  // not reached
+}
+
+template <class T>
+std::string FormatInteger(T value) {
+  char text[32];
+  auto result = std::to_chars(text, text + sizeof text, value);
+  return std::string(text, result.ptr);
+}
+
+}  // namespace
+
+// Helpers with access to the stream's state.
+class QEN_THumanReadableStream::Impl {
+ public:
+  // One 16-bit unit from the bytes, or false at their end.
+  static bool Decode(QEN_THumanReadableStream& s, QEN_TUniChar& unit) {
+    if (s.mHaveLow) {
+      s.mHaveLow = false;
+      unit = s.mLow;
+      return true;
+    }
+    unsigned char lead;
+    if (!s.NextByte(lead)) return false;
+    if (lead < 0x80) {
+      unit = lead;
+      return true;
+    }
+    unsigned follow;
+    unsigned codePoint;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+      follow = 1;
+      codePoint = lead & 0x1F;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+      follow = 2;
+      codePoint = lead & 0x0F;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+      follow = 3;
+      codePoint = lead & 0x07;
+    } else {
+      unit = kReplacement;
+      return true;
+    }
+    for (unsigned i = 0; i < follow; ++i) {
+      unsigned char next;
+      if (!s.NextByte(next)) {
+        unit = kReplacement;
+        return true;
+      }
+      // The second byte also rules out overlong forms, surrogates and code
+      // points past U+10FFFF. A byte that doesn't fit starts the next
+      // character.
+      unsigned char low = 0x80, high = 0xBF;
+      if (i == 0) {
+        if (lead == 0xE0) low = 0xA0;
+        if (lead == 0xED) high = 0x9F;
+        if (lead == 0xF0) low = 0x90;
+        if (lead == 0xF4) high = 0x8F;
+      }
+      if (next < low || next > high) {
+        s.mPushedByte = next;
+        unit = kReplacement;
+        return true;
+      }
+      codePoint = (codePoint << 6) | (next & 0x3F);
+    }
+    if (codePoint >= 0x10000) {
+      codePoint -= 0x10000;
+      unit = static_cast<QEN_TUniChar>(0xD800 + (codePoint >> 10));
+      s.mLow = static_cast<QEN_TUniChar>(0xDC00 + (codePoint & 0x3FF));
+      s.mHaveLow = true;
+    } else {
+      unit = static_cast<QEN_TUniChar>(codePoint);
+    }
+    return true;
+  }
+
+  // Takes the next character and moves the line and column past it.
+  static bool Take(QEN_THumanReadableStream& s, QEN_TUniChar& c) {
+    if (s.mHavePeek) {
+      s.mHavePeek = false;
+      c = s.mPeek;
+    } else if (!Decode(s, c)) {
+      return false;
+    }
+    s.mLastLine = s.mLine;
+    s.mLastColumn = s.mColumn;
+    s.mLastChar = c;
+    if (c == '\n') {
+      ++s.mLine;
+      s.mColumn = 1;
+    } else if (!IsHighSurrogate(c)) {
+      // A surrogate pair is one column.
+      ++s.mColumn;
+    }
+    return true;
+  }
+
+  [[noreturn]] static void Fail(unsigned line, unsigned column, const std::string& what) {
+    QEN_THROW(QEN_ESyntaxError, QEN_TString::Format("syntax error at line %u, column %u: %s", line,
+                                                    column, what.c_str()));
+    std::abort();  // QEN_Throw doesn't come back
+  }
+
+  // A failure at the place of the next character, as at the end of the text.
+  [[noreturn]] static void FailAhead(QEN_THumanReadableStream& s, const std::string& what) {
+    Fail(s.mLine, s.mColumn, what);
+  }
+
+  // A failure at the character just read, or ahead when there is none.
+  [[noreturn]] static void FailAtOffending(QEN_THumanReadableStream& s, const std::string& what) {
+    QEN_TUniChar c;
+    if (Take(s, c)) Fail(s.mLastLine, s.mLastColumn, what + ", found " + Describe(c));
+    FailAhead(s, what + ", found the end of the text");
+  }
+
+  static void SkipSet(QEN_THumanReadableStream& s, const QEN_TString& set, std::u16string* out) {
+    bool comments = InSet(set, '\n');
+    QEN_TUniChar c;
+    while (s.PeekChar(c)) {
+      if (InSet(set, c)) {
+        Take(s, c);
+        if (out != nullptr) *out += c;
+      } else if (comments && c == '#') {
+        // A comment runs to the line break, which the set then takes.
+        while (s.PeekChar(c) && c != '\n') Take(s, c);
+      } else {
+        break;
+      }
+    }
+  }
+
+  static std::string ReadName(QEN_THumanReadableStream& s) {
+    std::u16string name;
+    QEN_TUniChar c;
+    if (!s.PeekChar(c) || !IsNameStart(c)) FailAtOffending(s, "expected a class name");
+    while (s.PeekChar(c) && IsNameChar(c)) {
+      if (name.size() == kMaxClassNameLength) FailAhead(s, "class name too long");
+      Take(s, c);
+      name += c;
+    }
+    return Narrow(name);
+  }
+
+  // The characters of a number, after white space; `line` and `column` tell
+  // where it starts. `real` admits the characters of a double (point,
+  // exponent, inf, nan).
+  static std::string ReadNumberToken(QEN_THumanReadableStream& s, bool real, const char* kind,
+                                     unsigned& line, unsigned& column) {
+    s.SkipWhiteSpace();
+    line = s.mLine;
+    column = s.mColumn;
+    std::string token;
+    QEN_TUniChar c;
+    while (s.PeekChar(c)) {
+      bool sign = c == '-' || c == '+';
+      bool fits = IsDigit(c) || (sign && token.empty()) ||
+                  (real && (c == '.' || IsLetter(c) ||
+                            (sign && (token.back() == 'e' || token.back() == 'E'))));
+      if (!fits) break;
+      if (token.size() == kMaxNumberLength) Fail(line, column, std::string(kind) + " too long");
+      Take(s, c);
+      token += static_cast<char>(c);
+    }
+    if (token.empty()) FailAtOffending(s, std::string("expected ") + kind);
+    return token;
+  }
+
+  template <class T>
+  static T ReadInteger(QEN_THumanReadableStream& s, const char* kind) {
+    unsigned line, column;
+    std::string token = ReadNumberToken(s, false, kind, line, column);
+    T value{};
+    const char* end = token.data() + token.size();
+    auto result = std::from_chars(token.data(), end, value);
+    bool negative = token.size() > 1 && token[0] == '-' && IsDigit(token[1]);
+    if (result.ec == std::errc::result_out_of_range || (negative && !std::is_signed<T>::value))
+      Fail(line, column, "number " + token + " is out of range for " + kind);
+    if (result.ec != std::errc() || result.ptr != end)
+      Fail(line, column, std::string("expected ") + kind + ", found \"" + token + "\"");
+    return value;
+  }
+
+  static double ReadDouble(QEN_THumanReadableStream& s) {
+    unsigned line, column;
+    std::string token = ReadNumberToken(s, true, "a number", line, column);
+    double value = 0;
+    const char* end = token.data() + token.size();
+    auto result = std::from_chars(token.data(), end, value);
+    if (result.ec == std::errc::result_out_of_range)
+      Fail(line, column, "number " + token + " is out of range for a double");
+    if (result.ec != std::errc() || result.ptr != end)
+      Fail(line, column, "expected a number, found \"" + token + "\"");
+    return value;
+  }
+
+  // Bounds the nesting of objects while reading.
+  class Depth {
+   public:
+    explicit Depth(QEN_THumanReadableStream& s) : mStream(s) { s.Enter(); }
+    ~Depth() { mStream.Leave(); }
+    Depth(const Depth&) = delete;
+    Depth& operator=(const Depth&) = delete;
+
+   private:
+    QEN_THumanReadableStream& mStream;
+  };
+};
+
+QEN_THumanReadableStream::QEN_THumanReadableStream(QEN_IStream& stream) : mStream(stream) {}
+
+QEN_THumanReadableStream::~QEN_THumanReadableStream() = default;
+
+// ---------------------------------------------------------------------------
+// Writing
+
+void QEN_THumanReadableStream::WriteRaw(const char* text, unsigned size) {
+  if (size == 0) return;
+  // Indentation is written lazily, so an empty line stays empty.
+  if (mAtLineStart && text[0] != '\n' && mIndent > 0) {
+    static const char kBlanks[] = "                                ";
+    unsigned blanks = 2 * mIndent;
+    while (blanks > 0) {
+      unsigned n = blanks < sizeof kBlanks - 1 ? blanks : sizeof kBlanks - 1;
+      mStream.Write(kBlanks, n);
+      blanks -= n;
+    }
+  }
+  mStream.Write(text, size);
+  mAtLineStart = text[size - 1] == '\n';
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator<<(const char* text) {
+  if (text != nullptr) WriteRaw(text, static_cast<unsigned>(std::strlen(text)));
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator<<(char c) {
+  WriteRaw(&c, 1);
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator<<(const QEN_IHumanReadable& object) {
+  object.WriteTo(*this);
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::WriteObject(const QEN_IHumanReadable& object) {
+  object.QEN_WriteTo(*this);
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::WriteQuoted(const QEN_TString& text) {
+  const std::u16string& chars = text.Chars();
+  std::string out;
+  out.reserve(chars.size() + 2);
+  out += '"';
+  for (std::size_t i = 0; i < chars.size(); ++i) {
+    QEN_TUniChar c = chars[i];
+    switch (c) {
+      case '"':
+        out += "\\\"";
+        continue;
+      case '\\':
+        out += "\\\\";
+        continue;
+      case '\n':
+        out += "\\n";
+        continue;
+      case '\r':
+        out += "\\r";
+        continue;
+      case '\t':
+        out += "\\t";
+        continue;
+      default:
+        break;
+    }
+    if (c < 0x20 || c == 0x7F) {
+      AppendEscape(out, c);
+    } else if (IsHighSurrogate(c) && i + 1 < chars.size() && IsLowSurrogate(chars[i + 1])) {
+      AppendUtf8(out, 0x10000 + ((c - 0xD800) << 10) + (chars[i + 1] - 0xDC00));
+      ++i;
+    } else if (IsHighSurrogate(c) || IsLowSurrogate(c)) {
+      // A lone half has no UTF-8 form; the escape keeps it exactly.
+      AppendEscape(out, c);
+    } else {
+      AppendUtf8(out, c);
+    }
+  }
+  out += '"';
+  WriteRaw(out.data(), static_cast<unsigned>(out.size()));
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator<<(double value) {
+  std::string text = FormatDouble(value);
+  WriteRaw(text.data(), static_cast<unsigned>(text.size()));
+  return *this;
+}
+
+#define QEN_WRITE_INTEGER(T)                                                \
+  QEN_THumanReadableStream& QEN_THumanReadableStream::operator<<(T value) { \
+    std::string text = FormatInteger(value);                                \
+    WriteRaw(text.data(), static_cast<unsigned>(text.size()));              \
+    return *this;                                                           \
+  }
+
+QEN_WRITE_INTEGER(unsigned)
+QEN_WRITE_INTEGER(int)
+QEN_WRITE_INTEGER(unsigned long long)
+QEN_WRITE_INTEGER(long long)
+QEN_WRITE_INTEGER(unsigned short)
+QEN_WRITE_INTEGER(unsigned char)
+#undef QEN_WRITE_INTEGER
+
+QEN_THumanReadableStream& cr(QEN_THumanReadableStream& stream) { return stream << "\n"; }
+
+// ---------------------------------------------------------------------------
+// Reading
+
+bool QEN_THumanReadableStream::NextByte(unsigned char& b) {
+  if (mPushedByte >= 0) {
+    b = static_cast<unsigned char>(mPushedByte);
+    mPushedByte = -1;
+    return true;
+  }
+  // One byte at a time: what this stream doesn't read stays in the byte
+  // stream for whoever reads on.
+  return mStream.Read(&b, 1) == 1;
+}
+
+const QEN_TUniChar* QEN_THumanReadableStream::ReadChar(QEN_TUniChar& c) {
+  if (!Impl::Take(*this, c)) Impl::FailAhead(*this, "unexpected end of text");
+  return &c;
+}
+
+bool QEN_THumanReadableStream::PeekChar(QEN_TUniChar& c) {
+  if (!mHavePeek) {
+    if (!Impl::Decode(*this, mPeek)) return false;
+    mHavePeek = true;
+  }
+  c = mPeek;
+  return true;
+}
+
+bool QEN_THumanReadableStream::AtEnd() {
+  QEN_TUniChar c;
+  return !PeekChar(c);
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::Skip(QEN_TString& out, const QEN_TString& set) {
+  std::u16string skipped;
+  Impl::SkipSet(*this, set, &skipped);
+  out = QEN_TString(std::move(skipped));
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::SkipWhiteSpace() {
+  Impl::SkipSet(*this, sWhiteSpace, nullptr);
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::ReadUntil(QEN_TString& out,
+                                                              const QEN_TString& set) {
+  std::u16string word;
+  QEN_TUniChar c;
+  while (PeekChar(c) && !InSet(set, c)) {
+    Impl::Take(*this, c);
+    word += c;
+  }
+  out = QEN_TString(std::move(word));
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::ReadQuoted(QEN_TString& out) {
+  SkipWhiteSpace();
+  QEN_TUniChar c;
+  if (!PeekChar(c) || c != '"') Impl::FailAtOffending(*this, "expected '\"'");
+  Impl::Take(*this, c);
+  unsigned line = mLastLine, column = mLastColumn;
+  std::u16string text;
+  for (;;) {
+    if (!Impl::Take(*this, c))
+      Impl::Fail(line, column, "quoted text not closed before the end of the text");
+    if (c == '"') break;
+    if (c == '\n' || c == '\r') SyntaxError("line break inside quoted text (write \\n)");
+    if (c != '\\') {
+      text += c;
+      continue;
+    }
+    ReadChar(c);
+    switch (c) {
+      case '"':
+      case '\\':
+        text += c;
+        break;
+      case 'n':
+        text += u'\n';
+        break;
+      case 'r':
+        text += u'\r';
+        break;
+      case 't':
+        text += u'\t';
+        break;
+      case 'u': {
+        unsigned value = 0;
+        for (int i = 0; i < 4; ++i) {
+          ReadChar(c);
+          unsigned digit;
+          if (IsDigit(c))
+            digit = c - '0';
+          else if (c >= 'a' && c <= 'f')
+            digit = c - 'a' + 10;
+          else if (c >= 'A' && c <= 'F')
+            digit = c - 'A' + 10;
+          else
+            SyntaxError("expected four hex digits after \\u");
+          value = value * 16 + digit;
+        }
+        text += static_cast<QEN_TUniChar>(value);
+        break;
+      }
+      default:
+        SyntaxError("unknown escape in quoted text");
+    }
+  }
+  out = QEN_TString(std::move(text));
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator>>(QEN_IHumanReadable& object) {
+  Impl::Depth depth(*this);
+  object.ReadFrom(*this);
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator>>(double* value) {
+  *value = Impl::ReadDouble(*this);
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator>>(unsigned* value) {
+  *value = Impl::ReadInteger<unsigned>(*this, "an unsigned 32");
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator>>(int* value) {
+  *value = Impl::ReadInteger<int>(*this, "a signed 32");
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator>>(unsigned long long* value) {
+  *value = Impl::ReadInteger<unsigned long long>(*this, "an unsigned 64");
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator>>(long long* value) {
+  *value = Impl::ReadInteger<long long>(*this, "a signed 64");
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator>>(unsigned short* value) {
+  *value = Impl::ReadInteger<unsigned short>(*this, "an unsigned 16");
+  return *this;
+}
+
+QEN_THumanReadableStream& QEN_THumanReadableStream::operator>>(unsigned char* value) {
+  *value = Impl::ReadInteger<unsigned char>(*this, "an unsigned 8");
+  return *this;
+}
+
+void QEN_THumanReadableStream::SyntaxError(const char* what) {
+  if (mLastLine == 0) Impl::FailAhead(*this, what != nullptr ? what : "unexpected text");
+  std::string text =
+      what != nullptr ? std::string(what) : "unexpected character " + Describe(mLastChar);
+  Impl::Fail(mLastLine, mLastColumn, text);
+}
+
+void QEN_THumanReadableStream::Enter() {
+  if (mDepth >= sMaxDepth)
+    Impl::FailAhead(*this, "objects nested deeper than " + std::to_string(sMaxDepth));
+  ++mDepth;
+}
+
+QEN_IHumanReadable* QEN_THumanReadableStream::Extract() {
+  SkipWhiteSpace();
+  unsigned line = mLine, column = mColumn;
+  std::string name = Impl::ReadName(*this);
+  const QEN_TClass* found = QEN_TClass::Find(name.c_str());
+  if (found == nullptr)
+    QEN_THROW(QEN_EUnknownClass, QEN_TString::Format("unknown class \"%s\" at line %u, column %u",
+                                                     name.c_str(), line, column));
+  if (found->isInterface || found->factory == nullptr)
+    QEN_THROW(QEN_EStreamException,
+              QEN_TString::Format("class \"%s\" at line %u, column %u has no factory", name.c_str(),
+                                  line, column));
+  if (!found->Implements("QEN_IHumanReadable"))
+    QEN_THROW(QEN_EStreamException,
+              QEN_TString::Format("class \"%s\" at line %u, column %u has no text form",
+                                  name.c_str(), line, column));
+
+  QEN_TObject* made = found->factory();
+  if (made == nullptr)
+    QEN_THROW(QEN_EStreamException,
+              QEN_TString::Format("out of memory building class \"%s\" at line %u, column %u",
+                                  name.c_str(), line, column));
+  // Deleted through its QEN_IInterface part unless it is handed out.
+  std::unique_ptr<QEN_IInterface> owner(made);
+  auto* object = static_cast<QEN_IHumanReadable*>(owner->DynamicCast("QEN_IHumanReadable"));
+  if (object == nullptr)
+    QEN_THROW(QEN_EStreamException,
+              QEN_TString::Format("class \"%s\" at line %u, column %u has no text form",
+                                  name.c_str(), line, column));
+  object->QEN_ReadFrom(*this);
+  owner.release();
+  return object;
+}
+
+// ---------------------------------------------------------------------------
+// The framed form of an object: its class name, then its text form in braces;
+// one line, or a block with the content indented one level.
+
+bool QEN_IHumanReadable::QEN_WriteTo(QEN_THumanReadableStream& out) const {
+  out << ClassObject().name << " {";
+  if (QEN_HRMultiLine()) {
+    unsigned level = out.IndentLevel();
+    out.SetIndentLevel(level + 1);
+    out << cr;
+    WriteTo(out);
+    out.SetIndentLevel(level);
+    if (!out.AtLineStart()) out << cr;
+    out << "}";
+  } else {
+    out << " ";
+    WriteTo(out);
+    out << " }";
+  }
+  return false;
+}
+
+bool QEN_IHumanReadable::QEN_ReadFrom(QEN_THumanReadableStream& in) {
+  // Extract has taken the class name already; a caller filling an existing
+  // object may leave it in, and then it must name this object's class.
+  in.SkipWhiteSpace();
+  QEN_TUniChar c;
+  if (in.PeekChar(c) && c != '{') {
+    std::string name;
+    while (in.PeekChar(c) && IsNameChar(c) && name.size() <= kMaxClassNameLength) {
+      in.ReadChar(c);
+      name += static_cast<char>(c);
+    }
+    const char* expected = ClassObject().name;
+    if (name != expected) {
+      std::string what = name.empty()
+                             ? std::string("expected '{'")
+                             : "expected class " + std::string(expected) + ", found " + name;
+      if (name.empty()) in.ReadChar(c);
+      in.SyntaxError(what.c_str());
+    }
+    in.SkipWhiteSpace();
+  }
+  in.ReadChar(c);
+  if (c != '{') in.SyntaxError("expected '{'");
+  {
+    in.Enter();
+    struct Leave {
+      QEN_THumanReadableStream& stream;
+      ~Leave() { stream.Leave(); }
+    } leave{in};
+    ReadFrom(in);
+  }
+  in.SkipWhiteSpace();
+  in.ReadChar(c);
+  if (c != '}') in.SyntaxError("expected '}'");
+  return false;
+}
