@@ -1,0 +1,570 @@
+// The exception family: the tree, throwing, packing and rebuilding, and the
+// text for a person.
+#include <gtest/gtest.h>
+#include <vyrax/vyrax.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#define VYR_SOURCE_NAME "Private/Source/vyr_typedefs"
+#include "vyr_throw.h"
+
+namespace {
+
+class StartLibrary : public ::testing::Environment {
+ public:
+  void SetUp() override { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
+};
+::testing::Environment* const kStart = ::testing::AddGlobalTestEnvironment(new StartLibrary);
+
+std::string Text(const QEN_EException& e, bool noNested = false, unsigned indent = 0) {
+  return VYR_Exception2String(e, noNested, indent).c_str();
+}
+
+// An exception as data: the one way of throwing, caught at once.
+template <class X, class... Args>
+X Thrown(const char* format, const Args&... args) {
+  try {
+    VYR_THROW(X, format, args...);
+  } catch (const X& e) {
+    return e;
+  }
+  ADD_FAILURE() << "nothing thrown";
+  return X();
+}
+
+struct Deleter {
+  void operator()(QEN_IPackable* object) const { delete static_cast<QEN_IInterface*>(object); }
+};
+typedef std::unique_ptr<QEN_IPackable, Deleter> Owned;
+
+// Packs the object and builds it again from the bytes by its class name.
+Owned Rebuild(const QEN_IPackable& object) {
+  QEN_TMemoryStream bytes;
+  QEN_TDataStream out(bytes);
+  out << object;
+  out.Flush();
+  QEN_TMemoryStream in(bytes.Data(), bytes.Length(), bytes.Length());
+  QEN_TDataStream reader(in);
+  return Owned(reader.Extract(true));
+}
+
+// Which handlers a throw reaches, and what the root's handler saw.
+struct Catches {
+  bool byRoot = false;
+  bool byObject = false;
+  bool byPackable = false;
+  bool byThrowable = false;
+  std::string className;
+  std::string text;
+  std::string file;
+  unsigned line = 0;
+};
+
+template <class Root>
+Catches CatchAll(const std::function<void()>& raise) {
+  Catches c;
+  try {
+    raise();
+  } catch (const Root& e) {
+    c.byRoot = true;
+    c.className = e.ClassName();
+    c.text = Text(e);
+    c.file = e.QEN_ExceptionFile().c_str();
+    c.line = e.QEN_ExceptionLine();
+  } catch (...) {
+  }
+  try {
+    raise();
+  } catch (const QEN_TObject&) {
+    c.byObject = true;
+  } catch (...) {
+  }
+  try {
+    raise();
+  } catch (const QEN_IPackable&) {
+    c.byPackable = true;
+  } catch (...) {
+  }
+  try {
+    raise();
+  } catch (const QEN_IThrowable&) {
+    c.byThrowable = true;
+  } catch (...) {
+  }
+  return c;
+}
+
+// --- The tree ------------------------------------------------------------------
+
+struct ClassAndParent {
+  const char* name;
+  const char* parent;
+};
+
+const ClassAndParent kTree[] = {
+    {"VYR_EVYRAX", "QEN_EException"},
+    {"VYR_EEmbedRegionTooLarge", "VYR_EVYRAX"},
+    {"VYR_EIllegalCMYKInkPreviewValues", "VYR_EVYRAX"},
+    {"VYR_EIllegalRGBInkPreviewValues", "VYR_EVYRAX"},
+    {"VYR_ENotEmbeddedFile", "VYR_EVYRAX"},
+    {"VYR_ESystemError", "VYR_EVYRAX"},
+    {"VYR_EUnicodePSStringNotSupported", "VYR_EVYRAX"},
+    {"VYR_EUnsupportedProtocol", "VYR_EVYRAX"},
+    {"VYR_EWrongInkName", "VYR_EVYRAX"},
+    {"VYR_EWrongInkPreviewType", "VYR_EVYRAX"},
+    {"VYR_EAssertFailed", "QEN_EException"},
+    {"VYR_EBuffer", "QEN_EException"},
+    {"VYR_EBufferCannotCreateMapping", "VYR_EBuffer"},
+    {"VYR_EBufferCannotDetermineFileSize", "VYR_EBuffer"},
+    {"VYR_EBufferCannotLink", "VYR_EBuffer"},
+    {"VYR_EBufferCannotMapFile", "VYR_EBuffer"},
+    {"VYR_EBufferCannotOpenFile", "VYR_EBuffer"},
+    {"VYR_EBufferCannotReadFile", "VYR_EBuffer"},
+    {"VYR_EBufferDestinationTooSmall", "VYR_EBuffer"},
+    {"VYR_EBufferEmptyBuffer", "VYR_EBuffer"},
+    {"VYR_EBufferEmptyFile", "VYR_EBuffer"},
+    {"VYR_EBufferInternal", "VYR_EBuffer"},
+    {"VYR_EBufferNotEmbeddedFile", "VYR_EBuffer"},
+    {"VYR_EBufferNotEnoughMemory", "VYR_EBuffer"},
+    {"VYR_EBufferRegionTooLarge", "VYR_EBuffer"},
+    {"VYR_EBufferSliceStartsAfterEnd", "VYR_EBuffer"},
+    {"VYR_EBufferSliceTooLarge", "VYR_EBuffer"},
+    {"VYR_EBufferUnknownProtocol", "VYR_EBuffer"},
+    {"VYR_EMetadataException", "QEN_EException"},
+    {"VYR_EMetadataCouldNotRead", "VYR_EMetadataException"},
+    {"VYR_EMetadataCouldNotWrite", "VYR_EMetadataException"},
+    {"VYR_EMetadataFileDoesNotExist", "VYR_EMetadataException"},
+    {"VYR_EMetadataInterfaceCalled", "VYR_EMetadataException"},
+    {"VYR_EMetadataInternal", "VYR_EMetadataException"},
+    {"VYR_EMetadataKeyDoesNotExist", "VYR_EMetadataException"},
+    {"VYR_EMetadataNotImplemented", "VYR_EMetadataException"},
+    {"VYR_EImageTicket", "QEN_EException"},
+    {"VYR_EImageMemoryAllocationError", "VYR_EImageTicket"},
+    {"VYR_EImageTicketCannotCheckValidity", "VYR_EImageTicket"},
+    {"VYR_EImageTicketCannotCreateTicket", "VYR_EImageTicket"},
+    {"VYR_EImageTicketCannotGetDependencies", "VYR_EImageTicket"},
+    {"VYR_EImageTicketFileCorrupted", "VYR_EImageTicket"},
+    {"VYR_EImageTicketInternalError", "VYR_EImageTicket"},
+    {"VYR_EImageTicketKeyNotFound", "VYR_EImageTicket"},
+    {"VYR_EImageTicketNoExtendedInfo", "VYR_EImageTicket"},
+    {"VYR_EImageTicketNoExternalRefs", "VYR_EImageTicket"},
+    {"VYR_EImageTicketUnkownFileFormat", "VYR_EImageTicket"},
+    {"VYR_EImageTicketUnsupprotedFileFormat", "VYR_EImageTicket"},
+    {"VYR_EImageProxy", "QEN_EException"},
+    {"VYR_EImageProxyEmpty", "VYR_EImageProxy"},
+    {"VYR_EImageProxyInternal", "VYR_EImageProxy"},
+    {"VYR_EImageProxyNotImplemented", "VYR_EImageProxy"},
+    {"VYR_EDynamicLoader", "QEN_EException"},
+    {"VYR_EDynamicLoaderAlreadyLoaded", "VYR_EDynamicLoader"},
+    {"VYR_EDynamicLoaderDoubleCreator", "VYR_EDynamicLoader"},
+    {"VYR_EDynamicLoaderDoubleInstance", "VYR_EDynamicLoader"},
+    {"VYR_EDynamicLoaderDoubleProvider", "VYR_EDynamicLoader"},
+    {"VYR_EDynamicLoaderInternal", "VYR_EDynamicLoader"},
+    {"VYR_EDynamicLoaderNoSuchCreator", "VYR_EDynamicLoader"},
+    {"VYR_EDynamicLoaderNoSuchPlugin", "VYR_EDynamicLoader"},
+    {"VYR_EDynamicLoaderNoSuchProvider", "VYR_EDynamicLoader"},
+    {"VYR_ECfsWrap", "QEN_EException"},
+};
+
+TEST(ExceptionTree, EveryClassIsRegisteredUnderItsParentAndBuildsByName) {
+  EXPECT_EQ(sizeof kTree / sizeof kTree[0], 62u);
+  for (const ClassAndParent& entry : kTree) {
+    const QEN_TClass* c = QEN_TClass::Find(entry.name);
+    ASSERT_NE(c, nullptr) << entry.name;
+    ASSERT_NE(c->parent, nullptr) << entry.name;
+    EXPECT_STREQ(c->parent->name, entry.parent) << entry.name;
+    EXPECT_FALSE(c->isInterface);
+    EXPECT_TRUE(c->HasSuperclass("QEN_EException")) << entry.name;
+    ASSERT_NE(c->factory, nullptr) << entry.name;
+    Owned object(static_cast<QEN_IPackable*>(c->factory()->DynamicCast("QEN_IPackable")));
+    ASSERT_NE(object, nullptr) << entry.name;
+    EXPECT_STREQ(object->ClassName(), entry.name);
+    // A default-constructed exception has its class name as message.
+    const QEN_EException* e =
+        static_cast<const QEN_EException*>(object->DynamicCast("QEN_EException"));
+    ASSERT_NE(e, nullptr);
+    EXPECT_STREQ(e->QEN_Message().c_str(), entry.name);
+  }
+}
+
+TEST(ExceptionTree, TheReservedClassesRebuildFromAStream) {
+  const char* const reserved[] = {"VYR_EAssertFailed",
+                                  "VYR_EUnicodePSStringNotSupported",
+                                  "VYR_EBufferNotEmbeddedFile",
+                                  "VYR_EMetadataNotImplemented",
+                                  "VYR_EMetadataInterfaceCalled",
+                                  "VYR_EMetadataCouldNotRead",
+                                  "VYR_EMetadataCouldNotWrite",
+                                  "VYR_EMetadataKeyDoesNotExist",
+                                  "VYR_EImageTicketCannotCheckValidity",
+                                  "VYR_EImageTicketFileCorrupted",
+                                  "VYR_EImageMemoryAllocationError",
+                                  "VYR_EImageTicketCannotCreateTicket",
+                                  "VYR_EImageTicketUnkownFileFormat",
+                                  "VYR_EImageTicketInternalError",
+                                  "VYR_EImageProxyNotImplemented",
+                                  "VYR_EImageProxyInternal",
+                                  "VYR_EDynamicLoaderDoubleCreator"};
+  for (const char* name : reserved) {
+    const QEN_TClass* c = QEN_TClass::Find(name);
+    ASSERT_NE(c, nullptr) << name;
+    Owned made(static_cast<QEN_IPackable*>(c->factory()->DynamicCast("QEN_IPackable")));
+    QEN_EException* e = static_cast<QEN_EException*>(made->DynamicCast("QEN_EException"));
+    e->QEN_Message() = "Reported by a module: %d";
+    e->QEN_Data() = QEN_TAny(7);
+    Owned rebuilt = Rebuild(*made);
+    ASSERT_NE(rebuilt, nullptr) << name;
+    EXPECT_STREQ(rebuilt->ClassName(), name);
+    EXPECT_TRUE(rebuilt->QEN_IsIdent(*made)) << name;
+    EXPECT_EQ(Text(*static_cast<const QEN_EException*>(rebuilt->DynamicCast("QEN_EException"))),
+              "Reported by a module: 7");
+  }
+}
+
+// Packing is framed by the parent's name at every level.
+class FrameRecorder : public QEN_IPacking {
+ public:
+  std::vector<std::string> frames;
+  QEN_IPacking& operator<<(const QEN_IPackable&) override { return *this; }
+  QEN_IPacking& operator<<(double) override { return *this; }
+  QEN_IPacking& operator<<(bool) override { return *this; }
+  QEN_IPacking& operator<<(unsigned long long) override { return *this; }
+  QEN_IPacking& operator<<(unsigned) override { return *this; }
+  QEN_IPacking& operator<<(unsigned short) override { return *this; }
+  QEN_IPacking& operator<<(unsigned char) override { return *this; }
+  QEN_IPacking& operator<<(int) override { return *this; }
+  QEN_IPacking& PutBytes(const void*, unsigned) override { return *this; }
+  QEN_IPacking& PackBeginClass(const char* name) override {
+    frames.push_back(std::string("begin ") + name);
+    return *this;
+  }
+  QEN_IPacking& PackEndClass(const char* name) override {
+    frames.push_back(std::string("end ") + name);
+    return *this;
+  }
+};
+
+TEST(ExceptionTree, PackingIsFramedByTheParents) {
+  FrameRecorder recorder;
+  VYR_EWrongInkName().QEN_Pack(recorder);
+  EXPECT_EQ(recorder.frames, (std::vector<std::string>{"begin VYR_EVYRAX", "begin QEN_EException",
+                                                       "end QEN_EException", "end VYR_EVYRAX"}));
+}
+
+// --- Throwing and rebuilding, per subsystem root ----------------------------------
+
+template <class Leaf, class Root>
+struct Subsystem {
+  typedef Leaf LeafType;
+  typedef Root RootType;
+};
+
+template <class T>
+class SubsystemRoot : public ::testing::Test {};
+
+typedef ::testing::Types<Subsystem<VYR_EWrongInkName, VYR_EVYRAX>,
+                         Subsystem<VYR_EVYRAX, VYR_EVYRAX>,
+                         Subsystem<VYR_EAssertFailed, VYR_EAssertFailed>,
+                         Subsystem<VYR_EBufferSliceTooLarge, VYR_EBuffer>,
+                         Subsystem<VYR_EMetadataFileDoesNotExist, VYR_EMetadataException>,
+                         Subsystem<VYR_EImageTicketKeyNotFound, VYR_EImageTicket>,
+                         Subsystem<VYR_EImageProxyEmpty, VYR_EImageProxy>,
+                         Subsystem<VYR_EDynamicLoaderNoSuchPlugin, VYR_EDynamicLoader>,
+                         Subsystem<VYR_ECfsWrap, VYR_ECfsWrap>>
+    Subsystems;
+TYPED_TEST_SUITE(SubsystemRoot, Subsystems);
+
+TYPED_TEST(SubsystemRoot, IsCaughtTheSameWayBeforeAndAfterARoundTrip) {
+  typedef typename TypeParam::LeafType Leaf;
+  typedef typename TypeParam::RootType Root;
+  const unsigned throwLine = __LINE__ + 1;
+  auto raise = [] { VYR_THROW(Leaf, "Item %u of %s", 3u, "the list"); };
+  const Catches direct = CatchAll<Root>(raise);
+  EXPECT_TRUE(direct.byRoot && direct.byObject && direct.byPackable && direct.byThrowable);
+  EXPECT_EQ(direct.className, Leaf::QEN_ClassName());
+  EXPECT_EQ(direct.text, "Item 3 of the list");
+  EXPECT_EQ(direct.file, "Private/Source/vyr_typedefs");
+  EXPECT_EQ(direct.line, throwLine);
+
+  Owned rebuilt;
+  try {
+    raise();
+  } catch (const QEN_IPackable& e) {
+    rebuilt = Rebuild(e);
+  }
+  ASSERT_NE(rebuilt, nullptr);
+  const QEN_IThrowable* throwable =
+      static_cast<const QEN_IThrowable*>(rebuilt->DynamicCast("QEN_IThrowable"));
+  ASSERT_NE(throwable, nullptr);
+  const Catches again = CatchAll<Root>([throwable] { throwable->QEN_Throw(); });
+  EXPECT_TRUE(again.byRoot && again.byObject && again.byPackable && again.byThrowable);
+  EXPECT_EQ(again.className, direct.className);
+  EXPECT_EQ(again.text, direct.text);
+  EXPECT_EQ(again.file, direct.file);
+  EXPECT_EQ(again.line, direct.line);
+}
+
+TEST(Throwing, DataIsNothingOneValueOrAnArray) {
+  const VYR_EBufferEmptyFile none = Thrown<VYR_EBufferEmptyFile>("A fixed text");
+  EXPECT_TRUE(none.QEN_Data().IsNothing());
+  EXPECT_STREQ(none.QEN_Message().c_str(), "A fixed text");
+
+  const VYR_EBufferEmptyFile one = Thrown<VYR_EBufferEmptyFile>("%d", 5);
+  EXPECT_EQ(one.QEN_Data().DynamicCast("QEN_TArray"), nullptr);
+  EXPECT_EQ(one.QEN_Data().AsInt32(), 5);
+
+  const VYR_EBufferEmptyFile several =
+      Thrown<VYR_EBufferEmptyFile>("%s %g %llu", QEN_TString("a"), 2.5, 1ull << 40);
+  const QEN_TArray* array =
+      static_cast<const QEN_TArray*>(several.QEN_Data().DynamicCast("QEN_TArray"));
+  ASSERT_NE(array, nullptr);
+  ASSERT_EQ(array->Size(), 3u);
+  EXPECT_EQ((*array)[1].AsDouble(), 2.5);
+  EXPECT_EQ((*array)[2].AsUInt64(), 1ull << 40);
+  EXPECT_EQ(Text(several), "a 2.5 1099511627776");
+}
+
+TEST(Throwing, AnEmptyMessageBecomesTheClassName) {
+  try {
+    VYR_THROW(VYR_EImageProxyEmpty);
+  } catch (const VYR_EImageProxy& e) {
+    EXPECT_STREQ(e.QEN_Message().c_str(), "VYR_EImageProxyEmpty");
+  }
+  EXPECT_STREQ(Thrown<VYR_EImageProxyEmpty>("").QEN_Message().c_str(), "VYR_EImageProxyEmpty");
+}
+
+TEST(Throwing, IsAlwaysAsTheMostDerivedClass) {
+  const VYR_EBufferCannotLink built("Seen through its root");
+  const QEN_EException& asRoot = built;
+  const Catches c = CatchAll<VYR_EBufferCannotLink>(
+      [&asRoot] { vyr::RaiseException(asRoot, 12, "Private/Source/vyr_buffer"); });
+  EXPECT_TRUE(c.byRoot);
+  EXPECT_EQ(c.line, 12u);
+  EXPECT_EQ(c.file, "Private/Source/vyr_buffer");
+}
+
+TEST(Throwing, SystemErrorsCarryNumberTextAndFile) {
+  const VYR_ESystemError shortForm = vyr::SystemError(ENOENT);
+  EXPECT_EQ(Text(shortForm), std::string("System error nr. ") + std::to_string(ENOENT) + " " +
+                                 std::strerror(ENOENT));
+  const VYR_ESystemError longForm = vyr::SystemError(EACCES, "/data/a.tif");
+  EXPECT_EQ(Text(longForm), std::string("System error nr. ") + std::to_string(EACCES) + " " +
+                                std::strerror(EACCES) + " on /data/a.tif");
+  errno = ENOTDIR;
+  EXPECT_EQ(Text(vyr::LastSystemError(QEN_TString("/x"))),
+            Text(vyr::SystemError(ENOTDIR, QEN_TString("/x"))));
+  try {
+    VYR_THROW_SYSTEM_ERROR(ENOSPC, QEN_TString("/data/b.tif"));
+  } catch (const VYR_EVYRAX& e) {
+    EXPECT_STREQ(e.ClassName(), "VYR_ESystemError");
+    EXPECT_STREQ(e.QEN_ExceptionFile().c_str(), "Private/Source/vyr_typedefs");
+  }
+}
+
+// --- Text ------------------------------------------------------------------------
+
+TEST(ExceptionText, WithoutData) {
+  EXPECT_EQ(Text(VYR_EBufferEmptyFile()), "Exception of class VYR_EBufferEmptyFile");
+  EXPECT_EQ(Text(VYR_EBufferEmptyFile("VYR_EBufferEmptyFile")),
+            "Exception of class VYR_EBufferEmptyFile");
+  EXPECT_EQ(Text(VYR_EBufferEmptyFile("The file is empty\n")),
+            "Exception of class VYR_EBufferEmptyFile with message \"The file is empty\"");
+  // Without data the message isn't a format: a '%' stays.
+  EXPECT_EQ(Text(VYR_EBufferEmptyFile("100% %d")),
+            "Exception of class VYR_EBufferEmptyFile with message \"100% %d\"");
+  // The class name compares with case.
+  EXPECT_EQ(Text(VYR_EBufferEmptyFile("vyr_ebufferemptyfile")),
+            "Exception of class VYR_EBufferEmptyFile with message \"vyr_ebufferemptyfile\"");
+}
+
+struct FormatCase {
+  const char* format;
+  std::function<QEN_TAny()> data;
+  const char* expected;
+};
+
+QEN_TAny Values(std::initializer_list<QEN_TAny> values) {
+  QEN_TArray array(static_cast<unsigned>(values.size()));
+  unsigned i = 0;
+  for (const QEN_TAny& value : values) array[i++] = value;
+  return QEN_TAny(std::move(array));
+}
+
+TEST(ExceptionText, FormatWalk) {
+  const FormatCase cases[] = {
+      {"Wrong ink name %s for the given ink type", [] { return QEN_TAny("Spot"); },
+       "Wrong ink name Spot for the given ink type"},
+      {"100%% of %d", [] { return QEN_TAny(5); }, "100% of 5"},
+      {"%%%d%%", [] { return QEN_TAny(5); }, "%5%"},
+      {"%.2f", [] { return QEN_TAny(3.14159); }, "3.14"},
+      // A width or precision doesn't change the kind of value taken.
+      {"[%5.1f|%03d|%-4s|%.2s]",
+       [] {
+         return Values({QEN_TAny(2), QEN_TAny(7.9), QEN_TAny("ab"), QEN_TAny("xyz")});
+       },
+       "[  2.0|007|ab  |xy]"},
+      {"%d of 100%", [] { return QEN_TAny(5); }, "5 of 100%"},
+      {"%d then %p and %d",
+       [] {
+         return Values({QEN_TAny(1), QEN_TAny(2), QEN_TAny(3)});
+       },
+       "1 then %p and %d"},
+      {"%d then %n and %d",
+       [] {
+         return Values({QEN_TAny(1), QEN_TAny(2), QEN_TAny(3)});
+       },
+       "1 then %n and %d"},
+      {"%*d|",
+       [] {
+         return Values({QEN_TAny(5), QEN_TAny(42)});
+       },
+       "   42|"},
+      {"%*.*f|%s",
+       [] {
+         return Values({QEN_TAny(8), QEN_TAny(2), QEN_TAny(3.14159), QEN_TAny("x")});
+       },
+       "    3.14|x"},
+      {"%-*d|",
+       [] {
+         return Values({QEN_TAny(4), QEN_TAny(1)});
+       },
+       "1   |"},
+      {"%u %x %X %o %c",
+       [] {
+         return Values(
+             {QEN_TAny(4000000000u), QEN_TAny(255u), QEN_TAny(255), QEN_TAny(8), QEN_TAny(65)});
+       },
+       "4000000000 ff FF 10 A"},
+      {"%d %i",
+       [] {
+         return Values({QEN_TAny(-5), QEN_TAny(-6LL)});
+       },
+       "-5 -6"},
+      {"%lld %llu %lx",
+       [] {
+         return Values({QEN_TAny(-(1LL << 40)), QEN_TAny(~0ULL), QEN_TAny(1ULL << 36)});
+       },
+       "-1099511627776 18446744073709551615 1000000000"},
+      // Numbers convert to the kind the conversion takes.
+      {"%d %g",
+       [] {
+         return Values({QEN_TAny(2.75), QEN_TAny(3u)});
+       },
+       "2 3"},
+      // One line break at the end of a text goes.
+      {"<%s>", [] { return QEN_TAny("line\n\n"); }, "<line\n>"},
+      {"<%S>", [] { return QEN_TAny("wide \xC3\xA9"); }, "<wide \xC3\xA9>"},
+      {"<%s>", [] { return QEN_TAny(QEN_TURL(QEN_TString("file:///data/a%20b.tif"))); },
+       "<file:///data/a%20b.tif>"},
+      {"no conversion at all", [] { return QEN_TAny(1); }, "no conversion at all"},
+      {"%", [] { return QEN_TAny(1); }, "%"},
+      {"%5", [] { return QEN_TAny(1); }, "%5"},
+  };
+  for (const FormatCase& c : cases) {
+    VYR_EBufferInternal e(c.format, c.data());
+    EXPECT_EQ(Text(e), c.expected) << "format \"" << c.format << '"';
+  }
+}
+
+TEST(ExceptionText, WhatCannotBeFormattedFallsBackToThePrintOfTheException) {
+  const FormatCase cases[] = {
+      {"%s", [] { return QEN_TAny(5); }, nullptr},            // text from a number
+      {"%d", [] { return QEN_TAny("five"); }, nullptr},       // number from a text
+      {"%d and %d", [] { return QEN_TAny(5); }, nullptr},     // too few values
+      {"%*d", [] { return QEN_TAny(5); }, nullptr},           // no value behind the width
+      {"%s", [] { return Values({QEN_TAny(1)}); }, nullptr},  // a number, in an array
+      {"%f", [] { return QEN_TAny(QEN_TString("x")); }, nullptr},
+  };
+  for (const FormatCase& c : cases) {
+    VYR_EBufferInternal e(c.format, c.data());
+    e.__PREPARE_FOR_THROW__(9, "Private/Source/vyr_buffer");
+    const std::string expected =
+        VYR_Any2String(QEN_TAny(static_cast<const QEN_IPackable&>(e))).c_str();
+    EXPECT_EQ(Text(e), expected) << c.format;
+    EXPECT_NE(expected.find("VYR_EBufferInternal"), std::string::npos) << expected;
+  }
+}
+
+TEST(ExceptionText, HostileFormatsNeitherCrashNorGrowWithoutBound) {
+  const FormatCase cases[] = {
+      // A '$' position, a flag the C library would read as another
+      // conversion, and a width beyond any sense are copied unchanged.
+      {"%2$s %1$s",
+       [] {
+         return Values({QEN_TAny("a"), QEN_TAny("b")});
+       },
+       "%2$s %1$s"},
+      {"100% sure %d", [] { return QEN_TAny(1); }, nullptr},
+      {"%999999999d", [] { return QEN_TAny(1); }, "%999999999d"},
+      {"%.999999999f", [] { return QEN_TAny(1.0); }, "%.999999999f"},
+      {"%ls|%Lf",
+       [] {
+         return Values({QEN_TAny("w"), QEN_TAny(0.5)});
+       },
+       "w|0.500000"},
+  };
+  for (const FormatCase& c : cases) {
+    VYR_EBufferInternal e(c.format, c.data());
+    const std::string text = Text(e);
+    if (c.expected != nullptr) {
+      EXPECT_EQ(text, c.expected) << c.format;
+    }
+  }
+  // A width taken from the data is bounded too.
+  VYR_EBufferInternal wide("%*d", Values({QEN_TAny(2000000000), QEN_TAny(1)}));
+  EXPECT_LE(Text(wide).size(), 70000u);
+}
+
+TEST(ExceptionText, WrappedExceptionsComeFirstAndIndented) {
+  const VYR_ESystemError system = vyr::SystemError(ENOENT, "/data/a.tif");
+  const std::string systemText = Text(system);
+  const VYR_EBufferCannotOpenFile outer("Cannot open the file", QEN_TAny(system));
+  EXPECT_EQ(Text(outer), systemText +
+                             "\nException of class VYR_EBufferCannotOpenFile with message "
+                             "\"Cannot open the file\"");
+  // Left out, the wrapped one is just the single value of the message.
+  EXPECT_EQ(Text(outer, true), "Cannot open the file");
+
+  // Three levels: the middle text has two lines, and with indent 2 the
+  // second of them moves in; the first line never does.
+  const VYR_EAssertFailed inner("inner");
+  const VYR_EMetadataInternal middle("middle %s", QEN_TAny(inner));
+  const VYR_ECfsWrap top("top", QEN_TAny(middle));
+  EXPECT_EQ(Text(top),
+            "Exception of class VYR_EAssertFailed with message \"inner\"\n"
+            "Exception of class VYR_EMetadataInternal with message \"middle %s\"\n"
+            "Exception of class VYR_ECfsWrap with message \"top\"");
+  EXPECT_EQ(Text(top, false, 2),
+            "Exception of class VYR_EAssertFailed with message \"inner\"\n"
+            "  Exception of class VYR_EMetadataInternal with message \"middle %s\"\n"
+            "Exception of class VYR_ECfsWrap with message \"top\"");
+  EXPECT_EQ(Text(top, true, 2), "top");
+
+  // Rebuilt from a stream, the wrapped exception keeps its class and text.
+  Owned rebuilt = Rebuild(top);
+  ASSERT_NE(rebuilt, nullptr);
+  EXPECT_EQ(Text(*static_cast<const QEN_EException*>(rebuilt->DynamicCast("QEN_EException"))),
+            Text(top));
+}
+
+TEST(ExceptionText, AnyToStringIsThePrintUpToTheFirstZero) {
+  const QEN_TAny values[] = {QEN_TAny(42u), QEN_TAny(-1), QEN_TAny(2.5), QEN_TAny("text"),
+                             QEN_TAny(VYR_EWrongInkName("x %d", QEN_TAny(1)))};
+  for (const QEN_TAny& value : values) {
+    std::ostringstream print;
+    value.PrintOn(print);
+    EXPECT_EQ(std::string(VYR_Any2String(value).c_str()), print.str());
+  }
+  std::u16string withZero = u"before";
+  withZero.push_back(u'\0');
+  withZero += u"after";
+  EXPECT_STREQ(VYR_Any2String(QEN_TAny(QEN_TString(withZero))).c_str(), "before");
+}
+
+}  // namespace
