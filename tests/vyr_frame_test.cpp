@@ -106,6 +106,8 @@ TEST(ClassFrame, InterfacesHaveNoFactoryAndNoParent) {
 }
 
 TEST(ClassFrame, FactoryBuildsByNameAndDeletesThroughTheInterface) {
+  // The class initialisation list is what makes the library's classes known.
+  ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__());
   const QEN_TClass* found = QEN_TClass::Find("VYR_TTag");
   ASSERT_NE(found, nullptr);
   ASSERT_NE(found->factory, nullptr);

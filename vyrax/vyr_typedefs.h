@@ -5,6 +5,7 @@
 #include <qen/qen_object.h>
 
 #include "vyrax/vyr_api.h"
+#include "vyrax/vyr_enums.h"
 
 // A region of a file or buffer: a 64-bit position and a 64-bit size, each
 // held as a low and a high 32-bit word. All four words zero is the empty tag.
@@ -46,5 +47,9 @@ class VYR_API VYR_TTag : public QEN_TObject,
   unsigned size = 0;
   unsigned sizeHigh = 0;
 };
+
+// The other value types, each in its own header.
+#include "vyrax/vyr_knot.h"
+#include "vyrax/vyr_reference.h"
 
 #endif

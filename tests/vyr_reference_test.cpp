@@ -1,0 +1,457 @@
+// The reference: facts in URL parameters, resolution of the original text,
+// binary and text forms.
+#include <gtest/gtest.h>
+#include <vyrax/vyrax.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+class ReferenceTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
+};
+
+typedef std::vector<unsigned char> Bytes;
+
+Bytes Pack(const std::vector<const QEN_IPackable*>& objects) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream stream(memory);
+  for (const QEN_IPackable* object : objects) stream << *object;
+  stream.Flush();
+  return Bytes(memory.Data(), memory.Data() + memory.Length());
+}
+
+Bytes Pack(const QEN_IPackable& object) { return Pack(std::vector<const QEN_IPackable*>{&object}); }
+
+// Every object in the bytes, rebuilt by class name.
+std::vector<std::unique_ptr<QEN_IInterface>> ExtractAll(Bytes bytes) {
+  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
+                           static_cast<unsigned>(bytes.size()));
+  QEN_TDataStream stream(memory);
+  std::vector<std::unique_ptr<QEN_IInterface>> objects;
+  while (memory.Available() > 0) objects.emplace_back(stream.Extract(true));
+  return objects;
+}
+
+std::string Write(const VYR_TReference& reference) {
+  QEN_TMemoryStream memory;
+  QEN_THumanReadableStream stream(memory);
+  reference.WriteTo(stream);
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+VYR_TReference Read(std::string text) {
+  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
+                           static_cast<unsigned>(text.size()));
+  QEN_THumanReadableStream stream(memory);
+  VYR_TReference reference;
+  reference.ReadFrom(stream);
+  return reference;
+}
+
+std::string Framed(const std::vector<const QEN_IHumanReadable*>& objects) {
+  QEN_TMemoryStream memory;
+  QEN_THumanReadableStream stream(memory);
+  for (const QEN_IHumanReadable* object : objects) stream.WriteObject(*object) << cr;
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+std::vector<std::unique_ptr<QEN_IInterface>> ExtractAllText(std::string text) {
+  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
+                           static_cast<unsigned>(text.size()));
+  QEN_THumanReadableStream stream(memory);
+  std::vector<std::unique_ptr<QEN_IInterface>> objects;
+  for (;;) {
+    stream.SkipWhiteSpace();
+    if (stream.AtEnd()) break;
+    QEN_IHumanReadable* object = stream.Extract();
+    objects.emplace_back(object);
+  }
+  return objects;
+}
+
+const VYR_TReference& AsReference(const std::unique_ptr<QEN_IInterface>& object) {
+  const VYR_TReference* reference = object->DynamicCast<VYR_TReference>();
+  if (reference == nullptr) throw std::runtime_error("not a reference");
+  return *reference;
+}
+
+// Compares the bytes with the golden file, which is rewritten first when
+// VYRAX_REGENERATE_GOLDEN is set.
+std::string Golden(const std::string& name, const std::string& content) {
+  std::string path = std::string(VYRAX_TEST_DATA_DIR) + "/golden/" + name;
+  if (std::getenv("VYRAX_REGENERATE_GOLDEN") != nullptr)
+    std::ofstream(path, std::ios::binary)
+        .write(content.data(), static_cast<std::streamsize>(content.size()));
+  std::ifstream file(path, std::ios::binary);
+  if (!file) ADD_FAILURE() << "missing golden file " << path;
+  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+}
+
+QEN_TURL Url(const char* text) { return QEN_TURL(QEN_TString(text)); }
+
+// One reference with every fact that a reference can carry.
+VYR_TReference FullReference() {
+  VYR_TReference reference(Url("file:///jobs/Bild%C3%A9%20neu.tif"), VYR_MM, 12.5, -3.25,
+                           QEN_TString("../links/Bild\xC3\xA9 neu.tif"), QEN_TString("image/tiff"),
+                           QEN_TString("TIFF"), 2, 7);
+  reference.AddStampInfo("2024-02-15T22:42:14Z", "1048576", "d41d8cd98f00b204e9800998ecf8427e");
+  reference.AddCADRegistration(270, 10.125, -0.5);
+  return reference;
+}
+
+// Counts the calls that a class makes on a packing stream.
+class RecordingStream : public QEN_IPacking {
+ public:
+  std::vector<std::string> calls;
+  QEN_IPacking& operator<<(const QEN_IPackable& o) override {
+    return Note(std::string("object ") + o.ClassName());
+  }
+  QEN_IPacking& operator<<(double v) override { return Note("double " + std::to_string(v)); }
+  QEN_IPacking& operator<<(bool) override { return Note("bool"); }
+  QEN_IPacking& operator<<(unsigned long long) override { return Note("u64"); }
+  QEN_IPacking& operator<<(unsigned v) override { return Note("u32 " + std::to_string(v)); }
+  QEN_IPacking& operator<<(unsigned short) override { return Note("u16"); }
+  QEN_IPacking& operator<<(unsigned char) override { return Note("u8"); }
+  QEN_IPacking& operator<<(int) override { return Note("i32"); }
+  QEN_IPacking& PutBytes(const void*, unsigned) override { return Note("bytes"); }
+  QEN_IPacking& PackBeginClass(const char*) override { return Note("begin"); }
+  QEN_IPacking& PackEndClass(const char*) override { return Note("end"); }
+
+ private:
+  QEN_IPacking& Note(std::string call) {
+    calls.push_back(std::move(call));
+    return *this;
+  }
+};
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Construction and readers
+
+TEST_F(ReferenceTest, DefaultIsAnEmptyInchReference) {
+  VYR_TReference reference;
+  EXPECT_EQ(reference.Units(), VYR_Inch);
+  EXPECT_FALSE(reference.IsValid());
+  EXPECT_EQ(reference.PageNr(), -1);
+  EXPECT_EQ(reference.Count(), -1);
+  EXPECT_EQ(reference.VOffset(), 0.0);
+  EXPECT_EQ(reference.HOffset(), 0.0);
+  EXPECT_TRUE(reference.MIMEType().Empty());
+  EXPECT_TRUE(reference.Original().Empty());
+  int orientation = 5;
+  EXPECT_FALSE(reference.GetCADRegistration(&orientation, nullptr, nullptr));
+  EXPECT_EQ(orientation, 5);
+  std::unique_ptr<QEN_IInterface> made(VYR_TReference::QEN_Create());
+  EXPECT_EQ(*made->DynamicCast<VYR_TReference>(), reference);
+}
+
+TEST_F(ReferenceTest, ConstructorsAddTheirParametersToThoseOfTheUrl) {
+  QEN_TURL url = Url("file:///jobs/a.tif?keep=1");
+  VYR_TReference plain(url, VYR_CM, 1.0, 2.0);
+  EXPECT_EQ(plain.File(), url);
+  EXPECT_TRUE(plain.IsValid());
+  EXPECT_EQ(plain.Original(), QEN_TString("file:///jobs/a.tif?keep=1"));
+
+  VYR_TReference original(url, VYR_CM, 1.0, 2.0, QEN_TString("a.tif"));
+  EXPECT_EQ(original.Original(), QEN_TString("a.tif"));
+  EXPECT_EQ(original.File().Param("keep"), QEN_TString("1"));
+  EXPECT_EQ(original.PageNr(), -1);
+
+  VYR_TReference typed(url, VYR_CM, 1.0, 2.0, QEN_TString("a.tif"), QEN_TString("image/tiff"));
+  EXPECT_EQ(typed.MIMEType(), QEN_TString("image/tiff"));
+  EXPECT_EQ(typed.File().Param("keep"), QEN_TString("1"));
+  EXPECT_TRUE(typed.ExtType().Empty());
+
+  VYR_TReference full(url, VYR_CM, 1.0, 2.0, QEN_TString("a.tif"), QEN_TString("image/tiff"),
+                      QEN_TString("TIFF"), 4, 9);
+  EXPECT_EQ(full.ExtType(), QEN_TString("TIFF"));
+  EXPECT_EQ(full.PageNr(), 4);
+  EXPECT_EQ(full.Count(), 9);
+  EXPECT_EQ(full.File().Param("keep"), QEN_TString("1"));
+}
+
+TEST_F(ReferenceTest, MinusOneStoresAnEmptyNumberThatReadsAsZero) {
+  VYR_TReference reference(Url("file:///a.tif"), VYR_Inch, 0, 0, QEN_TString("a.tif"),
+                           QEN_TString("image/tiff"), QEN_TString("TIFF"), -1, -1);
+  QEN_TString value("x");
+  ASSERT_TRUE(reference.File().GetParam("iPageNr", value));
+  EXPECT_TRUE(value.Empty());
+  ASSERT_TRUE(reference.File().GetParam("iCount", value));
+  EXPECT_TRUE(value.Empty());
+  EXPECT_EQ(reference.PageNr(), 0);
+  EXPECT_EQ(reference.Count(), 0);
+}
+
+TEST_F(ReferenceTest, NarrowConstructorBuildsAndPercentCodesTheWholeQuery) {
+  // The URL's own parameters are replaced, not kept.
+  VYR_TReference reference(Url("file:///jobs/a.tif?keep=1"), VYR_Pixel, 0, 0,
+                           "dir/Bild\xC3\xA9 1+2%.tif", "image/tiff", "*-._~", -1, 3);
+  EXPECT_EQ(reference.File().Query(),
+            QEN_TString("iOriginalRef=dir%2FBild%C3%A9%201%2B2%25.tif&iMIMEType=image%2Ftiff"
+                        "&iExtType=*-._%7E&iPageNr=&iCount=3"));
+  EXPECT_FALSE(reference.File().HasParam("keep"));
+  EXPECT_EQ(reference.Original(), QEN_TString("dir/Bild\xC3\xA9 1+2%.tif"));
+  EXPECT_EQ(reference.ExtType(), QEN_TString("*-._~"));
+  EXPECT_EQ(reference.PageNr(), 0);
+  EXPECT_EQ(reference.Count(), 3);
+
+  VYR_TReference other(Url("file:///a.tif"), VYR_Pixel, 0, 0, nullptr, "", nullptr, -7, -1);
+  EXPECT_EQ(other.File().Query(),
+            QEN_TString("iOriginalRef=&iMIMEType=&iExtType=&iPageNr=-7&iCount="));
+  EXPECT_EQ(other.PageNr(), -7);
+}
+
+TEST_F(ReferenceTest, NumbersAreTakenAsFarAsTheyGo) {
+  VYR_TReference reference(Url("file:///a.tif?iPageNr=12abc&iCount=x&iCADOrient=-90z"
+                               "&iCADOrgxY=2.5e1mm"),
+                           VYR_Inch, 0, 0);
+  EXPECT_EQ(reference.PageNr(), 12);
+  EXPECT_EQ(reference.Count(), 0);
+  int orientation = 0;
+  double x = 7.0, y = 7.0;
+  ASSERT_TRUE(reference.GetCADRegistration(&orientation, &x, &y));
+  EXPECT_EQ(orientation, -90);
+  EXPECT_EQ(x, 0.0);  // missing: set to 0.0
+  EXPECT_EQ(y, 25.0);
+}
+
+TEST_F(ReferenceTest, StampsAndCadRegistrationLiveInTheUrl) {
+  VYR_TReference reference(Url("file:///a.tif"), VYR_Inch, 0, 0, QEN_TString("a.tif"));
+  reference.AddStampInfo("2024-02-15", "1234", "abcdef");
+  EXPECT_EQ(reference.ModificationTimeStamp(), QEN_TString("2024-02-15"));
+  EXPECT_EQ(reference.FileSizeStamp(), QEN_TString("1234"));
+  EXPECT_EQ(reference.MD5HashStamp(), QEN_TString("abcdef"));
+  EXPECT_EQ(reference.Original(), QEN_TString("a.tif"));
+
+  reference.AddCADRegistration(90, 1.5, 2.0);
+  EXPECT_EQ(reference.File().Param("iCADOrient"), QEN_TString("90"));
+  EXPECT_EQ(reference.File().Param("iCADOrgX"), QEN_TString("1.50000"));
+  EXPECT_EQ(reference.File().Param("iCADOrgxY"), QEN_TString("2.00000"));
+  int orientation = 0;
+  double x = 0, y = 0;
+  EXPECT_TRUE(reference.GetCADRegistration(&orientation, &x, &y));
+  EXPECT_EQ(orientation, 90);
+  EXPECT_EQ(x, 1.5);
+  EXPECT_EQ(y, 2.0);
+  // A second registration replaces the first; five decimals are kept.
+  reference.AddCADRegistration(-180, 1.0 / 3.0, -1e-6);
+  EXPECT_TRUE(reference.GetCADRegistration(&orientation, &x, &y));
+  EXPECT_EQ(orientation, -180);
+  EXPECT_EQ(x, 0.33333);
+  EXPECT_EQ(reference.File().Param("iCADOrgxY"), QEN_TString("-0.00000"));
+  EXPECT_EQ(reference.File().Param("iMD5Hash"), QEN_TString("abcdef"));
+}
+
+// ---------------------------------------------------------------------------
+// Resolution of the original text
+
+TEST_F(ReferenceTest, OriginalResolvesTheFourKindsOfText) {
+  QEN_TURL base = Url("file:///jobs/job1/page.pdf");
+  auto resolve = [&](const char* original) {
+    VYR_TReference reference(Url("file:///elsewhere/x.tif"), VYR_Inch, 0, 0, QEN_TString(original));
+    return reference.Original(base);
+  };
+  // "file:///": the hex-decoded text behind "file://", against the folder.
+  QEN_TURL absolute = resolve("file:///tmp/a%20b");
+  EXPECT_EQ(absolute.Protocol(), QEN_TString("file"));
+  EXPECT_EQ(absolute.LocalPath(), QEN_TString("/tmp/a b"));
+  // "///" without "file:": from position 2, against the folder.
+  EXPECT_EQ(resolve("///Volumes/img.tif").LocalPath(), QEN_TString("/Volumes/img.tif"));
+  // "//" with "file:": the URL as it stands.
+  QEN_TURL shared = resolve("file://server/share/img%20x.tif");
+  EXPECT_EQ(shared.Host(), QEN_TString("server"));
+  EXPECT_EQ(shared.FileName(), QEN_TString("img x.tif"));
+  EXPECT_EQ(shared, Url("file://server/share/img%20x.tif"));
+  // "//" alone: a "file" URL of it.
+  QEN_TURL unc = resolve("//server/share/img.tif");
+  EXPECT_EQ(unc, Url("file://server/share/img.tif"));
+  // "file:" only: the hex-decoded rest, relative to the folder.
+  EXPECT_EQ(resolve("file:links/a%20b.tif").LocalPath(), QEN_TString("/jobs/job1/links/a b.tif"));
+  EXPECT_EQ(resolve("file:/abs/c%25d.tif").LocalPath(), QEN_TString("/abs/c%d.tif"));
+  // Plain text: relative to the folder, with dot segments removed.
+  EXPECT_EQ(resolve("links/a.tif").LocalPath(), QEN_TString("/jobs/job1/links/a.tif"));
+  EXPECT_EQ(resolve("../shared/a%20b.tif").LocalPath(), QEN_TString("/jobs/shared/a b.tif"));
+  EXPECT_EQ(resolve("b.tif").LocalPath(), QEN_TString("/jobs/job1/b.tif"));
+}
+
+TEST_F(ReferenceTest, OriginalWithoutOriginalTextResolvesTheUrlItself) {
+  VYR_TReference reference(Url("file:///data/x%20y.tif"), VYR_Inch, 0, 0);
+  EXPECT_EQ(reference.Original(), QEN_TString("file:///data/x%20y.tif"));
+  EXPECT_EQ(reference.Original(Url("file:///jobs/page.pdf")).LocalPath(),
+            QEN_TString("/data/x y.tif"));
+  // Neither a reference nor a base: the folder of nothing, and no exception.
+  EXPECT_NO_THROW(VYR_TReference().Original(QEN_TURL()));
+  EXPECT_NO_THROW(
+      VYR_TReference(QEN_TURL(), VYR_Inch, 0, 0, QEN_TString("%%//\xFF///")).Original(Url("x")));
+}
+
+// ---------------------------------------------------------------------------
+// Equality
+
+TEST_F(ReferenceTest, EqualityLooksAtEveryField) {
+  VYR_TReference reference = FullReference();
+  VYR_TReference copy(reference);
+  EXPECT_EQ(copy, reference);
+  EXPECT_TRUE(copy.QEN_IsIdent(reference));
+  std::unique_ptr<QEN_IPackable> clone(reference.QEN_Clone());
+  EXPECT_TRUE(clone->QEN_IsIdent(reference));
+
+  QEN_TURL url = Url("file:///a.tif");
+  VYR_TReference base(url, VYR_MM, 1.0, 2.0);
+  EXPECT_NE(base, VYR_TReference(url, VYR_CM, 1.0, 2.0));
+  EXPECT_NE(base, VYR_TReference(url, VYR_MM, 1.5, 2.0));
+  EXPECT_NE(base, VYR_TReference(url, VYR_MM, 1.0, 2.5));
+  EXPECT_NE(base, VYR_TReference(Url("file:///b.tif"), VYR_MM, 1.0, 2.0));
+  EXPECT_NE(base, VYR_TReference(url, VYR_MM, 1.0, 2.0, QEN_TString("a.tif")));
+  double nan = std::numeric_limits<double>::quiet_NaN();
+  VYR_TReference notANumber(url, VYR_MM, nan, 2.0);
+  EXPECT_FALSE(notANumber == notANumber);
+  EXPECT_FALSE(notANumber.QEN_IsIdent(notANumber));
+
+  // The URL compares its parameters, so stamps alone make a difference.
+  VYR_TReference stamped(base);
+  stamped.AddStampInfo("t", "1", "h");
+  EXPECT_NE(stamped, base);
+  // The URL takes its parameters as a set, but without an original text the
+  // URL's text stands in for it, and there the order counts.
+  EXPECT_EQ(VYR_TReference(Url("file:///a.tif?a=1&b=2"), VYR_MM, 0, 0, QEN_TString("a.tif")),
+            VYR_TReference(Url("file:///a.tif?b=2&a=1"), VYR_MM, 0, 0, QEN_TString("a.tif")));
+  EXPECT_NE(VYR_TReference(Url("file:///a.tif?a=1&b=2"), VYR_MM, 0, 0),
+            VYR_TReference(Url("file:///a.tif?b=2&a=1"), VYR_MM, 0, 0));
+
+  EXPECT_FALSE(reference.QEN_IsIdent(VYR_TTag(1, 2, 3, 4)));
+  EXPECT_FALSE(VYR_TTag().QEN_IsIdent(VYR_TReference()));
+}
+
+// ---------------------------------------------------------------------------
+// Binary form
+
+TEST_F(ReferenceTest, PacksTheUrlAsObjectThenUnitsAndOffsets) {
+  RecordingStream recorder;
+  VYR_TReference(Url("file:///a.tif"), VYR_Mil, 1.5, -2.0).QEN_Pack(recorder);
+  EXPECT_EQ(recorder.calls, (std::vector<std::string>{"object QEN_TURL", "u32 4", "double 1.500000",
+                                                      "double -2.000000"}));
+}
+
+TEST_F(ReferenceTest, PackAndExtractGiveAnIdenticalReferenceInEveryUnit) {
+  for (unsigned unit = 0; unit <= 4; ++unit) {
+    VYR_TReference reference = FullReference();
+    reference = VYR_TReference(reference.File(), static_cast<VYR_TMUnits>(unit), -1e300, 0.1);
+    auto rebuilt = ExtractAll(Pack(reference));
+    ASSERT_EQ(rebuilt.size(), 1u);
+    EXPECT_STREQ(rebuilt[0]->ClassName(), "VYR_TReference");
+    EXPECT_TRUE(AsReference(rebuilt[0]).QEN_IsIdent(reference)) << "unit " << unit;
+    EXPECT_EQ(AsReference(rebuilt[0]).Units(), static_cast<VYR_TMUnits>(unit));
+  }
+  // A unit outside the named ones travels unchanged.
+  VYR_TReference odd(Url("file:///a.tif"), static_cast<VYR_TMUnits>(0xFFFFFFFFu), 0, 0);
+  EXPECT_TRUE(AsReference(ExtractAll(Pack(odd))[0]).QEN_IsIdent(odd));
+}
+
+TEST_F(ReferenceTest, PackedFormIsPinned) {
+  VYR_TReference full = FullReference();
+  VYR_TReference empty;
+  Bytes packed = Pack({&full, &empty});
+  std::string golden = Golden("vyr_reference.bin", std::string(packed.begin(), packed.end()));
+  EXPECT_EQ(std::string(packed.begin(), packed.end()), golden);
+  auto rebuilt = ExtractAll(Bytes(golden.begin(), golden.end()));
+  ASSERT_EQ(rebuilt.size(), 2u);
+  EXPECT_EQ(AsReference(rebuilt[0]), full);
+  EXPECT_EQ(AsReference(rebuilt[1]), empty);
+}
+
+TEST_F(ReferenceTest, DamagedPackedFormFailsWithAnException) {
+  Bytes packed = Pack(FullReference());
+  for (size_t length = 1; length < packed.size(); ++length) {
+    EXPECT_THROW(ExtractAll(Bytes(packed.begin(), packed.begin() + length)), QEN_EException)
+        << "length " << length;
+  }
+  // Any single damaged byte either still reads or fails cleanly.
+  for (size_t at = 0; at < packed.size(); ++at) {
+    for (unsigned char flip : {0x01, 0x80, 0xFF}) {
+      Bytes damaged = packed;
+      damaged[at] ^= flip;
+      try {
+        ExtractAll(damaged);
+      } catch (const QEN_EException&) {
+      }
+    }
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Text form
+
+TEST_F(ReferenceTest, TextFormIsTheQuotedUrlThenUnitAndOffsets) {
+  VYR_TReference reference(Url("file:///jobs/a%20b.tif?iPageNr=2"), VYR_CM, 1.5, -0.25);
+  EXPECT_EQ(Write(reference), "\"file:///jobs/a%20b.tif?iPageNr=2\"\nCM 1.5, -0.25");
+  EXPECT_EQ(Write(VYR_TReference()), "\"\"\nInch 0, 0");
+  EXPECT_TRUE(reference.QEN_HRMultiLine());
+}
+
+TEST_F(ReferenceTest, TextFormReadsBackEqualInEveryUnit) {
+  for (unsigned unit = 0; unit <= 4; ++unit) {
+    VYR_TReference reference = FullReference();
+    reference =
+        VYR_TReference(reference.File(), static_cast<VYR_TMUnits>(unit), 0.1, -123456.789e-3);
+    EXPECT_EQ(Read(Write(reference)), reference) << Write(reference);
+  }
+  // The unit word is read whatever its case.
+  EXPECT_EQ(Read("\"file:///a\" inch 1,2").Units(), VYR_Inch);
+  EXPECT_EQ(Read("\"file:///a\"\tmM\n1, 2").Units(), VYR_MM);
+  EXPECT_EQ(Read("\"file:///a\" PIXEL 1, 2").Units(), VYR_Pixel);
+  EXPECT_EQ(Read("\"file:///a\" Mil 1, 2").Units(), VYR_Mil);
+  VYR_TReference read = Read("\"file:///a\" cm -1e3, \n 2.5");
+  EXPECT_EQ(read.VOffset(), -1000.0);
+  EXPECT_EQ(read.HOffset(), 2.5);
+  EXPECT_EQ(read.File(), Url("file:///a"));
+}
+
+TEST_F(ReferenceTest, TextThatDoesNotFitIsASyntaxError) {
+  EXPECT_THROW(Read("\"file:///a\" Inches 1, 2"), QEN_ESyntaxError);
+  EXPECT_THROW(Read("\"file:///a\" 1, 2"), QEN_ESyntaxError);
+  EXPECT_THROW(Read("\"file:///a\" Inch 1 2"), QEN_ESyntaxError);
+  EXPECT_THROW(Read("\"file:///a\" Inch 1 , 2"), QEN_ESyntaxError);
+  EXPECT_THROW(Read("\"file:///a\" Inch 1,"), QEN_ESyntaxError);
+  EXPECT_THROW(Read("\"file:///a\" Inch"), QEN_ESyntaxError);
+  EXPECT_THROW(Read("\"file:///a\""), QEN_ESyntaxError);
+  EXPECT_THROW(Read("file:///a Inch 1, 2"), QEN_ESyntaxError);
+  // A unit outside the named ones writes a word that doesn't read back.
+  VYR_TReference odd(Url("file:///a"), static_cast<VYR_TMUnits>(9), 0, 0);
+  EXPECT_THROW(Read(Write(odd)), QEN_ESyntaxError);
+}
+
+TEST_F(ReferenceTest, FramedTextIsPinnedAndRebuiltByExtract) {
+  VYR_TReference full = FullReference();
+  VYR_TReference empty;
+  std::string text = Framed({&full, &empty});
+  std::string golden = Golden("vyr_reference.txt", text);
+  EXPECT_EQ(text, golden);
+  auto rebuilt = ExtractAllText(golden);
+  ASSERT_EQ(rebuilt.size(), 2u);
+  EXPECT_EQ(AsReference(rebuilt[0]), full);
+  EXPECT_EQ(AsReference(rebuilt[1]), empty);
+  // Cut anywhere, the text fails with an exception of the base library.
+  for (size_t length = 1; length <= text.find('}'); ++length)
+    EXPECT_THROW(ExtractAllText(text.substr(0, length)), QEN_EException) << "length " << length;
+}
+
+TEST_F(ReferenceTest, DebugPrint) {
+  std::ostringstream out;
+  VYR_TReference(Url("file:///a.tif"), VYR_MM, 1.5, -2.0).PrintOn(out);
+  EXPECT_EQ(out.str(),
+            "VYR_TReference\n{\n  File file:///a.tif\n  Units MM\n  VOffset 1.5\n"
+            "  HOffset -2\n}");
+}
