@@ -1,0 +1,213 @@
+// Pins the stored formats: each object packs to exactly the bytes of its
+// file in tests/data/golden, writes exactly the text of its .txt file, and
+// both files read back into an equal object.
+//
+// After a deliberate format change, run once with VYRAX_REGENERATE_GOLDEN=1:
+// the files are written instead of compared, and the change shows in the diff.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "qen/qen.h"
+
+namespace {
+
+const std::string kGoldenDir = std::string(VYRAX_TEST_DATA_DIR) + "/golden/";
+
+bool Regenerating() {
+  const char* value = std::getenv("VYRAX_REGENERATE_GOLDEN");
+  return value != nullptr && std::string(value) == "1";
+}
+
+struct Golden {
+  const char* name;
+  std::function<QEN_IPackable*()> make;
+  bool hasText;
+};
+
+QEN_TAny Holding(QEN_IPackable* owned) {
+  QEN_TAny any;
+  any = owned;
+  return any;
+}
+
+QEN_TList MixedList() {
+  QEN_TList list;
+  list.AddAtTail(QEN_TAny(1u));
+  list.AddAtTail(QEN_TAny("two"));
+  list.AddAtTail(QEN_TAny(3.0));
+  list.AddAtTail(QEN_TAny());
+  QEN_TList inner;
+  inner.AddAtTail(QEN_TAny(static_cast<unsigned char>(7)));
+  list.AddAtTail(QEN_TAny(inner));
+  return list;
+}
+
+QEN_TDict MixedDict() {
+  QEN_TDict dict;
+  dict["name"] = "Ticket \"one\"";
+  dict["size"] = 12u;
+  dict["ratio"] = 0.75;
+  dict["flag"] = true;
+  dict["big"] = 0x8000000000000005ull;
+  dict["negative"] = -3;
+  dict["nothing"] = QEN_TAny();
+  dict["list"] = MixedList();
+  QEN_TDict inner;
+  inner["depth"] = static_cast<unsigned short>(2);
+  dict["inner"] = inner;
+  return dict;
+}
+
+const std::vector<Golden>& Goldens() {
+  static const std::vector<Golden> goldens = {
+      {"string", [] { return new QEN_TString(u"Gr\u00FC\u00DFe \"quoted\"\n\t\\ \U0001F600"); },
+       true},
+      {"any_nothing", [] { return new QEN_TAny(); }, true},
+      {"any_bool", [] { return new QEN_TAny(true); }, true},
+      {"any_uint8", [] { return new QEN_TAny(static_cast<unsigned char>(200)); }, true},
+      {"any_uint16", [] { return new QEN_TAny(static_cast<unsigned short>(65000)); }, true},
+      {"any_uint32", [] { return new QEN_TAny(4000000000u); }, true},
+      {"any_uint64", [] { return new QEN_TAny(0x8000000000000005ull); }, true},
+      {"any_int32", [] { return new QEN_TAny(-42); }, true},
+      {"any_int64", [] { return new QEN_TAny(-5000000000000000ll); }, true},
+      {"any_double", [] { return new QEN_TAny(-2.5e-300); }, true},
+      {"any_object", [] { return new QEN_TAny(Holding(new QEN_TString("inside"))); }, true},
+      {"dict", [] { return new QEN_TDict(MixedDict()); }, true},
+      {"list", [] { return new QEN_TList(MixedList()); }, true},
+      {"array",
+       [] {
+         QEN_TArray* array = new QEN_TArray(3);
+         (*array)[0] = 5u;
+         (*array)[1] = "five";
+         return array;
+       },
+       true},
+      {"tree",
+       [] {
+         QEN_TTree* tree = new QEN_TTree;
+         tree->Value("settings/depth") = 3u;
+         tree->Value("settings/name") = "deep";
+         tree->Value("top") = 1.5;
+         return tree;
+       },
+       true},
+      {"url", [] { return new QEN_TURL(QEN_TString("file:///data/some%20folder/image.tif")); },
+       true},
+      {"data_block", [] { return new QEN_TDataBlock("\x00\x01\x7F\xFF", 4); }, true},
+      {"exception",
+       [] {
+         QEN_EStreamException* e =
+             new QEN_EStreamException(QEN_TString("truncated at %u"), QEN_TAny(17u));
+         e->__PREPARE_FOR_THROW__(42, "qen/src/example");
+         return e;
+       },
+       false},
+  };
+  return goldens;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream content;
+  content << in.rdbuf();
+  return content.str();
+}
+
+void WriteFile(const std::string& path, const std::string& content) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << content;
+  ASSERT_TRUE(out.good()) << path;
+}
+
+std::string Hex(const std::string& bytes) {
+  std::string out;
+  char two[4];
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    std::snprintf(two, sizeof two, "%02X", static_cast<unsigned char>(bytes[i]));
+    out += two;
+    out += (i % 16 == 15) ? '\n' : ' ';
+  }
+  return out;
+}
+
+std::string Bytes(const QEN_TMemoryStream& m) {
+  return std::string(reinterpret_cast<const char*>(m.Data()), m.Length());
+}
+
+class GoldenTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_qentypes__()); }
+};
+
+TEST_F(GoldenTest, BinaryFormIsPinned) {
+  for (const Golden& golden : Goldens()) {
+    SCOPED_TRACE(golden.name);
+    std::unique_ptr<QEN_IPackable> object(golden.make());
+    QEN_TMemoryStream packed;
+    QEN_TDataStream out(packed);
+    out << *object;
+    const std::string path = kGoldenDir + golden.name + ".bin";
+    if (Regenerating()) {
+      WriteFile(path, Bytes(packed));
+      continue;
+    }
+    const std::string expected = ReadFile(path);
+    ASSERT_FALSE(expected.empty()) << "missing " << path;
+    EXPECT_EQ(Bytes(packed), expected) << "packed:\n"
+                                       << Hex(Bytes(packed)) << "\nfile:\n"
+                                       << Hex(expected);
+
+    QEN_TMemoryStream stored(const_cast<char*>(expected.data()),
+                             static_cast<unsigned>(expected.size()),
+                             static_cast<unsigned>(expected.size()));
+    QEN_TDataStream in(stored);
+    std::unique_ptr<QEN_IPackable> read(in.Extract());
+    EXPECT_STREQ(read->ClassObject().name, object->ClassObject().name);
+    EXPECT_TRUE(read->QEN_IsIdent(*object)) << "the file reads back into an equal object";
+    EXPECT_EQ(stored.Available(), 0u) << "the object takes the whole file";
+  }
+}
+
+TEST_F(GoldenTest, TextFormIsPinned) {
+  for (const Golden& golden : Goldens()) {
+    if (!golden.hasText) continue;
+    SCOPED_TRACE(golden.name);
+    std::unique_ptr<QEN_IPackable> object(golden.make());
+    const QEN_IHumanReadable* readable =
+        static_cast<const QEN_IHumanReadable*>(object->DynamicCast("QEN_IHumanReadable"));
+    ASSERT_NE(readable, nullptr);
+    QEN_TMemoryStream text;
+    QEN_THumanReadableStream out(text);
+    out.WriteObject(*readable) << cr;
+    const std::string path = kGoldenDir + golden.name + ".txt";
+    if (Regenerating()) {
+      WriteFile(path, Bytes(text));
+      continue;
+    }
+    const std::string expected = ReadFile(path);
+    ASSERT_FALSE(expected.empty()) << "missing " << path;
+    EXPECT_EQ(Bytes(text), expected);
+
+    QEN_TMemoryStream stored(const_cast<char*>(expected.data()),
+                             static_cast<unsigned>(expected.size()),
+                             static_cast<unsigned>(expected.size()));
+    QEN_THumanReadableStream in(stored);
+    std::unique_ptr<QEN_IHumanReadable> read(in.Extract());
+    const QEN_IPackable* packable =
+        static_cast<const QEN_IPackable*>(read->DynamicCast("QEN_IPackable"));
+    ASSERT_NE(packable, nullptr);
+    EXPECT_TRUE(packable->QEN_IsIdent(*object)) << "the file reads back into an equal object";
+    in.SkipWhiteSpace();
+    EXPECT_TRUE(in.AtEnd());
+  }
+}
+
+}  // namespace
