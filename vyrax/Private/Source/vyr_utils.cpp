@@ -336,11 +336,11 @@ const char kConversions[] = "cCdiouxXeEfgGnpsS";
 // length. Anything else (a '$' position, a second '%', a letter) would make
 // the C library read arguments that aren't there, so such a conversion is
 // copied unchanged like %n.
-bool IsSafeSpecification(const std::string& spec, int* stars, bool* wide) {
+bool IsSafeConversion(const std::string& conversion, int* stars, bool* wide) {
   *stars = 0;
   *wide = false;
   long number = 0;
-  for (char c : spec) {
+  for (char c : conversion) {
     if (c >= '0' && c <= '9') {
       number = number * 10 + (c - '0');
       if (number > kMaxFieldWidth) return false;
@@ -455,7 +455,7 @@ QEN_TString FormatMessage(const QEN_TString& message, const QEN_TAny& data) {
     bool wide = false;
     if (conversionAt == std::string::npos || format[conversionAt] == 'n' ||
         format[conversionAt] == 'p' ||
-        !IsSafeSpecification(format.substr(percent + 1, conversionAt - percent - 1), &starCount,
+        !IsSafeConversion(format.substr(percent + 1, conversionAt - percent - 1), &starCount,
                              &wide)) {
       out += format.substr(position).c_str();
       break;
