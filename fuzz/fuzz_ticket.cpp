@@ -1,0 +1,128 @@
+// A ticket read from arbitrary bytes: every input either reads or fails with
+// an exception of the base library, never a crash, a hang or unbounded
+// memory. A ticket that was read writes again, and what it writes reads back
+// to the same form.
+//
+// The first byte picks the reader, the rest is its input:
+//   0  QEN_Unpack of the bare binary items into a new ticket
+//   1  ReadFrom of the bare text form
+//   2  Extract of a packed object (the class named in the bytes)
+//   3  Extract of a framed text object
+#include <vyrax/vyrax.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "fuzz_classes.h"
+
+namespace {
+
+std::string Packed(const VYR_TImageTicket& ticket) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream out(memory);
+  ticket.QEN_Pack(out);
+  out.Flush();
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+std::string Written(const VYR_TImageTicket& ticket) {
+  QEN_TMemoryStream memory;
+  QEN_THumanReadableStream out(memory);
+  ticket.WriteTo(out);
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+// Written by us, so it must read back, and then write the same again.
+void CheckBinary(const VYR_TImageTicket& ticket) {
+  std::string first = Packed(ticket);
+  QEN_TMemoryStream memory(&first[0], static_cast<unsigned>(first.size()),
+                           static_cast<unsigned>(first.size()));
+  QEN_TDataStream in(memory);
+  VYR_TImageTicket again;
+  try {
+    again.QEN_Unpack(in);
+  } catch (const QEN_EException&) {
+    std::abort();
+  }
+  if (memory.Available() != 0 || Packed(again) != first) std::abort();
+}
+
+void CheckText(const VYR_TImageTicket& ticket) {
+  std::string first;
+  try {
+    first = Written(ticket);
+  } catch (const QEN_EException&) {
+    // Only a pointer in a dictionary refuses to be written as text.
+    return;
+  }
+  QEN_TMemoryStream memory(&first[0], static_cast<unsigned>(first.size()),
+                           static_cast<unsigned>(first.size()));
+  QEN_THumanReadableStream in(memory);
+  VYR_TImageTicket again;
+  try {
+    again.ReadFrom(in);
+  } catch (const QEN_EException&) {
+    // The writer knows names the reader doesn't ("Production", the names of
+    // undefined values): such a ticket writes fine and can't be read back.
+    return;
+  }
+  if (Written(again) != first) std::abort();
+}
+
+void CheckBoth(const VYR_TImageTicket& ticket) {
+  CheckBinary(ticket);
+  CheckText(ticket);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  RegisterFuzzClasses();
+  if (!__QEN_INITIALIZATION_FUNCTION_VYRAX__()) std::abort();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 1 || size > 1 << 20) return 0;
+  const unsigned mode = data[0] % 4;
+  std::string input(reinterpret_cast<const char*>(data + 1), size - 1);
+  QEN_TMemoryStream bytes(&input[0], static_cast<unsigned>(input.size()),
+                          static_cast<unsigned>(input.size()));
+  try {
+    switch (mode) {
+      case 0: {
+        QEN_TDataStream in(bytes);
+        VYR_TImageTicket ticket;
+        ticket.QEN_Unpack(in);
+        CheckBoth(ticket);
+        break;
+      }
+      case 1: {
+        QEN_THumanReadableStream in(bytes);
+        VYR_TImageTicket ticket;
+        ticket.ReadFrom(in);
+        CheckBoth(ticket);
+        break;
+      }
+      case 2: {
+        QEN_TDataStream in(bytes);
+        std::unique_ptr<QEN_IPackable> object(in.Extract(true));
+        if (const VYR_TImageTicket* ticket = object->DynamicCast<VYR_TImageTicket>())
+          CheckBoth(*ticket);
+        break;
+      }
+      default: {
+        QEN_THumanReadableStream in(bytes);
+        std::unique_ptr<QEN_IHumanReadable> object(in.Extract());
+        if (const VYR_TImageTicket* ticket = object->DynamicCast<VYR_TImageTicket>())
+          CheckBoth(*ticket);
+        break;
+      }
+    }
+  } catch (const QEN_EException&) {
+  }
+  return 0;
+}

@@ -1,0 +1,582 @@
+// The stored forms of a ticket: the binary items, round trips at every level
+// in both forms, the old ordinal levels, the golden files, the reader's rules
+// for white space and names, hostile input, and the listing.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "vyr_ticket_samples.h"
+
+using namespace ticket_samples;
+
+namespace {
+
+class TicketFormsTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
+};
+
+// Notes each call a class makes on a packing stream; an object by its class
+// name, so that a QEN_TAny shows the kind of number it holds.
+class RecordingStream : public QEN_IPacking {
+ public:
+  std::vector<std::string> calls;
+  QEN_IPacking& operator<<(const QEN_IPackable& o) override { return Note(o.ClassName()); }
+  QEN_IPacking& operator<<(double) override { return Note("double"); }
+  QEN_IPacking& operator<<(bool) override { return Note("bool"); }
+  QEN_IPacking& operator<<(unsigned long long) override { return Note("u64"); }
+  QEN_IPacking& operator<<(unsigned) override { return Note("u32"); }
+  QEN_IPacking& operator<<(unsigned short) override { return Note("u16"); }
+  QEN_IPacking& operator<<(unsigned char) override { return Note("u8"); }
+  QEN_IPacking& operator<<(int) override { return Note("i32"); }
+  QEN_IPacking& PutBytes(const void*, unsigned) override { return Note("bytes"); }
+  QEN_IPacking& PackBeginClass(const char*) override { return Note("begin"); }
+  QEN_IPacking& PackEndClass(const char*) override { return Note("end"); }
+
+ private:
+  QEN_IPacking& Note(std::string call) {
+    calls.push_back(std::move(call));
+    return *this;
+  }
+};
+
+typedef std::vector<std::string> Items;
+
+Items operator+(Items a, const Items& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+const Items kAlways = {"QEN_TUInt32", "QEN_TDict", "QEN_TString"};
+const Items kFile = {"u8", "QEN_TURL", "QEN_TTime", "u64"};
+const Items kFileType = {"QEN_TString", "QEN_TString"};
+const Items kProcessor = {"QEN_TString"};
+const Items kBasicInfo = {"i32",         "i32",         "QEN_TUInt32", "QEN_TUInt32", "QEN_TUInt32",
+                          "double",      "double",      "double",      "double",      "u32",
+                          "u32",         "double",      "double",      "double",      "double",
+                          "QEN_TUInt32", "QEN_TUInt32", "u16",         "QEN_TUInt32"};
+const Items kExtendedInfo = {"bool", "QEN_TDict"};
+const Items kExternalRefs = {"bool", "QEN_TList"};
+
+Items Record(const VYR_TImageTicket& ticket) {
+  RecordingStream recorder;
+  ticket.QEN_Pack(recorder);
+  return recorder.calls;
+}
+
+std::string GoldenPath(const std::string& name) {
+  return std::string(VYRAX_TEST_DATA_DIR) + "/golden/" + name;
+}
+
+// The golden file's bytes; rewritten first from `current` when
+// VYRAX_REGENERATE_GOLDEN is set.
+std::string Golden(const std::string& name, const std::string& current) {
+  std::string path = GoldenPath(name);
+  if (std::getenv("VYRAX_REGENERATE_GOLDEN") != nullptr)
+    std::ofstream(path, std::ios::binary)
+        .write(current.data(), static_cast<std::streamsize>(current.size()));
+  std::ifstream file(path, std::ios::binary);
+  EXPECT_TRUE(file) << path;
+  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+}
+
+std::string AsString(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
+Bytes AsBytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
+
+// A ticket's bare binary form written item by item, independent of
+// QEN_Pack: `stored` is the level value in the stream and `groups` the
+// level whose groups follow.
+Bytes HandPacked(unsigned stored, unsigned version, unsigned groups) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream out(memory);
+  QEN_TDict internal;
+  internal["version"] = version;
+  out << QEN_TAny(stored) << internal << QEN_TString("old creator");
+  if (groups & 0x80) out << false;
+  if (groups & 0x340) out << false;
+  if (groups & 0x8) {
+    out << 1 << -1 << QEN_TAny(3u) << QEN_TAny(1u) << QEN_TAny(3u);
+    out << 300.0 << 300.0 << 11.0 << 8.5 << 3300u << 2550u;
+    out << 0.0 << 0.0 << 0.0 << 0.0 << QEN_TAny(11u) << QEN_TAny(0u);
+    out << static_cast<unsigned short>(4) << QEN_TAny(0u);
+  }
+  if (groups & 0x4) out << QEN_TString("OldReader");
+  if (groups & 0x2) out << QEN_TString("TIFF") << QEN_TString("5.0");
+  if (groups & 0x1) {
+    out << static_cast<unsigned char>(0) << QEN_TURL("file:///old.tif") << QEN_TTime(1000000)
+        << 1234ULL;
+  }
+  out.Flush();
+  return Bytes(memory.Data(), memory.Data() + memory.Length());
+}
+
+std::string Listing(const VYR_TImageTicket& ticket) {
+  std::ostringstream out;
+  ticket.PrintOn(out);
+  return out.str();
+}
+
+// The text of a level-15 sample with one line replaced.
+std::string WithLine(const std::string& text, const std::string& prefix, const std::string& line) {
+  std::istringstream in(text);
+  std::string result, current;
+  bool first = true;
+  while (std::getline(in, current)) {
+    if (!first) result += '\n';
+    first = false;
+    result += current.compare(0, prefix.size(), prefix) == 0 ? line : current;
+  }
+  return result;
+}
+
+}  // namespace
+
+// --- Binary form ------------------------------------------------------------------
+
+TEST_F(TicketFormsTest, EveryNamedLevelPacksTheItemsOfItsTable) {
+  const Items kLow = kAlways;
+  EXPECT_EQ(Record(Sample(VYR_FillEmpty)), kAlways);
+  EXPECT_EQ(Record(Sample(VYR_FillFileAssigned)), kAlways + kFile);
+  EXPECT_EQ(Record(Sample(VYR_FillFileType)), kAlways + kFileType + kFile);
+  EXPECT_EQ(Record(Sample(VYR_FillImageProcessor)), kAlways + kProcessor + kFileType + kFile);
+  const Items basic = kBasicInfo + kProcessor + kFileType + kFile;
+  EXPECT_EQ(Record(Sample(VYR_FillBasicInfo)), kAlways + basic);
+  EXPECT_EQ(Record(Sample(VYR_FillExtendedInfo)), kAlways + kExtendedInfo + basic);
+  EXPECT_EQ(Record(Sample(VYR_FillFullInfo)), kAlways + kExternalRefs + kExtendedInfo + basic);
+  EXPECT_EQ(Record(Sample(VYR_FillFullInfo)).size(), 33u);
+
+  // Absent objects leave their flag alone; a lone bit brings its group.
+  VYR_TImageTicket bare;
+  VYR_TTicketWriter(bare).SetFillLevel(VYR_FillFullInfo);
+  const Items twoFlags = {"bool", "bool"};
+  EXPECT_EQ(Record(bare), kAlways + twoFlags + basic);
+  EXPECT_EQ(Record(Sample(0x200)), kAlways + kExtendedInfo);
+  EXPECT_EQ(Record(Sample(0x10 | 0x20)), kLow);
+}
+
+TEST_F(TicketFormsTest, BinaryRoundTripAtEveryLevel) {
+  std::vector<unsigned> levels(std::begin(kNamedLevels), std::end(kNamedLevels));
+  levels.insert(levels.end(), std::begin(kOddLevels), std::end(kOddLevels));
+  for (unsigned level : levels) {
+    SCOPED_TRACE("level " + std::to_string(level));
+    VYR_TImageTicket original = Sample(level);
+    VYR_TImageTicket bare;
+    UnpackBare(PackBare(original), bare);
+    EXPECT_TRUE(bare == original);
+
+    std::unique_ptr<QEN_IInterface> rebuilt = Extract(PackObject(original));
+    ASSERT_NE(rebuilt, nullptr);
+    const VYR_TImageTicket* copy = rebuilt->DynamicCast<VYR_TImageTicket>();
+    ASSERT_NE(copy, nullptr);
+    EXPECT_TRUE(*copy == original);
+    EXPECT_TRUE(copy->QEN_IsIdent(original));
+  }
+}
+
+TEST_F(TicketFormsTest, UnpackReplacesObjectsAndKeepsFieldsOutsideTheLevel) {
+  VYR_TImageTicket target = Sample(VYR_FillFullInfo);
+  UnpackBare(PackBare(Sample(VYR_FillExtendedInfo & ~0x340u)), target);
+  EXPECT_EQ(target.FillLevel(), 0x3Fu);
+  EXPECT_FALSE(target.HasExtendedInfo());
+  EXPECT_FALSE(target.HasExternalRefs());
+
+  // Level 127 with no ExtendedInfo: a false flag and a null pointer back.
+  VYR_TImageTicket noInfo;
+  VYR_TTicketWriter(noInfo).SetFillLevel(VYR_FillExtendedInfo);
+  VYR_TImageTicket read = Sample(VYR_FillFullInfo);
+  UnpackBare(PackBare(noInfo), read);
+  EXPECT_FALSE(read.HasExtendedInfo());
+  // The groups below were read; the references' bit was not, and they went.
+  EXPECT_FALSE(read.HasExternalRefs());
+  EXPECT_EQ(read.NrPages(), -1);
+
+  VYR_TImageTicket fileOnly = Sample(VYR_FillFullInfo);
+  UnpackBare(PackBare(Sample(VYR_FillFileAssigned)), fileOnly);
+  EXPECT_EQ(fileOnly.FileFormat(), "TIFF");
+}
+
+TEST_F(TicketFormsTest, OldTicketsStoredTheLevelAsAnOrdinal) {
+  struct Row {
+    unsigned stored, version, level;
+    // Written back byte for byte; a named level of an old ticket goes back
+    // as its ordinal.
+    bool sameBytes;
+  };
+  const Row rows[] = {
+      {4, 8500, 15, true},  {0, 8500, 0, true},   {1, 8500, 1, true},      {2, 8500, 3, true},
+      {3, 8500, 7, true},   {5, 8500, 127, true}, {6, 8999, 0x6FFF, true}, {127, 8500, 127, false},
+      {31, 8500, 31, true}, {4, 9000, 4, true},   {4, 11014, 4, true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE("stored " + std::to_string(row.stored) + ", version " +
+                 std::to_string(row.version));
+    Bytes bytes = HandPacked(row.stored, row.version, row.level);
+    VYR_TImageTicket ticket;
+    UnpackBare(bytes, ticket);
+    EXPECT_EQ(ticket.FillLevel(), row.level);
+    // The version read stays; and the ticket is written back in its own form.
+    EXPECT_EQ(static_cast<unsigned>(std::as_const(ticket).Internal("version")), row.version);
+    EXPECT_EQ(PackBare(ticket) == bytes, row.sameBytes);
+    VYR_TImageTicket again;
+    UnpackBare(PackBare(ticket), again);
+    EXPECT_TRUE(again == ticket);
+  }
+  // A level that the old form can't carry is refused rather than written so
+  // that it reads back as another.
+  VYR_TImageTicket odd = Sample(0x4);
+  VYR_TTicketWriter(odd).Internal("version") = 8500u;
+  EXPECT_THROW(PackBare(odd), QEN_EStreamException);
+  // Without a version, or with one that is no number, the value stands.
+  VYR_TImageTicket noVersion = Sample(0x4);
+  VYR_TTicketWriter(noVersion).Internal().Remove("version");
+  VYR_TImageTicket read;
+  UnpackBare(PackBare(noVersion), read);
+  EXPECT_EQ(read.FillLevel(), 4u);
+  EXPECT_EQ(std::as_const(read).Internal("version"), QEN_TAny::Illegal());
+}
+
+TEST_F(TicketFormsTest, GoldenBinaryFilesReadBack) {
+  struct Row {
+    const char* name;
+    unsigned level;
+  };
+  const Row rows[] = {{"ticket_empty", VYR_FillEmpty},
+                      {"ticket_file_assigned", VYR_FillFileAssigned},
+                      {"ticket_basic_info", VYR_FillBasicInfo},
+                      {"ticket_full_info", VYR_FillFullInfo}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    VYR_TImageTicket ticket = Sample(row.level, false);
+    std::string golden = Golden(std::string(row.name) + ".bin", AsString(PackObject(ticket)));
+    EXPECT_EQ(AsString(PackObject(ticket)), golden);
+    std::unique_ptr<QEN_IInterface> rebuilt = Extract(AsBytes(golden));
+    ASSERT_NE(rebuilt, nullptr);
+    ASSERT_NE(rebuilt->DynamicCast<VYR_TImageTicket>(), nullptr);
+    EXPECT_TRUE(*rebuilt->DynamicCast<VYR_TImageTicket>() == ticket);
+  }
+  // Written by an old build: version 8500, level ordinal 4.
+  std::string old = Golden("ticket_v8500_level4.bin", AsString(HandPacked(4, 8500, 15)));
+  EXPECT_EQ(AsString(HandPacked(4, 8500, 15)), old);
+  VYR_TImageTicket ticket;
+  UnpackBare(AsBytes(old), ticket);
+  EXPECT_EQ(ticket.FillLevel(), 15u);
+  EXPECT_EQ(ticket.FileFormatVersion(), "5.0");
+  EXPECT_EQ(ticket.NrColumns(), 2550u);
+}
+
+TEST_F(TicketFormsTest, DamagedBinaryIsAnExceptionAtEveryLength) {
+  Bytes packed = PackObject(Sample(VYR_FillFullInfo));
+  for (size_t length = 0; length < packed.size(); ++length) {
+    Bytes cut(packed.begin(), packed.begin() + length);
+    EXPECT_THROW(Extract(cut), QEN_EException) << "length " << length;
+  }
+  Bytes bare = PackBare(Sample(VYR_FillFullInfo));
+  for (size_t length = 0; length < bare.size(); length += 7) {
+    VYR_TImageTicket ticket;
+    EXPECT_THROW(UnpackBare(Bytes(bare.begin(), bare.begin() + length), ticket), QEN_EException)
+        << "length " << length;
+  }
+}
+
+TEST_F(TicketFormsTest, ObjectOfTheWrongClassBehindAFlagIsRefused) {
+  typedef void (*Put)(QEN_IPacking&);
+  const Put wrong[] = {
+      [](QEN_IPacking& out) { out << QEN_TString("not a list"); },
+      [](QEN_IPacking& out) { out << QEN_TDict(); },
+      // A variant that holds a list is no list the ticket could own.
+      [](QEN_IPacking& out) { out << QEN_TAny(QEN_TList()); },
+  };
+  for (Put put : wrong) {
+    QEN_TMemoryStream memory;
+    QEN_TDataStream out(memory);
+    QEN_TDict internal;
+    internal["version"] = 11014u;
+    out << QEN_TAny(0x80u) << internal << QEN_TString() << true;
+    put(out);
+    out.Flush();
+    VYR_TImageTicket ticket = Sample(VYR_FillFullInfo);
+    EXPECT_THROW(UnpackBare(Bytes(memory.Data(), memory.Data() + memory.Length()), ticket),
+                 QEN_EStreamException);
+    EXPECT_FALSE(ticket.HasExternalRefs());
+    EXPECT_EQ(ticket.FillLevel(), 0x80u);
+  }
+}
+
+// --- Text form --------------------------------------------------------------------
+
+TEST_F(TicketFormsTest, TextLinesFollowTheTable) {
+  EXPECT_EQ(WriteText(VYR_TImageTicket()),
+            "0\n"
+            "QEN_TDict { \"version\" = 11014; }\n"
+            "\"\"\n");
+  EXPECT_EQ(WriteText(Sample(VYR_FillBasicInfo)),
+            "15\n"
+            "QEN_TDict { \"version\" = 11014; }\n"
+            "\"vyrax tests\"\n"
+            "3\n"
+            "1\n"
+            "Image\n"
+            "CT\n"
+            "Inch\n"
+            "RES 300, 150.5\n"
+            "11, 8.25\n"
+            "PIX 3300, 1242\n"
+            "MAR 0.125, 0.25, 0.375, 0.5\n"
+            "Cmyk\n"
+            "AlphaPremultiplied\n"
+            "4\n"
+            "Rot270\n"
+            "\"TiffReader\"\n"
+            "\"TIFF\" \"6.0\"\n"
+            "2\n"
+            "\"file:///jobs/2024/brochure%20cover.tif\"\n"
+            "2024-02-15T22:42:14.123456Z\n"
+            "5000000123");
+  // A FullInfo ticket without its two objects says so on lines 4 and 5.
+  VYR_TImageTicket bare = Sample(VYR_FillBasicInfo);
+  VYR_TTicketWriter(bare).SetFillLevel(VYR_FillFullInfo);
+  std::string text = WriteText(bare);
+  EXPECT_EQ(text.substr(0, text.find("3\n1\n")),
+            "28671\nQEN_TDict { \"version\" = 11014; }\n\"vyrax tests\"\nNULL\nNULL\n");
+  VYR_TImageTicket read = Sample(VYR_FillFullInfo);
+  ReadText(text, read);
+  EXPECT_FALSE(read.HasExtendedInfo());
+  EXPECT_FALSE(read.HasExternalRefs());
+  EXPECT_TRUE(read == bare);
+}
+
+TEST_F(TicketFormsTest, TextRoundTripAtEveryLevel) {
+  std::vector<unsigned> levels(std::begin(kNamedLevels), std::end(kNamedLevels));
+  levels.insert(levels.end(), std::begin(kOddLevels), std::end(kOddLevels));
+  for (unsigned level : levels) {
+    SCOPED_TRACE("level " + std::to_string(level));
+    VYR_TImageTicket original = Sample(level);
+    VYR_TTicketWriter(original).Internal("Acquire") = "limited";
+    VYR_TImageTicket read;
+    ReadText(WriteText(original), read);
+    EXPECT_TRUE(read == original) << WriteText(original);
+
+    // Framed, as in a proxy's list, and rebuilt by class name.
+    QEN_TMemoryStream memory;
+    QEN_THumanReadableStream writer(memory);
+    writer.WriteObject(original);
+    QEN_TMemoryStream source(memory.Data(), memory.Length(), memory.Length());
+    QEN_THumanReadableStream reader(source);
+    std::unique_ptr<QEN_IInterface> rebuilt(reader.Extract());
+    ASSERT_NE(rebuilt, nullptr);
+    EXPECT_TRUE(*rebuilt->DynamicCast<VYR_TImageTicket>() == original);
+  }
+}
+
+TEST_F(TicketFormsTest, ReadFromLeavesObjectsOfLevelsNotRead) {
+  VYR_TImageTicket target = Sample(VYR_FillFullInfo);
+  ReadText(WriteText(Sample(VYR_FillBasicInfo)), target);
+  EXPECT_EQ(target.FillLevel(), 15u);
+  EXPECT_TRUE(target.HasExtendedInfo());
+  EXPECT_TRUE(target.HasExternalRefs());
+}
+
+TEST_F(TicketFormsTest, WhiteSpaceAroundTheCommas) {
+  const std::string text = WriteText(Sample(VYR_FillBasicInfo));
+  struct Row {
+    const char* prefix;
+    const char* line;
+    bool reads;
+  };
+  const Row rows[] = {
+      {"RES", "RES 300,150.5", true},
+      {"RES", "RES   300,    \t 150.5", true},
+      {"RES", "RES 300 , 150.5", false},
+      {"RES", "RES 300; 150.5", false},
+      {"RES", "RESOLUTION 300, 150.5", false},
+      {"11,", "11,8.25", true},
+      {"11,", "11 ,8.25", false},
+      {"PIX", "PIX 3300,1242", true},
+      {"PIX", "PIX 3300 ,1242", false},
+      {"PIX", "PIX -1, 1242", false},
+      {"MAR", "MAR 0.125,0.25,0.375,0.5", true},
+      {"MAR", "MAR 0.125, 0.25 , 0.375\t, 0.5", true},
+      {"MAR", "MAR 0.125 , 0.25, 0.375, 0.5", false},
+      {"MAR", "MAR 0.125, 0.25, 0.375 0.5", false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.line);
+    VYR_TImageTicket ticket;
+    std::string changed = WithLine(text, row.prefix, row.line);
+    ASSERT_NE(changed, text);
+    if (row.reads) {
+      ReadText(changed, ticket);
+      EXPECT_TRUE(ticket == Sample(VYR_FillBasicInfo));
+    } else {
+      EXPECT_THROW(ReadText(changed, ticket), QEN_ESyntaxError);
+    }
+  }
+}
+
+TEST_F(TicketFormsTest, ReaderKnowsItsOwnNamesOnly) {
+  const std::string text = WriteText(Sample(VYR_FillBasicInfo));
+  struct Row {
+    const char* prefix;
+    const char* line;
+  };
+  // Written names the reader's tables lack, and names of undefined values.
+  const Row rows[] = {{"Image", "Production"},      {"Image", "UndefinedImageType"},
+                      {"Image", "image"},           {"CT", "UndefinedImageSubtype"},
+                      {"Inch", "UnknownUnits"},     {"Cmyk", "YCbCrK"},
+                      {"AlphaPre", "AlphaUnknown"}, {"AlphaPre", "UndefinedAlphaPlane"},
+                      {"Rot270", "UnknownRotation"}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.line);
+    VYR_TImageTicket ticket;
+    EXPECT_THROW(ReadText(WithLine(text, row.prefix, row.line), ticket), QEN_ESyntaxError);
+  }
+  // The reader's own spelling of an unknown alpha plane.
+  VYR_TImageTicket unknownAlpha;
+  ReadText(WithLine(text, "AlphaPre", "UnknownAlpha"), unknownAlpha);
+  EXPECT_EQ(unknownAlpha.AlphaPlane(), VYR_AlphaUnknown);
+
+  // A Production image writes fine and fails at its line.
+  VYR_TImageTicket production = Sample(VYR_FillBasicInfo);
+  VYR_TTicketWriter(production).SetImageType(VYR_TypeProduction);
+  std::string written = WriteText(production);
+  EXPECT_NE(written.find("\nProduction\n"), std::string::npos);
+  VYR_TImageTicket read;
+  try {
+    ReadText(written, read);
+    FAIL() << "no exception";
+  } catch (const QEN_ESyntaxError& e) {
+    EXPECT_NE(std::string(e.QEN_Message().c_str()).find("line 6"), std::string::npos)
+        << e.QEN_Message().c_str();
+  }
+}
+
+TEST_F(TicketFormsTest, TextOfOldTicketsConvertsTheLevel) {
+  // Version 8000, level 5 in the text: an ExtendedInfo ticket.
+  VYR_TImageTicket ticket;
+  std::string text = WriteText(Sample(VYR_FillExtendedInfo));
+  text = "5" + text.substr(text.find('\n'));
+  text.replace(text.find("11014"), 5, "8000");
+  ReadText(text, ticket);
+  EXPECT_EQ(ticket.FillLevel(), 127u);
+  EXPECT_TRUE(ticket.HasExtendedInfo());
+  // Written back in the same form.
+  EXPECT_EQ(WriteText(ticket), text);
+}
+
+TEST_F(TicketFormsTest, GoldenTextFilesReadBack) {
+  const std::pair<const char*, unsigned> rows[] = {{"ticket_empty", VYR_FillEmpty},
+                                                   {"ticket_file_assigned", VYR_FillFileAssigned},
+                                                   {"ticket_basic_info", VYR_FillBasicInfo},
+                                                   {"ticket_full_info", VYR_FillFullInfo}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.first);
+    VYR_TImageTicket ticket = Sample(row.second, false);
+    // The framed form, as the ticket stands in a proxy's list.
+    QEN_TMemoryStream memory;
+    QEN_THumanReadableStream writer(memory);
+    writer.WriteObject(ticket);
+    std::string text(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+    std::string golden = Golden(std::string(row.first) + ".txt", text);
+    EXPECT_EQ(text, golden);
+    QEN_TMemoryStream source(&golden[0], static_cast<unsigned>(golden.size()),
+                             static_cast<unsigned>(golden.size()));
+    QEN_THumanReadableStream reader(source);
+    std::unique_ptr<QEN_IInterface> rebuilt(reader.Extract());
+    ASSERT_NE(rebuilt->DynamicCast<VYR_TImageTicket>(), nullptr);
+    EXPECT_TRUE(*rebuilt->DynamicCast<VYR_TImageTicket>() == ticket);
+  }
+}
+
+TEST_F(TicketFormsTest, DamagedTextIsASyntaxErrorOrAShorterTicket) {
+  const std::string text = WriteText(Sample(VYR_FillFullInfo));
+  for (size_t length = 0; length < text.size(); ++length) {
+    VYR_TImageTicket ticket;
+    try {
+      ReadText(text.substr(0, length), ticket);
+      // Only a cut inside the last number can still read.
+      EXPECT_GT(length, text.rfind('\n')) << "length " << length;
+    } catch (const QEN_EException&) {
+    }
+  }
+  VYR_TImageTicket ticket;
+  EXPECT_THROW(ReadText("28671\nQEN_TDict {}\n\"\"\n* QEN_TString { \"x\" }\n", ticket),
+               QEN_ESyntaxError);
+  EXPECT_THROW(ReadText("128\nQEN_TDict {}\n\"\"\n+ QEN_TDict {}\n", ticket), QEN_ESyntaxError);
+  EXPECT_THROW(ReadText("128\nQEN_TDict {}\n\"\"\n* NoSuchClass {}\n", ticket), QEN_EException);
+}
+
+// --- Listing ----------------------------------------------------------------------
+
+TEST_F(TicketFormsTest, ListingOfABasicTicket) {
+  EXPECT_EQ(Listing(Sample(VYR_FillBasicInfo)),
+            "VYR_TImageTicket\n"
+            "{\n"
+            "  FillLevel: BasicInfo\n"
+            "  InternalInfo: {\n"
+            "    version = 11014\n"
+            "  }\n"
+            "  CreatorId: vyrax tests\n"
+            "  File: file:///jobs/2024/brochure%20cover.tif\n"
+            "  FileTimeStamp: 2024-02-15T22:42:14.123456Z\n"
+            "  FileSize: 5000000123\n"
+            "  ImagePosition: 2\n"
+            "  FileFormat: TIFF\n"
+            "  FileFormatVersion: 6.0\n"
+            "  ImageProcessor: TiffReader\n"
+            "  ImageType: Image\n"
+            "  ImageSubtype: CT\n"
+            "  MeasurementUnits: Inch\n"
+            "  VResolution: 300\n"
+            "  HResolution: 150.5\n"
+            "  VRealSize:  11\n"
+            "  HRealSize: 8.25\n"
+            "  NrRows:  3300\n"
+            "  NrColumns: 1242\n"
+            "  MarginTop: 0.125\n"
+            "  MarginLeft: 0.25\n"
+            "  MarginBottom: 0.375\n"
+            "  MarginRight: 0.5\n"
+            "  ChannelEncoding: Cmyk\n"
+            "  AlphaPlane: AlphaPremultiplied\n"
+            "  NrInks: 4\n"
+            "  Rotation: Rot270\n"
+            "  NrPages: 3\n"
+            "  RelatedIndex: 1\n"
+            "}\n");
+}
+
+TEST_F(TicketFormsTest, ListingShowsOnlyTheLevelsGroups) {
+  VYR_TImageTicket processor = Sample(VYR_FillImageProcessor);
+  VYR_TTicketWriter(processor).ExtendedInfo()["x"] = 1u;
+  std::string listing = Listing(processor);
+  EXPECT_NE(listing.find("ImageProcessor: TiffReader"), std::string::npos);
+  EXPECT_EQ(listing.find("ImageType"), std::string::npos);
+  EXPECT_EQ(listing.find("ExtendedInfo"), std::string::npos);
+
+  VYR_TImageTicket extended;
+  VYR_TTicketWriter writer(extended);
+  writer.ExtendedInfo()["Name"] = "plate";
+  writer.ExtendedInfo()["Bits"] = static_cast<unsigned char>(8);
+  writer.ExternalRefs().AddAtTail(QEN_TAny(static_cast<unsigned char>(7)));
+  writer.SetFillLevel(0x40 | 0x80);
+  listing = Listing(extended);
+  std::string block = listing.substr(listing.find("  ExtendedInfo: DICT"));
+  EXPECT_EQ(block,
+            "  ExtendedInfo: DICT\n"
+            "  {\n"
+            "    [Name] = plate\n"
+            "    [Bits] = 8\n"
+            "  }\n"
+            "  ExternalRefs: LIST\n"
+            "  {\n"
+            "7\n"
+            "  }\n"
+            "}\n");
+}

@@ -1,0 +1,138 @@
+// Tickets for the ticket tests: one per level, every field of a filled group
+// set to a value that differs from its default, and the stream helpers.
+#ifndef VYR_TICKET_SAMPLES_H
+#define VYR_TICKET_SAMPLES_H
+
+#include <vyrax/vyr_reference.h>
+#include <vyrax/vyrax.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace ticket_samples {
+
+// The named levels, and some that are not, for walks over "every level".
+const unsigned kNamedLevels[] = {VYR_FillEmpty,          VYR_FillFileAssigned, VYR_FillFileType,
+                                 VYR_FillImageProcessor, VYR_FillBasicInfo,    VYR_FillExtendedInfo,
+                                 VYR_FillFullInfo};
+const unsigned kOddLevels[] = {0x2, 0x8, 0x80, 0x100, 0x200, 31, 0x7FFF, 0xFFFFFFFFu};
+
+// Fills the groups of `level` and sets the level. The references are real
+// VYR_TReference objects, or QEN_TURL stand-ins where a stored form must
+// not depend on another class's layout.
+inline void Fill(VYR_TImageTicket& ticket, unsigned level, bool realReferences = true) {
+  VYR_TTicketWriter writer(ticket);
+  writer.SetCreatorId("vyrax tests");
+  if (level & 0x1) {
+    writer.AssignFile(QEN_TURL("file:///jobs/2024/brochure%20cover.tif"),
+                      QEN_TTime(1708036934123456LL), 5000000123ULL);
+    writer.SetImagePosition(2);
+  }
+  if (level & 0x2) {
+    writer.SetFileFormat("TIFF");
+    writer.SetFileFormatVersion("6.0");
+  }
+  if (level & 0x4) writer.SetImageProcessor("TiffReader");
+  if (level & 0x8) {
+    writer.SetImageType(VYR_TypeImage);
+    writer.SetImageSubtype(VYR_SubtypeCT);
+    writer.SetMeasurementUnits(VYR_Inch);
+    writer.SetVResolution(300.0);
+    writer.SetHResolution(150.5);
+    writer.SetVRealSize(11.0);
+    writer.SetHRealSize(8.25);
+    writer.SetNrRows(3300);
+    writer.SetNrColumns(1242);
+    writer.SetMarginTop(0.125);
+    writer.SetMarginLeft(0.25);
+    writer.SetMarginBottom(0.375);
+    writer.SetMarginRight(0.5);
+    writer.SetChannelEncoding(VYR_Cmyk);
+    writer.SetAlphaPlane(VYR_AlphaPremultiplied);
+    writer.SetNrInks(4);
+    writer.SetRotation(VYR_Rot270);
+    writer.SetNrPages(3);
+    writer.SetRelatedIndex(1);
+  }
+  if (level & 0x340) {
+    QEN_TDict& info = writer.ExtendedInfo();
+    info["BitsPerPlane"] = static_cast<unsigned char>(8);
+    info["Compression"] = "LZW";
+    info["Gamma"] = 2.2;
+  }
+  if (level & 0x80) {
+    QEN_TList& refs = writer.ExternalRefs();
+    if (realReferences) {
+      refs.AddAtTail(
+          QEN_TAny(VYR_TReference(QEN_TURL("file:///jobs/2024/logo.eps"), VYR_MM, 10.0, 20.0,
+                                  "logo.eps", "application/postscript", "EPS", 1, -1)));
+      refs.AddAtTail(
+          QEN_TAny(VYR_TReference(QEN_TURL("file:///jobs/2024/cyan.tif"), VYR_Inch, 0.0, 0.0)));
+    } else {
+      refs.AddAtTail(QEN_TAny(QEN_TURL("file:///jobs/2024/logo.eps")));
+      refs.AddAtTail(QEN_TAny(QEN_TURL("file:///jobs/2024/cyan.tif")));
+    }
+  }
+  writer.SetFillLevel(level);
+}
+
+inline VYR_TImageTicket Sample(unsigned level, bool realReferences = true) {
+  VYR_TImageTicket ticket;
+  Fill(ticket, level, realReferences);
+  return ticket;
+}
+
+// --- Streams --------------------------------------------------------------------
+
+typedef std::vector<unsigned char> Bytes;
+
+// The ticket's own items, without the class identification in front.
+inline Bytes PackBare(const VYR_TImageTicket& ticket) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream stream(memory);
+  ticket.QEN_Pack(stream);
+  stream.Flush();
+  return Bytes(memory.Data(), memory.Data() + memory.Length());
+}
+
+inline void UnpackBare(Bytes bytes, VYR_TImageTicket& ticket) {
+  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
+                           static_cast<unsigned>(bytes.size()));
+  QEN_TDataStream stream(memory);
+  ticket.QEN_Unpack(stream);
+}
+
+// With the class identification: what a proxy or a metadata store holds.
+inline Bytes PackObject(const QEN_IPackable& object) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream stream(memory);
+  stream << object;
+  stream.Flush();
+  return Bytes(memory.Data(), memory.Data() + memory.Length());
+}
+
+inline std::unique_ptr<QEN_IInterface> Extract(Bytes bytes) {
+  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
+                           static_cast<unsigned>(bytes.size()));
+  QEN_TDataStream stream(memory);
+  return std::unique_ptr<QEN_IInterface>(stream.Extract(true));
+}
+
+inline std::string WriteText(const VYR_TImageTicket& ticket) {
+  QEN_TMemoryStream memory;
+  QEN_THumanReadableStream stream(memory);
+  ticket.WriteTo(stream);
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+inline void ReadText(std::string text, VYR_TImageTicket& ticket) {
+  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
+                           static_cast<unsigned>(text.size()));
+  QEN_THumanReadableStream stream(memory);
+  ticket.ReadFrom(stream);
+}
+
+}  // namespace ticket_samples
+
+#endif

@@ -1,0 +1,47 @@
+// The old ordinal form of the fill level, for tickets of versions below 9000.
+#include "ticket_levels.h"
+
+#include <qen/qen_exception.h>
+
+#include "vyrax/vyr_enums.h"
+
+namespace vyr_ticket {
+
+namespace {
+
+// The first version that stored the level as a bit set.
+constexpr double kFirstBitSetVersion = 9000;
+
+// The named levels by their old ordinal.
+constexpr unsigned kLevelOfOrdinal[] = {
+    VYR_FillEmpty,     VYR_FillFileAssigned, VYR_FillFileType, VYR_FillImageProcessor,
+    VYR_FillBasicInfo, VYR_FillExtendedInfo, VYR_FillFullInfo};
+constexpr unsigned kOrdinals = sizeof kLevelOfOrdinal / sizeof kLevelOfOrdinal[0];
+
+bool StoresOrdinal(const QEN_TDict& internal) {
+  const QEN_TAny* version = internal.Lookup("version");
+  // A version that is no number says nothing about the form; the value is
+  // then taken as it stands, as for a missing one.
+  return version != nullptr && version->IsNumber() && version->AsDouble() < kFirstBitSetVersion;
+}
+
+}  // namespace
+
+unsigned LevelFromStored(unsigned stored, const QEN_TDict& internal) {
+  if (stored < kOrdinals && StoresOrdinal(internal)) return kLevelOfOrdinal[stored];
+  return stored;
+}
+
+unsigned LevelToStored(unsigned level, const QEN_TDict& internal) {
+  if (!StoresOrdinal(internal)) return level;
+  for (unsigned ordinal = 0; ordinal < kOrdinals; ++ordinal)
+    if (kLevelOfOrdinal[ordinal] == level) return ordinal;
+  if (level >= kOrdinals) return level;
+  QEN_THROW(QEN_EStreamException,
+            QEN_TString::Format("a VYR_TImageTicket of a version below 9000 cannot store the "
+                                "fill level %u, which would read back as another level",
+                                level));
+  return level;  // not reached: QEN_THROW throws
+}
+
+}  // namespace vyr_ticket

@@ -1,0 +1,35 @@
+// The fill-level bits of a ticket and the old ordinal form of the level.
+#ifndef VYR_TICKET_LEVELS_H
+#define VYR_TICKET_LEVELS_H
+
+#include <qen/qen_containers.h>
+
+namespace vyr_ticket {
+
+// The groups of fields, each guarded by its bit (or bits).
+constexpr unsigned kFileBit = 0x1;
+constexpr unsigned kFileTypeBit = 0x2;
+constexpr unsigned kProcessorBit = 0x4;
+constexpr unsigned kBasicInfoBit = 0x8;
+constexpr unsigned kExtendedInfoBits = 0x340;
+constexpr unsigned kExternalRefsBit = 0x80;
+
+// What this build writes under "version" in Internal.
+constexpr unsigned kTicketVersion = 11014;
+
+// The level a ticket holds, from the value stored in its binary or text
+// form. Tickets of a version below 9000 stored the ordinal of a named level
+// (0 to 6); any other value, and any value of a later or missing version, is
+// the bit set itself.
+unsigned LevelFromStored(unsigned stored, const QEN_TDict& internal);
+
+// The inverse, for writing: a ticket that still carries a version below 9000
+// is written in its own form, so that what was read reads back the same. A
+// level of such a ticket that the old form can't carry (2, 4, 5 or 6, which
+// would read back as another level and misread every later item) throws
+// QEN_EStreamException.
+unsigned LevelToStored(unsigned level, const QEN_TDict& internal);
+
+}  // namespace vyr_ticket
+
+#endif
