@@ -6,7 +6,9 @@
 
 #include <vyrax/vyrax.h>
 
-namespace {
+#include "demo.h"
+
+namespace demo {
 
 std::string Hex(const unsigned char* data, unsigned size) {
   std::string text;
@@ -57,13 +59,17 @@ bool TagRoad() {
   return readBack == tag || Fail("tag read from text differs");
 }
 
-}  // namespace
+}  // namespace demo
 
 int main() {
   bool started = __QEN_INITIALIZATION_FUNCTION_VYRAX__();
   std::printf("start-up: %s\n", started ? "true" : "false");
   if (!started) return 1;
-  bool ok = TagRoad();
+  // Every road runs, also after one failed, so that the output shows them all.
+  bool ok = demo::TagRoad();
+  ok = demo::BufferRoad() && ok;
+  ok = demo::TicketRoad() && ok;
+  ok = demo::MetadataRoad() && ok;
   std::printf("%s\n", ok ? "demo finished" : "demo FAILED");
   return ok ? 0 : 1;
 }

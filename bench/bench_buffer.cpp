@@ -1,0 +1,225 @@
+// Buffers beside their floors, on files of 1 MiB, 64 MiB and 1 GiB that sit
+// in the page cache:
+//   - opening a whole file through VYR_IBuffer::Create, against the bare
+//     open + fstat + mmap + close (and munmap) of the same file, and against
+//     reading the whole file into memory;
+//   - a second Create of a path that is open already, against the first;
+//   - summing every byte through Buffer(), against summing after a read();
+//   - Duplicate(false), Slice and operator() inside the view, per call.
+// The files are written once, with real bytes, into a temporary folder that
+// is removed at exit.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <vyrax/vyrax.h>
+
+namespace {
+
+bool Started() {
+  static const bool started = __QEN_INITIALIZATION_FUNCTION_VYRAX__();
+  return started;
+}
+
+// The test files, made on first use and removed at exit.
+class Files {
+ public:
+  static Files& Get() {
+    static Files files;
+    return files;
+  }
+  // The path of a file of `mebibytes` MiB, read once so that it is cached.
+  const std::string& Path(long mebibytes) {
+    auto found = mPaths.find(mebibytes);
+    if (found != mPaths.end()) return found->second;
+    const std::string path = mDir + "/file-" + std::to_string(mebibytes) + "MiB.bin";
+    std::vector<unsigned char> chunk(1 << 20);
+    FILE* out = std::fopen(path.c_str(), "wb");
+    for (long i = 0; out != nullptr && i < mebibytes; ++i) {
+      for (size_t j = 0; j < chunk.size(); ++j) chunk[j] = static_cast<unsigned char>(j * 7 + i);
+      std::fwrite(chunk.data(), 1, chunk.size(), out);
+    }
+    if (out != nullptr) std::fclose(out);
+    const int fd = open(path.c_str(), O_RDONLY);
+    while (fd >= 0 && read(fd, chunk.data(), chunk.size()) > 0) {
+    }
+    if (fd >= 0) close(fd);
+    return mPaths[mebibytes] = path;
+  }
+
+ private:
+  Files() {
+    char pattern[] = "/tmp/vyrax-bench-XXXXXX";
+    const char* made = mkdtemp(pattern);
+    mDir = made != nullptr ? made : "/tmp";
+  }
+  ~Files() {
+    for (const auto& entry : mPaths) std::remove(entry.second.c_str());
+    rmdir(mDir.c_str());
+  }
+  std::string mDir;
+  std::map<long, std::string> mPaths;
+};
+
+void FileSizes(benchmark::internal::Benchmark* bench) {
+  bench->Arg(1)->Arg(64)->Arg(1024)->Unit(benchmark::kMicrosecond);
+}
+
+__attribute__((noinline)) unsigned long long Sum(const unsigned char* bytes, size_t size) {
+  unsigned long long sum = 0;
+  for (size_t i = 0; i < size; ++i) sum += bytes[i];
+  return sum;
+}
+
+// --- Opening a whole file ---------------------------------------------------------
+
+void BM_CreateWholeFile(benchmark::State& state) {
+  Started();
+  const QEN_TString path(Files::Get().Path(state.range(0)).c_str());
+  for (auto _ : state) {
+    std::unique_ptr<const VYR_IBuffer> buffer(VYR_IBuffer::Create(path, 0, 0, 0));
+    benchmark::DoNotOptimize(buffer->Buffer());
+  }
+}
+BENCHMARK(BM_CreateWholeFile)->Apply(FileSizes);
+
+// The floor: the system calls of a mapping and nothing else.
+void BM_FloorOpenStatMapClose(benchmark::State& state) {
+  const std::string path = Files::Get().Path(state.range(0));
+  for (auto _ : state) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat info;
+    fstat(fd, &info);
+    void* view = mmap(nullptr, static_cast<size_t>(info.st_size), PROT_READ, MAP_SHARED, fd, 0);
+    close(fd);
+    benchmark::DoNotOptimize(view);
+    munmap(view, static_cast<size_t>(info.st_size));
+  }
+}
+BENCHMARK(BM_FloorOpenStatMapClose)->Apply(FileSizes);
+
+void BM_ReadWholeFile(benchmark::State& state) {
+  const std::string path = Files::Get().Path(state.range(0));
+  for (auto _ : state) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat info;
+    fstat(fd, &info);
+    const size_t size = static_cast<size_t>(info.st_size);
+    unsigned char* bytes = static_cast<unsigned char*>(std::malloc(size));
+    size_t have = 0;
+    while (have < size) {
+      const ssize_t got = read(fd, bytes + have, size - have);
+      if (got <= 0) break;
+      have += static_cast<size_t>(got);
+    }
+    close(fd);
+    benchmark::DoNotOptimize(bytes);
+    std::free(bytes);
+  }
+}
+BENCHMARK(BM_ReadWholeFile)->Apply(FileSizes);
+
+// A path that is open already: one open and one close, no new mapping.
+void BM_CreateSecondOpen(benchmark::State& state) {
+  Started();
+  const QEN_TString path(Files::Get().Path(state.range(0)).c_str());
+  std::unique_ptr<const VYR_IBuffer> keeper(VYR_IBuffer::Create(path, 0, 0, 0));
+  for (auto _ : state) {
+    std::unique_ptr<const VYR_IBuffer> buffer(VYR_IBuffer::Create(path, 0, 0, 0));
+    benchmark::DoNotOptimize(buffer->Buffer());
+  }
+}
+BENCHMARK(BM_CreateSecondOpen)->Apply(FileSizes);
+
+// --- Summing every byte --------------------------------------------------------------
+
+void BM_SumThroughBuffer(benchmark::State& state) {
+  Started();
+  const QEN_TString path(Files::Get().Path(state.range(0)).c_str());
+  for (auto _ : state) {
+    std::unique_ptr<const VYR_IBuffer> buffer(VYR_IBuffer::Create(path, 0, 0, 0));
+    benchmark::DoNotOptimize(
+        Sum(static_cast<const unsigned char*>(buffer->Buffer()), buffer->Size()));
+  }
+  state.SetBytesProcessed(state.iterations() * state.range(0) * (1 << 20));
+}
+BENCHMARK(BM_SumThroughBuffer)->Apply(FileSizes);
+
+// Read into memory that is there already: the read's best case.
+void BM_SumThroughRead(benchmark::State& state) {
+  const std::string path = Files::Get().Path(state.range(0));
+  const size_t size = static_cast<size_t>(state.range(0)) << 20;
+  std::vector<unsigned char> memory(size);
+  for (auto _ : state) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    size_t have = 0;
+    while (have < size) {
+      const ssize_t got = read(fd, memory.data() + have, size - have);
+      if (got <= 0) break;
+      have += static_cast<size_t>(got);
+    }
+    close(fd);
+    benchmark::DoNotOptimize(Sum(memory.data(), have));
+  }
+  state.SetBytesProcessed(state.iterations() * state.range(0) * (1 << 20));
+}
+BENCHMARK(BM_SumThroughRead)->Apply(FileSizes);
+
+// --- The small operations, per call -----------------------------------------------------
+
+void BM_DuplicateShared(benchmark::State& state) {
+  Started();
+  const QEN_TString path(Files::Get().Path(1).c_str());
+  std::unique_ptr<const VYR_IBuffer> file(VYR_IBuffer::Create(path, 0, 0, 0));
+  for (auto _ : state) {
+    std::unique_ptr<const VYR_IBuffer> twin(file->Duplicate(false));
+    benchmark::DoNotOptimize(twin.get());
+  }
+}
+BENCHMARK(BM_DuplicateShared);
+
+void BM_Slice(benchmark::State& state) {
+  Started();
+  const QEN_TString path(Files::Get().Path(1).c_str());
+  std::unique_ptr<const VYR_IBuffer> file(VYR_IBuffer::Create(path, 0, 0, 0));
+  unsigned offset = 0;
+  for (auto _ : state) {
+    std::unique_ptr<const VYR_IBuffer> slice(file->Slice(offset, 4096, false));
+    benchmark::DoNotOptimize(slice->Buffer());
+    offset = (offset + 4096) & ((1u << 20) - 8192);
+  }
+}
+BENCHMARK(BM_Slice);
+
+void BM_OperatorInsideView(benchmark::State& state) {
+  Started();
+  const QEN_TString path(Files::Get().Path(1).c_str());
+  std::unique_ptr<const VYR_IBuffer> file(VYR_IBuffer::Create(path, 0, 0, 0));
+  unsigned long long offset = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize((*file)(offset, 4096));
+    offset = (offset + 4096) & ((1u << 20) - 8192);
+  }
+}
+BENCHMARK(BM_OperatorInsideView);
+
+// The language's own floor for the small operations: one heap object made
+// and deleted.
+void BM_FloorNewDelete(benchmark::State& state) {
+  for (auto _ : state) {
+    std::unique_ptr<VYR_TTag> tag(new VYR_TTag(1u, 2u, 3u, 4u));
+    benchmark::DoNotOptimize(tag.get());
+  }
+}
+BENCHMARK(BM_FloorNewDelete);
+
+}  // namespace

@@ -1,0 +1,25 @@
+// The demo walks one value of each subsystem through the library. Each road
+// prints what happens and gives false when something went wrong.
+#ifndef VYRAX_DEMO_H
+#define VYRAX_DEMO_H
+
+#include <string>
+
+namespace demo {
+
+bool TagRoad();
+// A file opened through a buffer, a range of it through an "embed" URL, and
+// a read outside the mapped view.
+bool BufferRoad();
+// A ticket grown through its fill levels, packed, read back and listed.
+bool TicketRoad();
+// A value and a time stamp stored for a file, read back, and the stamp going
+// stale when the file is touched.
+bool MetadataRoad();
+// Hex dump of a few bytes, for the printed road.
+std::string Hex(const unsigned char* data, unsigned size);
+bool Fail(const char* what);
+
+}  // namespace demo
+
+#endif

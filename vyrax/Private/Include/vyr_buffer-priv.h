@@ -1,0 +1,140 @@
+// The buffer implementations that are not visible outside the library, the
+// process-wide table of file mappings, and the locks of the buffer unit.
+#ifndef VYR_BUFFER_PRIV_H
+#define VYR_BUFFER_PRIV_H
+
+#include <qen/qen_string.h>
+#include <qen/qen_sync.h>
+
+#include "vyr_throw.h"
+#include "vyrax/vyr_buffer.h"
+
+// The source name of what this header throws itself.
+#define VYR_BUFFER_PRIV_SOURCE "Private/Include/vyr_buffer-priv"
+
+// Bytes from the heap, owned by the sharing ring and freed by its last member.
+class VYR_LOCAL VYR_TMemoryBuffer : public VYR_TBuffPriv, public virtual VYR_IBuffer {
+  QEN_OBJECT_FRAME(VYR_TMemoryBuffer)
+
+ public:
+  // Takes over `data` (memory from malloc), or with null data allocates
+  // `size` bytes, not initialised.
+  VYR_TMemoryBuffer(unsigned int size, void* data);
+  // A private copy of `size` bytes from source + offset.
+  VYR_TMemoryBuffer(void const* source, unsigned int size, unsigned int offset);
+  // The same bytes, in the ring of `other`.
+  VYR_TMemoryBuffer(VYR_TMemoryBuffer const& other);
+  // There is no memory buffer without a size: only the class frame's factory
+  // calls this, and it always throws.
+  VYR_TMemoryBuffer() { vyr::ThrowException<VYR_EBufferInternal>(__LINE__, VYR_BUFFER_PRIV_SOURCE); }
+  ~VYR_TMemoryBuffer() override;
+
+  VYR_IBuffer const* Duplicate(bool copy) const override;
+  VYR_TBufferAccess BufferAccess() const override { return VYR_ReadWrite; }
+};
+
+// Bytes that somebody else keeps. Nothing here frees them; a duplicate is an
+// independent reference, alone in its ring.
+class VYR_LOCAL VYR_TMemoryRef : public VYR_TBuffPriv, public virtual VYR_IBuffer {
+  QEN_OBJECT_FRAME(VYR_TMemoryRef)
+
+ public:
+  // Null data throws VYR_EBufferInternal.
+  VYR_TMemoryRef(unsigned int size, void* data);
+  VYR_TMemoryRef(VYR_TMemoryRef const& other);
+  VYR_TMemoryRef() { vyr::ThrowException<VYR_EBufferInternal>(__LINE__, VYR_BUFFER_PRIV_SOURCE); }
+  ~VYR_TMemoryRef() override;
+
+  VYR_IBuffer const* Duplicate(bool copy) const override;
+  VYR_TBufferAccess BufferAccess() const override { return VYR_ReadWrite; }
+};
+
+// A part of another buffer. The slice holds its own duplicate of that buffer
+// (mParent), which keeps the bytes alive; it is a ring of one itself.
+// Addresses are relative to the slice and limited by it; operator() and the
+// reservation are the parent's, so operator() counts from the slice's start
+// but is limited by the parent's end.
+class VYR_LOCAL VYR_TSliceBuffer : public VYR_TBuffPriv, public virtual VYR_IBuffer {
+  QEN_OBJECT_FRAME(VYR_TSliceBuffer)
+
+ public:
+  // `size` 0 means up to the end of `parent`.
+  VYR_TSliceBuffer(VYR_IBuffer const& parent, unsigned int offset, unsigned int size);
+  VYR_TSliceBuffer(VYR_TSliceBuffer const& other);
+  VYR_TSliceBuffer() { vyr::ThrowException<VYR_EBufferInternal>(__LINE__, VYR_BUFFER_PRIV_SOURCE); }
+  ~VYR_TSliceBuffer() override;
+
+  // Exactly `size` bytes from `offset`, also 0 of them, within `limit` bytes
+  // of the parent that may be reached by address.
+  static VYR_TSliceBuffer* Exact(VYR_IBuffer const& parent, unsigned int offset,
+                                 unsigned int size, unsigned int limit);
+
+  VYR_IBuffer const* Duplicate(bool copy) const override;
+  VYR_TBufferAccess BufferAccess() const override;
+  void const* operator()(unsigned long long offset, unsigned long long size) const override;
+  VYR_IBuffer const* Reserved() const override;
+  void FreeReservation() const override;
+
+  VYR_IBuffer const* Parent() const { return mParent; }
+  unsigned int Offset() const { return mOffset; }
+
+ private:
+  struct ExactTag {};
+  VYR_TSliceBuffer(ExactTag, VYR_IBuffer const& parent, unsigned int offset, unsigned int size,
+                   unsigned int limit);
+
+  VYR_IBuffer const* mParent;
+  unsigned int mOffset;
+};
+
+// One record of the table of file mappings: everything opened by one name at
+// one position and size, shared by all the sharing rings that use it.
+struct VYR_TMappedFile {
+  unsigned int size;  // as given to the mapping, 0 for the whole file
+  unsigned int positionLow;
+  unsigned int positionHigh;
+  unsigned int useCount;  // sharing rings using this record
+  QEN_TString name;       // exactly as given
+  std::intptr_t file;
+  std::intptr_t mapping;
+  void* view;
+  // The file's size when it was mapped: a later open that finds the file at
+  // another size maps it anew.
+  unsigned long long fileSize;
+  VYR_TMappedFile* next;
+};
+
+namespace vyr {
+
+// Guards the links of all sharing rings. Built on first use and never
+// destroyed, so that buffers in static objects may still die at exit.
+VYR_LOCAL QEN_TRWLock& RingLock();
+// Guards the table of file mappings, across the mapping system calls.
+VYR_LOCAL QEN_TRWLock& TableLock();
+
+// The first byte of all Size() bytes of `buffer`, for operations that read
+// them all by address. Throws VYR_EBufferRegionTooLarge for a buffer whose
+// bytes can't all be reached that way (a partial file view).
+VYR_LOCAL unsigned char const* AllBytes(VYR_IBuffer const& buffer);
+
+// Heap bytes for a memory buffer; VYR_EBufferNotEnoughMemory wrapping the
+// system error when there are none. Size 0 is never a failure.
+VYR_LOCAL void* AllocateBytes(unsigned int size, const char* sourceName, unsigned line);
+
+// The file route of Create: the whole file mapped (or a fallback view), and
+// a slice of it for the range.
+VYR_LOCAL VYR_IBuffer const* OpenByPath(QEN_TString const& name, unsigned int positionLow,
+                                        unsigned int positionHigh, unsigned int size);
+
+// The "embed" route of Create.
+VYR_LOCAL VYR_IBuffer const* OpenEmbedded(QEN_TURL const& url, unsigned int positionLow,
+                                          unsigned int positionHigh, unsigned int size);
+
+// The unsigned 32-bit number at the start of a parameter value: the decimal
+// digits up to the first other character; none give 0, too many give the
+// largest value.
+VYR_LOCAL unsigned int ParseEmbedNumber(QEN_TString const& text);
+
+}  // namespace vyr
+
+#endif

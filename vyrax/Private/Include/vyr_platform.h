@@ -1,0 +1,150 @@
+// What the library needs of the operating system, behind one interface, so
+// that the logic above it reads plainly and the platform is one file.
+//
+// Every call that can fail gives back whether it worked and leaves the
+// system's own error number (errno) in `error`; the text for it comes from
+// vyr::SystemErrorText. A file held by another process is a distinct answer
+// of OpenShared: the one that opening loops retry on.
+//
+// The POSIX implementation (vyr_platform_posix.cpp):
+//   - a file is opened for reading and then locked with a shared flock(2),
+//     without waiting. An exclusive lock of somebody else is the "held"
+//     answer. The lock stays for as long as the file is open, so writers that
+//     take the exclusive lock wait while the file is mapped.
+//   - a mapping object has no system counterpart. It is a small record of the
+//     file's size at the time it was made (what its views may cover) and of
+//     its one view, which munmap(2) needs the length of.
+//   - views are mmap(2) with PROT_READ and MAP_SHARED at page-aligned offsets.
+//     A file that another process truncates while it is mapped raises SIGBUS
+//     on access to the lost pages; the shared lock is what keeps cooperating
+//     writers from doing that.
+//   - reads at a position are pread(2): no file position is shared.
+#ifndef VYR_PLATFORM_H
+#define VYR_PLATFORM_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "vyrax/vyr_api.h"
+
+namespace vyr {
+namespace platform {
+
+// A file descriptor, or the address of a mapping record; all bits set for
+// none.
+typedef std::intptr_t Handle;
+constexpr Handle kInvalidHandle = -1;
+
+enum class OpenResult {
+  kOpened,
+  kHeld,    // another process holds the file; worth trying again
+  kFailed,  // anything else: missing, no access, ...
+};
+
+// Opens an existing file for reading, shared with other readers.
+VYR_LOCAL OpenResult OpenShared(const char* path, Handle& file, int& error);
+VYR_LOCAL void CloseFile(Handle file);
+VYR_LOCAL bool FileSize(Handle file, unsigned long long& size, int& error);
+
+// A read-only mapping object for the whole file as it is now.
+VYR_LOCAL bool CreateMapping(Handle file, Handle& mapping, int& error);
+VYR_LOCAL void CloseMapping(Handle mapping);
+// Maps `length` bytes from `offset` (a multiple of AllocationGranularity());
+// length 0 means to the end of the mapping. A view that would reach behind
+// the end of the mapping is refused. Null on failure. One view per mapping.
+VYR_LOCAL void* MapView(Handle mapping, unsigned long long offset, unsigned long long length,
+                        int& error);
+VYR_LOCAL void UnmapView(Handle mapping, void* view);
+
+// Reads up to `size` bytes from `offset`; `got` is what arrived, fewer only at
+// the end of the file.
+VYR_LOCAL bool ReadAt(Handle file, void* into, std::size_t size, unsigned long long offset,
+                      std::size_t& got, int& error);
+
+// Heap memory for buffers, released with free(). Never null for size 0.
+VYR_LOCAL void* Allocate(std::size_t size, int& error);
+
+VYR_LOCAL void SleepMilliseconds(unsigned milliseconds);
+// The alignment a view's start needs: the page size.
+VYR_LOCAL unsigned AllocationGranularity();
+
+}  // namespace platform
+}  // namespace vyr
+
+// --- Test hook ----------------------------------------------------------------
+//
+// Makes calls of the platform layer fail on purpose, to drive retry loops and
+// error paths without the real condition. The next `count` calls of `call`,
+// after letting `skip` calls through, fail with the error number `error`. For
+// kOpen, EWOULDBLOCK (or EAGAIN) stands for a file held by another process.
+// A count of 0 withdraws the fault. Faults are process-wide; a test sets them
+// on one thread while no other thread uses buffers, and clears them after.
+enum VYR_TPlatformCall : unsigned {
+  VYR_PlatformOpen = 0,
+  VYR_PlatformFileSize = 1,
+  VYR_PlatformCreateMapping = 2,
+  VYR_PlatformMapView = 3,
+  VYR_PlatformRead = 4,
+  VYR_PlatformAllocate = 5,
+};
+
+VYR_API void VYR_PlatformInjectFault(VYR_TPlatformCall call, int error, unsigned count,
+                                     unsigned skip = 0);
+// Withdraws every injected fault.
+VYR_API void VYR_PlatformClearFaults();
+
+// --- Metadata: side-car files and extended attributes -------------------------
+//
+// The calls of the two metadata backends, implemented in
+// vyr_platform_posix_metadata.cpp.
+//
+// A side-car file is replaced whole, never written in place: the bytes go to
+// "<path>.new" in the same folder, are flushed to the disk, and that file is
+// renamed over <path>. A reader therefore sees the old store or the new one,
+// and a writer that dies leaves the old one (and a stale "<path>.new", which
+// the next writer overwrites). Writers of one path take turns by an
+// exclusive flock(2) on "<path>.lock", which exists while a writer works,
+// without waiting: another writer's lock is the "held" answer. Readers lock
+// the store itself, shared, as OpenShared does; no writer locks a store, so
+// readers and these writers never wait for each other.
+namespace vyr {
+namespace platform {
+
+// Makes `size` bytes the content of `path`. A missing folder is kFailed with
+// ENOENT or ENOTDIR.
+VYR_LOCAL OpenResult ReplaceFile(const char* path, const void* data, std::size_t size, int& error);
+// Removes `path`, taking turns with its writers. Nothing to remove is kFailed
+// with ENOENT (or ENOTDIR).
+VYR_LOCAL OpenResult RemoveFile(const char* path, int& error);
+// Creates one folder; EEXIST when it is there already.
+VYR_LOCAL bool MakeFolder(const char* path, int& error);
+
+// The "user." extended attributes of a file or folder. Names going in and
+// out are without the "user." prefix, and they are matched without regard to
+// case, as the metadata keys are: writing "ABC" replaces "abc".
+//
+// Opens the file to read its attributes.
+VYR_LOCAL bool OpenForAttributes(const char* path, Handle& file, int& error);
+// Whether this process may change the attributes of `path`: the file's own
+// write permission, as the system asks it of setxattr(2).
+VYR_LOCAL bool CanWriteAttributes(const char* path, int& error);
+// Whether the file has any user attribute.
+VYR_LOCAL bool HasAttributes(Handle file, bool& any, int& error);
+// All user attributes as one block of records (vyr_ea_records.h), allocated
+// with malloc and owned by the caller; null and size 0 when there are none.
+// An attribute whose value does not fit a record's 16-bit length is left
+// out.
+VYR_LOCAL bool ReadAttributes(Handle file, unsigned char*& block, unsigned& size, int& error);
+// The one user attribute of that name, as a block of one record like
+// ReadAttributes gives; null and size 0 when there is none.
+VYR_LOCAL bool ReadAttribute(Handle file, const char* name, unsigned char*& block, unsigned& size,
+                             int& error);
+// Stores one record: sets the attribute, or removes it when the value is
+// empty (removing one that is not there succeeds).
+VYR_LOCAL bool WriteAttribute(Handle file, const unsigned char* record, unsigned size,
+                              int& error);
+
+}  // namespace platform
+}  // namespace vyr
+
+#endif

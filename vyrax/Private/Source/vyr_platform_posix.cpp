@@ -1,0 +1,231 @@
+// The platform layer on POSIX systems. See vyr_platform.h for the mapping of
+// the library's needs onto the system calls.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <limits>
+#include <mutex>
+#include <new>
+
+#include "vyr_platform.h"
+
+namespace vyr {
+namespace platform {
+namespace {
+
+// --- Injected faults ------------------------------------------------------------
+
+constexpr unsigned kCallKinds = 6;
+
+struct Fault {
+  std::atomic<unsigned> count{0};  // calls still to fail
+  unsigned skip = 0;               // calls to let through first
+  int error = 0;
+};
+
+Fault gFaults[kCallKinds];
+std::mutex gFaultMutex;
+
+// Whether this call is to fail; the check costs one relaxed load while no
+// fault is set.
+bool Injected(VYR_TPlatformCall call, int& error) {
+  Fault& fault = gFaults[call];
+  if (fault.count.load(std::memory_order_relaxed) == 0) return false;
+  std::lock_guard<std::mutex> guard(gFaultMutex);
+  if (fault.count.load(std::memory_order_relaxed) == 0) return false;
+  if (fault.skip > 0) {
+    --fault.skip;
+    return false;
+  }
+  fault.count.fetch_sub(1, std::memory_order_relaxed);
+  error = fault.error;
+  return true;
+}
+
+bool IsHeldError(int error) { return error == EWOULDBLOCK || error == EAGAIN; }
+
+// What a mapping object is here: the size of the file it was made for, and
+// its one view.
+struct MappingRecord {
+  int file;
+  unsigned long long covered;
+  void* view;
+  std::size_t viewLength;
+};
+
+MappingRecord* RecordOf(Handle mapping) { return reinterpret_cast<MappingRecord*>(mapping); }
+
+}  // namespace
+
+OpenResult OpenShared(const char* path, Handle& file, int& error) {
+  file = kInvalidHandle;
+  if (Injected(VYR_PlatformOpen, error)) return IsHeldError(error) ? OpenResult::kHeld : OpenResult::kFailed;
+  // Non-blocking, so that opening a FIFO does not wait for a writer; for a
+  // regular file the flag changes nothing.
+  int fd;
+  do {
+    fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) {
+    error = errno;
+    return OpenResult::kFailed;
+  }
+  int locked;
+  do {
+    locked = ::flock(fd, LOCK_SH | LOCK_NB);
+  } while (locked != 0 && errno == EINTR);
+  if (locked != 0) {
+    error = errno;
+    // A file system without flock support is read without the lock.
+    if (error != ENOLCK && error != EOPNOTSUPP && error != EINVAL) {
+      ::close(fd);
+      return IsHeldError(error) ? OpenResult::kHeld : OpenResult::kFailed;
+    }
+  }
+  file = fd;
+  return OpenResult::kOpened;
+}
+
+void CloseFile(Handle file) {
+  if (file != kInvalidHandle) ::close(static_cast<int>(file));
+}
+
+bool FileSize(Handle file, unsigned long long& size, int& error) {
+  if (Injected(VYR_PlatformFileSize, error)) return false;
+  struct stat info;
+  if (::fstat(static_cast<int>(file), &info) != 0) {
+    error = errno;
+    return false;
+  }
+  // Only regular files have bytes that a mapping shows.
+  if (!S_ISREG(info.st_mode)) {
+    error = S_ISDIR(info.st_mode) ? EISDIR : ENODEV;
+    return false;
+  }
+  size = static_cast<unsigned long long>(info.st_size);
+  return true;
+}
+
+bool CreateMapping(Handle file, Handle& mapping, int& error) {
+  mapping = kInvalidHandle;
+  if (Injected(VYR_PlatformCreateMapping, error)) return false;
+  unsigned long long size = 0;
+  if (!FileSize(file, size, error)) return false;
+  MappingRecord* record = new (std::nothrow) MappingRecord{static_cast<int>(file), size, nullptr, 0};
+  if (record == nullptr) {
+    error = ENOMEM;
+    return false;
+  }
+  mapping = reinterpret_cast<Handle>(record);
+  return true;
+}
+
+void CloseMapping(Handle mapping) {
+  if (mapping != kInvalidHandle) delete RecordOf(mapping);
+}
+
+void* MapView(Handle mapping, unsigned long long offset, unsigned long long length, int& error) {
+  if (Injected(VYR_PlatformMapView, error)) return nullptr;
+  MappingRecord* record = RecordOf(mapping);
+  if (record->view != nullptr || offset >= record->covered ||
+      offset > static_cast<unsigned long long>(std::numeric_limits<off_t>::max())) {
+    error = EINVAL;
+    return nullptr;
+  }
+  const unsigned long long rest = record->covered - offset;
+  if (length == 0) length = rest;
+  if (length > rest || length > static_cast<unsigned long long>(SIZE_MAX)) {
+    error = EINVAL;
+    return nullptr;
+  }
+  void* view = ::mmap(nullptr, static_cast<std::size_t>(length), PROT_READ, MAP_SHARED,
+                      record->file, static_cast<off_t>(offset));
+  if (view == MAP_FAILED) {
+    error = errno;
+    return nullptr;
+  }
+  record->view = view;
+  record->viewLength = static_cast<std::size_t>(length);
+  return view;
+}
+
+void UnmapView(Handle mapping, void* view) {
+  if (mapping == kInvalidHandle || view == nullptr) return;
+  MappingRecord* record = RecordOf(mapping);
+  if (record->view != view) return;
+  ::munmap(view, record->viewLength);
+  record->view = nullptr;
+  record->viewLength = 0;
+}
+
+bool ReadAt(Handle file, void* into, std::size_t size, unsigned long long offset,
+            std::size_t& got, int& error) {
+  got = 0;
+  if (Injected(VYR_PlatformRead, error)) return false;
+  if (offset > static_cast<unsigned long long>(std::numeric_limits<off_t>::max())) {
+    error = EINVAL;
+    return false;
+  }
+  unsigned char* out = static_cast<unsigned char*>(into);
+  while (got < size) {
+    const unsigned long long at = offset + got;
+    if (at > static_cast<unsigned long long>(std::numeric_limits<off_t>::max())) break;
+    const ssize_t n = ::pread(static_cast<int>(file), out + got, size - got, static_cast<off_t>(at));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      error = errno;
+      return false;
+    }
+    if (n == 0) break;  // the end of the file
+    got += static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+void* Allocate(std::size_t size, int& error) {
+  if (Injected(VYR_PlatformAllocate, error)) return nullptr;
+  // malloc(0) may give null, and an empty buffer still has an address.
+  void* memory = std::malloc(size > 0 ? size : 1);
+  if (memory == nullptr) error = errno != 0 ? errno : ENOMEM;
+  return memory;
+}
+
+void SleepMilliseconds(unsigned milliseconds) {
+  struct timespec wait;
+  wait.tv_sec = milliseconds / 1000;
+  wait.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000L;
+  while (::nanosleep(&wait, &wait) != 0 && errno == EINTR) {
+  }
+}
+
+unsigned AllocationGranularity() {
+  const long page = ::sysconf(_SC_PAGESIZE);
+  return page > 0 ? static_cast<unsigned>(page) : 4096u;
+}
+
+}  // namespace platform
+}  // namespace vyr
+
+void VYR_PlatformInjectFault(VYR_TPlatformCall call, int error, unsigned count, unsigned skip) {
+  if (call >= vyr::platform::kCallKinds) return;
+  std::lock_guard<std::mutex> guard(vyr::platform::gFaultMutex);
+  vyr::platform::Fault& fault = vyr::platform::gFaults[call];
+  fault.error = error;
+  fault.skip = skip;
+  fault.count.store(count, std::memory_order_relaxed);
+}
+
+void VYR_PlatformClearFaults() {
+  std::lock_guard<std::mutex> guard(vyr::platform::gFaultMutex);
+  for (vyr::platform::Fault& fault : vyr::platform::gFaults) {
+    fault.count.store(0, std::memory_order_relaxed);
+    fault.skip = 0;
+  }
+}
