@@ -9,6 +9,7 @@
 #include "vyrax/vyr_enums.h"
 #include "vyrax/vyr_exceptions.h"
 #include "vyrax/vyr_image_ticket.h"
+#include "vyrax/vyr_metadata.h"
 #include "vyrax/vyr_profile.h"
 #include "vyrax/vyr_startup.h"
 #include "vyrax/vyr_typedefs.h"

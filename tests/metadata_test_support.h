@@ -1,0 +1,228 @@
+// What the metadata tests share: temporary folders, files and their times,
+// the lines of the log and the traces, and child processes.
+#ifndef VYRAX_TESTS_METADATA_TEST_SUPPORT_H
+#define VYRAX_TESTS_METADATA_TEST_SUPPORT_H
+
+#include <fcntl.h>
+#include <ftw.h>
+#include <gtest/gtest.h>
+#include <ordonotes/ordonotes.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vyrax/vyrax.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace metadatatest {
+
+typedef std::unique_ptr<const VYR_IBuffer> Owned;
+
+// A folder, removed with everything in it at the end. /tmp lies on the
+// machine's disk; /dev/shm, where there is one, keeps larger attributes.
+class TempDir {
+ public:
+  explicit TempDir(const char* base = "/tmp") {
+    std::string pattern = std::string(base) + "/vyrax-metadata-XXXXXX";
+    std::vector<char> text(pattern.begin(), pattern.end());
+    text.push_back('\0');
+    if (const char* made = mkdtemp(text.data())) mPath = made;
+  }
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  ~TempDir() {
+    if (!mPath.empty())
+      nftw(
+          mPath.c_str(),
+          [](const char* path, const struct stat*, int, struct FTW*) { return ::remove(path); }, 16,
+          FTW_DEPTH | FTW_PHYS);
+  }
+  bool Ok() const { return !mPath.empty(); }
+  const std::string& Path() const { return mPath; }
+  std::string File(const std::string& name) const { return mPath + "/" + name; }
+
+ private:
+  std::string mPath;
+};
+
+inline std::string WriteFile(const std::string& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  return path;
+}
+
+inline std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline bool Exists(const std::string& path) {
+  struct stat info;
+  return ::lstat(path.c_str(), &info) == 0;
+}
+
+inline bool IsFolder(const std::string& path) {
+  struct stat info;
+  return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+inline ino_t InodeOf(const std::string& path) {
+  struct stat info;
+  return ::stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
+}
+
+// The side-car file of a data file.
+inline std::string SideCarOf(const std::string& folder, const std::string& name) {
+  return folder + "/.metadata/." + name + ".info";
+}
+
+inline QEN_TURL UrlOf(const std::string& path) { return QEN_TURL::LocalToURL(path.c_str()); }
+
+// Sets the modification time of a file, to the nanosecond.
+inline bool SetModificationTime(const std::string& path, long long seconds, long nanoseconds) {
+  struct timespec times[2];
+  times[0].tv_sec = 0;
+  times[0].tv_nsec = UTIME_OMIT;
+  times[1].tv_sec = static_cast<time_t>(seconds);
+  times[1].tv_nsec = nanoseconds;
+  return ::utimensat(AT_FDCWD, path.c_str(), times, 0) == 0;
+}
+
+inline std::string BytesOf(const VYR_IBuffer* buffer) {
+  if (buffer == nullptr) return std::string();
+  return std::string(static_cast<const char*>(buffer->Buffer()), buffer->Size());
+}
+
+// The value of `key` as bytes, or "<none>".
+inline std::string ValueOf(VYR_IMetadata& metadata, const char* key) {
+  Owned value(metadata.GetKeyValue(key));
+  return value ? BytesOf(value.get()) : std::string("<none>");
+}
+
+inline bool Store(VYR_IMetadata& metadata, const char* key, const std::string& bytes,
+                  bool commit = true) {
+  return metadata.SetKeyValue(key, static_cast<unsigned>(bytes.size()), bytes.data(), commit);
+}
+
+// The keys of a list, in order.
+inline std::vector<std::string> Keys(const QEN_TList& list) {
+  std::vector<std::string> keys;
+  for (const QEN_TListKey* key = list.KeyAtHead(); key != nullptr; key = key->Next()) {
+    const QEN_TString* text = key->Value().DynamicCast<QEN_TString>();
+    keys.push_back(text != nullptr ? text->c_str() : "<not a string>");
+  }
+  return keys;
+}
+
+// Collects what the log writes while it lives: log lines, and traces of the
+// mask it is given (0: none).
+class Lines {
+ public:
+  explicit Lines(unsigned traceMask = 0) : mSavedFlags(VYR_DebugFlag) {
+    QENMESG_SetSink(&Lines::Take, this);
+    VYR_DebugFlag |= traceMask;
+  }
+  Lines(const Lines&) = delete;
+  Lines& operator=(const Lines&) = delete;
+  ~Lines() {
+    VYR_DebugFlag = mSavedFlags;
+    QENMESG_SetSink(nullptr, nullptr);
+  }
+  std::vector<std::string> All() const {
+    std::lock_guard<std::mutex> guard(mMutex);
+    return mLines;
+  }
+  // The lines that hold `text`.
+  std::vector<std::string> With(const std::string& text) const {
+    std::vector<std::string> found;
+    for (const std::string& line : All())
+      if (line.find(text) != std::string::npos) found.push_back(line);
+    return found;
+  }
+  void Clear() {
+    std::lock_guard<std::mutex> guard(mMutex);
+    mLines.clear();
+  }
+
+ private:
+  static void Take(const char* line, void* context) {
+    Lines* self = static_cast<Lines*>(context);
+    std::lock_guard<std::mutex> guard(self->mMutex);
+    self->mLines.push_back(line);
+  }
+  mutable std::mutex mMutex;
+  std::vector<std::string> mLines;
+  unsigned mSavedFlags;
+};
+
+// Runs `body` in a child process; its result is the child's exit status.
+template <class Body>
+pid_t Spawn(Body body) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    int status = 99;
+    try {
+      status = body();
+    } catch (...) {
+    }
+    ::_exit(status);
+  }
+  return child;
+}
+
+// The exit status of a child, or -1 when it did not end by itself.
+inline int Wait(pid_t child) {
+  int status = 0;
+  if (::waitpid(child, &status, 0) != child) return -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// A child process that holds an exclusive flock on `path` until it is
+// killed. Returns once the lock is held.
+class LockHolder {
+ public:
+  explicit LockHolder(const std::string& path) {
+    int ready[2];
+    if (::pipe(ready) != 0) return;
+    mChild = ::fork();
+    if (mChild == 0) {
+      ::close(ready[0]);
+      const int fd = ::open(path.c_str(), O_RDWR | O_CREAT, 0644);
+      const char ok = fd >= 0 && ::flock(fd, LOCK_EX) == 0 ? 'y' : 'n';
+      if (::write(ready[1], &ok, 1) != 1) ::_exit(1);
+      for (;;) ::pause();
+    }
+    ::close(ready[1]);
+    char ok = 'n';
+    mHeld = mChild > 0 && ::read(ready[0], &ok, 1) == 1 && ok == 'y';
+    ::close(ready[0]);
+  }
+  LockHolder(const LockHolder&) = delete;
+  LockHolder& operator=(const LockHolder&) = delete;
+  ~LockHolder() { Release(); }
+  bool Held() const { return mHeld; }
+  void Release() {
+    if (mChild <= 0) return;
+    ::kill(mChild, SIGKILL);
+    ::waitpid(mChild, nullptr, 0);
+    mChild = -1;
+  }
+
+ private:
+  pid_t mChild = -1;
+  bool mHeld = false;
+};
+
+}  // namespace metadatatest
+
+#endif

@@ -1,0 +1,293 @@
+// The extended-attribute backend on real files: values cross-checked with
+// getfattr and setfattr, the limits of names and values against what the
+// file systems here keep (ext4 about 4 KiB per file, tmpfs much more), a
+// file system without user attributes, and the walk over a block of records
+// that does not fit.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vyrax/vyrax.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "metadata_test_support.h"
+#include "vyr_ea_records.h"
+
+namespace {
+
+using metadatatest::Keys;
+using metadatatest::Lines;
+using metadatatest::Owned;
+using metadatatest::Store;
+using metadatatest::UrlOf;
+using metadatatest::ValueOf;
+using metadatatest::WriteFile;
+
+// This process keeps its metadata in extended attributes: the choice is
+// made at the first use, from the environment.
+const bool kAttributesChosen = setenv("VYR_EMULATE_METADATA", "off", 1) == 0;
+
+// The output of a shell command, or "<failed>".
+std::string Shell(const std::string& command) {
+  FILE* pipe = ::popen((command + " 2>/dev/null").c_str(), "r");
+  if (pipe == nullptr) return "<failed>";
+  std::string out;
+  char chunk[4096];
+  size_t got;
+  while ((got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0) out.append(chunk, got);
+  return ::pclose(pipe) == 0 ? out : "<failed>";
+}
+
+bool HaveAttrTools() { return Shell("command -v getfattr && command -v setfattr") != "<failed>"; }
+
+std::string Quoted(const std::string& path) { return "'" + path + "'"; }
+
+class XattrTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    ASSERT_TRUE(kAttributesChosen);
+    ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__());
+  }
+  void SetUp() override {
+    ASSERT_TRUE(mDir.Ok());
+    mData = WriteFile(mDir.File("page1.tif"), "image bytes");
+  }
+  std::unique_ptr<VYR_IMetadata> Open(const std::string& data) {
+    return std::unique_ptr<VYR_IMetadata>(VYR_IMetadata::CreateAccessObject(UrlOf(data)));
+  }
+
+  metadatatest::TempDir mDir;
+  std::string mData;
+};
+
+TEST_F(XattrTest, ValuesAreTheFilesOwnUserAttributesAsOutsideToolsSeeThem) {
+  if (!HaveAttrTools()) GTEST_SKIP() << "getfattr and setfattr (package attr) are not installed";
+  VYR_TMetadata metadata(UrlOf(mData));
+  ASSERT_TRUE(Store(metadata, "greeting", "hello"));
+  EXPECT_EQ("hello", Shell("getfattr --only-values -n user.GREETING " + Quoted(mData)));
+  // No side-car is made.
+  EXPECT_FALSE(metadatatest::Exists(mDir.File(".metadata")));
+
+  // Written by the tool, read by the library, whatever the case of the name.
+  ASSERT_NE("<failed>", Shell("setfattr -n user.outside -v 'from the tool' " + Quoted(mData)));
+  ASSERT_NE("<failed>", Shell("setfattr -n user.BINARY -v 0x0001ff " + Quoted(mData)));
+  EXPECT_EQ("from the tool", ValueOf(metadata, "Outside"));
+  EXPECT_EQ(std::string("\x00\x01\xff", 3), ValueOf(metadata, "binary"));
+  std::vector<std::string> keys = Keys(metadata.GetAllKeys());
+  std::sort(keys.begin(), keys.end());
+  EXPECT_EQ((std::vector<std::string>{"BINARY", "GREETING", "outside"}), keys);
+
+  // One key is one attribute: a write or removal under another spelling
+  // replaces it.
+  ASSERT_TRUE(Store(metadata, "OUTSIDE", "replaced"));
+  EXPECT_EQ("<failed>", Shell("getfattr --only-values -n user.outside " + Quoted(mData)));
+  EXPECT_EQ("replaced", Shell("getfattr --only-values -n user.OUTSIDE " + Quoted(mData)));
+  EXPECT_TRUE(metadata.RemoveAll());
+  EXPECT_FALSE(metadata.HasAnyKey());
+  EXPECT_EQ("", Shell("getfattr -d -m '^user\\.' " + Quoted(mData)));
+}
+
+TEST_F(XattrTest, AMissingFileHasNoStore) {
+  const std::string missing = mDir.File("missing.tif");
+  EXPECT_EQ(nullptr, Open(missing));
+  try {
+    VYR_TMetadata metadata(UrlOf(missing));
+    ADD_FAILURE() << "a store for a missing file";
+  } catch (const VYR_EMetadataFileDoesNotExist& e) {
+    EXPECT_STREQ("Cannot access metadata for %s", e.QEN_Message().c_str());
+    EXPECT_STREQ("Private/Source/vyr_metadata", e.QEN_ExceptionFile().c_str());
+    const QEN_TString* data = e.QEN_Data().DynamicCast<QEN_TString>();
+    ASSERT_NE(nullptr, data);
+    EXPECT_EQ(UrlOf(missing).AsString(), *data);
+  }
+}
+
+TEST_F(XattrTest, AnAbsentKeyThrowsButGetAllNeverMeetsOne) {
+  VYR_TMetadata metadata(UrlOf(mData));
+  EXPECT_FALSE(metadata.HasAnyKey());
+  try {
+    Owned value(metadata.GetKeyValue("absent"));
+    ADD_FAILURE() << "a value for an absent key";
+  } catch (const VYR_EMetadataFileDoesNotExist& e) {
+    EXPECT_STREQ("Private/Source/vyr_ntfs_metadata", e.QEN_ExceptionFile().c_str());
+  }
+  EXPECT_THROW(std::unique_ptr<QEN_IPackable>(metadata.GetKeyObject("absent")),
+               VYR_EMetadataFileDoesNotExist);
+
+  VYR_TTag tag(1ULL, 2ULL);
+  ASSERT_TRUE(metadata.SetKeyObject("tag", tag, true));
+  ASSERT_TRUE(Store(metadata, "raw", "not an object"));
+  QEN_TDict all = metadata.GetAll();
+  EXPECT_EQ(2u, all.Entries());
+  ASSERT_NE(nullptr, all.Lookup("RAW"));
+  const VYR_TBuffer* raw = all.Lookup("RAW")->DynamicCast<VYR_TBuffer>();
+  ASSERT_NE(nullptr, raw);
+  // The bytes outlive the block they were read from.
+  metadata.Rescan();
+  EXPECT_EQ("not an object", metadatatest::BytesOf(raw));
+
+  // Removing an absent key is the file system's answer: nothing to do.
+  EXPECT_TRUE(metadata.RemoveKey("absent"));
+}
+
+TEST_F(XattrTest, AValueNotCommittedIsNotStoredAndTheListIsReadAgain) {
+  if (!HaveAttrTools()) GTEST_SKIP() << "setfattr (package attr) is not installed";
+  auto metadata = Open(mData);
+  ASSERT_TRUE(Store(*metadata, "FIRST", "1"));
+  metadata->Rescan();
+  EXPECT_EQ((std::vector<std::string>{"FIRST"}), Keys(metadata->GetAllKeys()));
+
+  // The list comes from the block read before...
+  ASSERT_NE("<failed>", Shell("setfattr -n user.SECOND -v 2 " + Quoted(mData)));
+  EXPECT_EQ((std::vector<std::string>{"FIRST"}), Keys(metadata->GetAllKeys()));
+  // ...until a write drops it, also one that stores nothing.
+  EXPECT_TRUE(Store(*metadata, "THIRD", "3", false));
+  EXPECT_EQ(2u, Keys(metadata->GetAllKeys()).size());
+  EXPECT_EQ("<failed>", Shell("getfattr -n user.THIRD " + Quoted(mData)));
+}
+
+TEST_F(XattrTest, NamesAndValuesBeyondTheLimitsAreFalseResults) {
+  VYR_TMetadata metadata(UrlOf(mData));
+  // After normalisation a key has up to 256 characters; a name has 255
+  // bytes at most, and the system counts the "user." prefix in.
+  EXPECT_FALSE(Store(metadata, std::string(300, 'k').c_str(), "v"));
+  EXPECT_FALSE(Store(metadata, std::string(255, 'k').c_str(), "v"));
+  EXPECT_TRUE(Store(metadata, std::string(250, 'k').c_str(), "v"));
+  EXPECT_EQ("v", ValueOf(metadata, std::string(250, 'K').c_str()));
+
+  // ext4 keeps about 4 KiB of attributes per file: the refusal is a false
+  // result with a trace, never an exception.
+  Lines lines(0x4);
+  EXPECT_FALSE(Store(metadata, "BIG", std::string(8000, 'b')));
+  EXPECT_EQ(1u, lines.With("VYR_WriteEARaw: NtSetEaFile(\"BIG\"").size());
+  EXPECT_EQ(1u, lines.With("Cannot write metadata: ").size());
+  EXPECT_TRUE(metadata.HasAnyKey());
+}
+
+TEST_F(XattrTest, TheLargestValueGoesToTheFileSystemAndOneByteMoreDoesNot) {
+  metadatatest::TempDir memory("/dev/shm");
+  if (!memory.Ok() || !QEN_TVolumeInfo(memory.Path().c_str()).KeepsUserAttributes())
+    GTEST_SKIP() << "no memory file system with user attributes";
+  const std::string data = WriteFile(memory.File("big.tif"), "x");
+  VYR_TMetadata metadata(UrlOf(data));
+  Lines lines(0x4);
+  const std::string largest(65024, 'L');
+  ASSERT_TRUE(Store(metadata, "LARGEST", largest));
+  EXPECT_EQ(largest, ValueOf(metadata, "LARGEST"));
+  EXPECT_EQ(1u, lines.With("NtSetEaFile(\"LARGEST\"").size());
+  EXPECT_FALSE(Store(metadata, "TOOLARGE", std::string(65025, 'T')));
+  EXPECT_TRUE(lines.With("TOOLARGE").empty());
+
+  // Many keys come back in one list.
+  for (unsigned i = 0; i < 200; ++i) {
+    std::string key = "K";
+    for (unsigned n = i; n > 0 || key.size() == 1; n /= 26) key += static_cast<char>('A' + n % 26);
+    ASSERT_TRUE(Store(metadata, key.c_str(), key));
+  }
+  EXPECT_EQ(201u, Keys(metadata.GetAllKeys()).size());
+  EXPECT_EQ("KAB", ValueOf(metadata, "KAB"));
+}
+
+TEST_F(XattrTest, AFileSystemWithoutUserAttributesReadsEmptyAndClosesOnWrite) {
+  const std::string path = "/proc/version";
+  if (QEN_TVolumeInfo(path.c_str()).KeepsUserAttributes())
+    GTEST_SKIP() << path << " keeps user attributes here";
+  auto metadata = Open(path);
+  ASSERT_NE(nullptr, metadata);
+  EXPECT_FALSE(metadata->HasAnyKey());
+  EXPECT_TRUE(Keys(metadata->GetAllKeys()).empty());
+
+  Lines lines(0x4);
+  EXPECT_FALSE(Store(*metadata, "KEY", "value"));
+  EXPECT_EQ(1u, lines.With("Trying to write to RO file " + UrlOf(path).AsString().Utf8()).size());
+  // Closed now: every read throws, and nothing can be removed.
+  EXPECT_THROW(metadata->Rescan(), VYR_EMetadataFileDoesNotExist);
+  EXPECT_THROW(metadata->GetAllKeys(), VYR_EMetadataFileDoesNotExist);
+  EXPECT_THROW(Owned(metadata->GetKeyValue("KEY")), VYR_EMetadataFileDoesNotExist);
+  EXPECT_FALSE(metadata->HasAnyKey());
+  EXPECT_FALSE(metadata->RemoveKey("KEY"));
+}
+
+TEST_F(XattrTest, AFolderKeepsMetadataToo) {
+  auto metadata = Open(mDir.Path());
+  ASSERT_NE(nullptr, metadata);
+  ASSERT_TRUE(Store(*metadata, "FOLDER", "yes"));
+  EXPECT_EQ("yes", ValueOf(*Open(mDir.Path()), "FOLDER"));
+  EXPECT_FALSE(metadata->Copy(UrlOf(mData)));
+  EXPECT_FALSE(metadata->Rename(UrlOf(mData)));
+}
+
+TEST_F(XattrTest, TimestampsNeedAStoredStampFirstOnThisBackend) {
+  VYR_TMetadata metadata(UrlOf(mData));
+  // Without stamps the look-up of "TIMESTAMP" throws, as any absent key.
+  EXPECT_THROW(metadata.SetTimestamp("A"), VYR_EMetadataFileDoesNotExist);
+  EXPECT_THROW(metadata.VerifyTimestamp("A"), VYR_EMetadataFileDoesNotExist);
+
+  std::unique_ptr<QEN_TDict> fresh(new QEN_TDict);
+  fresh->Add(QEN_TString("_FILE_"), QEN_TAny(QEN_TTime()));
+  ASSERT_TRUE(metadata.SetKeyObject("TIMESTAMP", *fresh, true));
+  EXPECT_TRUE(metadata.SetTimestamp("A"));
+  EXPECT_EQ(VYR_KeyEqual, metadata.VerifyTimestamp("A"));
+  EXPECT_EQ(VYR_KeyUnknown, metadata.VerifyTimestamp("B"));
+}
+
+// --- The walk over a block of records ----------------------------------------------
+
+std::vector<unsigned char> Block(const std::vector<std::pair<std::string, std::string>>& records) {
+  std::vector<unsigned char> block;
+  for (size_t i = 0; i < records.size(); ++i) {
+    const auto& record = records[i];
+    const size_t size = vyr::ea::RecordSize(record.first.size(), record.second.size());
+    const size_t at = block.size();
+    block.resize(at + size);
+    vyr::ea::WriteRecord(block.data() + at,
+                         i + 1 < records.size() ? static_cast<unsigned>(size) : 0,
+                         record.first.data(), static_cast<unsigned>(record.first.size()),
+                         record.second.data(), static_cast<unsigned>(record.second.size()));
+  }
+  return block;
+}
+
+std::vector<std::string> Walk(const std::vector<unsigned char>& block, unsigned size) {
+  std::vector<std::string> names;
+  for (const unsigned char* record = vyr::ea::FirstRecord(block.data(), size); record != nullptr;
+       record = vyr::ea::NextRecord(block.data(), size, record))
+    names.push_back(vyr::ea::Name(record));
+  return names;
+}
+
+TEST(AttributeRecords, TheWalkStopsAtEveryRecordThatLeavesTheBlock) {
+  std::vector<unsigned char> block = Block({{"ONE", "1"}, {"TWO", "22"}, {"THREE", "333"}});
+  const unsigned size = static_cast<unsigned>(block.size());
+  EXPECT_EQ((std::vector<std::string>{"ONE", "TWO", "THREE"}), Walk(block, size));
+  // The published layout, little-endian, padded to 4 bytes.
+  EXPECT_EQ(16u, vyr::ea::NextEntryOffset(block.data()));
+  EXPECT_EQ(3u, vyr::ea::NameLength(block.data()));
+  EXPECT_EQ(1u, vyr::ea::ValueLength(block.data()));
+  EXPECT_EQ('1', *vyr::ea::Value(block.data()));
+
+  // An offset past the block ends the walk.
+  std::vector<unsigned char> far = block;
+  vyr::ea::WriteU32(far.data(), size + 4);
+  EXPECT_EQ((std::vector<std::string>{"ONE"}), Walk(far, size));
+  // So does a record whose value would reach past the end...
+  const unsigned last = 16 + 16;  // the records of ONE and TWO
+  EXPECT_EQ((std::vector<std::string>{"ONE", "TWO"}),
+            Walk(block, last + vyr::ea::kHeaderSize + 6 + 2));
+  EXPECT_EQ((std::vector<std::string>{"ONE", "TWO", "THREE"}),
+            Walk(block, last + vyr::ea::kHeaderSize + 6 + 3));
+  // ...a name without its terminator...
+  std::vector<unsigned char> open = block;
+  open[16 + 8 + 3] = 'X';
+  EXPECT_EQ((std::vector<std::string>{"ONE"}), Walk(open, size));
+  // ...a block too short for one header, and no block at all.
+  EXPECT_TRUE(Walk(block, 7).empty());
+  EXPECT_EQ(nullptr, vyr::ea::FirstRecord(nullptr, 100));
+}
+
+}  // namespace
