@@ -10,49 +10,18 @@
 #include <vector>
 
 #include "qen/qen.h"
+#include "stream_test_support.h"
 
 namespace {
 
-class AnyTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_qentypes__()); }
-};
+using test_support::Bytes;
+using test_support::Pack;
+using AnyTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_qentypes__>;
 
-typedef std::vector<unsigned char> Bytes;
-
-Bytes Pack(const QEN_IPackable& object) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream stream(memory);
-  stream << object;
-  return Bytes(memory.Data(), memory.Data() + memory.Length());
-}
-
-QEN_TAny UnpackAny(Bytes bytes) {
-  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
-                           static_cast<unsigned>(bytes.size()));
-  QEN_TDataStream stream(memory);
-  QEN_TAny any;
-  stream >> any;
-  return any;
-}
-
+QEN_TAny UnpackAny(const Bytes& bytes) { return test_support::Unpack<QEN_TAny>(bytes); }
 QEN_TAny RoundTrip(const QEN_TAny& any) { return UnpackAny(Pack(any)); }
-
-std::string Text(const QEN_TAny& any) {
-  QEN_TMemoryStream memory;
-  QEN_THumanReadableStream stream(memory);
-  any.WriteTo(stream);
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
-
-QEN_TAny FromText(std::string text) {
-  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
-                           static_cast<unsigned>(text.size()));
-  QEN_THumanReadableStream stream(memory);
-  QEN_TAny any;
-  any.ReadFrom(stream);
-  return any;
-}
+std::string Text(const QEN_TAny& any) { return test_support::Write(any); }
+QEN_TAny FromText(const std::string& text) { return test_support::Read<QEN_TAny>(text); }
 
 std::string Printed(const QEN_TAny& any) {
   std::ostringstream out;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "qen/qen.h"
+#include "stream_test_support.h"
 
 // A hashable key that is not a string, as a client could bring one.
 class TestNumberKey : public QEN_TObject, public virtual QEN_IHashable {
@@ -76,52 +77,28 @@ QEN_DEFINE_OBJECT(TestEvenOnly, QEN_TObject, QEN_IIteratable)
 
 namespace {
 
-class ContainersTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_qentypes__()); }
-};
-
-typedef std::vector<unsigned char> Bytes;
-
-Bytes Pack(const QEN_IPackable& object) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream stream(memory);
-  stream << object;
-  return Bytes(memory.Data(), memory.Data() + memory.Length());
-}
-
-template <class T>
-T Unpack(Bytes bytes) {
-  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
-                           static_cast<unsigned>(bytes.size()));
-  QEN_TDataStream stream(memory);
-  T object;
-  stream >> object;
-  return object;
-}
+using test_support::Bytes;
+using test_support::Pack;
+using test_support::Unpack;
+using ContainersTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_qentypes__>;
 
 // The framed text form, as a file holds it.
 std::string Framed(const QEN_IHumanReadable& object) {
-  QEN_TMemoryStream memory;
-  QEN_THumanReadableStream stream(memory);
-  stream.WriteObject(object);
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+  return test_support::Written(
+      [&](QEN_THumanReadableStream& stream) { stream.WriteObject(object); });
 }
 
-std::unique_ptr<QEN_IInterface> ExtractText(std::string text) {
-  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
-                           static_cast<unsigned>(text.size()));
-  QEN_THumanReadableStream stream(memory);
-  return std::unique_ptr<QEN_IInterface>(stream.Extract());
+std::unique_ptr<QEN_IInterface> ExtractText(const std::string& text) {
+  test_support::TextReader reader(text);
+  return std::unique_ptr<QEN_IInterface>(reader.in.Extract());
 }
 
+// Read through the text stream's >>, which counts as one level of nesting.
 template <class T>
-T ReadText(std::string text) {
-  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
-                           static_cast<unsigned>(text.size()));
-  QEN_THumanReadableStream stream(memory);
+T ReadText(const std::string& text) {
+  test_support::TextReader reader(text);
   T object;
-  stream >> object;
+  reader.in >> object;
   return object;
 }
 

@@ -11,13 +11,16 @@
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "qen/qen.h"
+#include "stream_test_support.h"
 
 namespace {
+
+using test_support::ReadFile;
+using GoldenTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_qentypes__>;
 
 const std::string kGoldenDir = std::string(VYRAX_TEST_DATA_DIR) + "/golden/";
 
@@ -114,13 +117,6 @@ const std::vector<Golden>& Goldens() {
   return goldens;
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream content;
-  content << in.rdbuf();
-  return content.str();
-}
-
 void WriteFile(const std::string& path, const std::string& content) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << content;
@@ -138,14 +134,7 @@ std::string Hex(const std::string& bytes) {
   return out;
 }
 
-std::string Bytes(const QEN_TMemoryStream& m) {
-  return std::string(reinterpret_cast<const char*>(m.Data()), m.Length());
-}
-
-class GoldenTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_qentypes__()); }
-};
+std::string Bytes(const QEN_TMemoryStream& m) { return test_support::Contents(m); }
 
 TEST_F(GoldenTest, BinaryFormIsPinned) {
   for (const Golden& golden : Goldens()) {

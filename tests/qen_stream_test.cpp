@@ -16,6 +16,7 @@
 
 #include "qen/qen_exception.h"
 #include "qen/qen_string.h"
+#include "stream_test_support.h"
 
 namespace {
 
@@ -163,9 +164,7 @@ class StreamTest : public ::testing::Test {
   }
 };
 
-std::string Bytes(const QEN_TMemoryStream& m) {
-  return std::string(reinterpret_cast<const char*>(m.Data()), m.Length());
-}
+std::string Bytes(const QEN_TMemoryStream& m) { return test_support::Contents(m); }
 
 std::string MessageOf(const QEN_EException& e) { return e.QEN_Message().c_str(); }
 
@@ -547,20 +546,10 @@ TEST_F(StreamTest, NestingIsBounded) {
 // Text stream
 
 std::string Text(std::function<void(QEN_THumanReadableStream&)> write) {
-  QEN_TMemoryStream m;
-  QEN_THumanReadableStream out(m);
-  write(out);
-  return Bytes(m);
+  return test_support::Written(write);
 }
 
-// A text stream over its own copy of `text`.
-struct Reader {
-  explicit Reader(const std::string& text) : stream(), in(stream) {
-    stream.Write(text.data(), static_cast<unsigned>(text.size()));
-  }
-  QEN_TMemoryStream stream;
-  QEN_THumanReadableStream in;
-};
+typedef test_support::TextReader Reader;
 
 std::u16string CharsOf(const std::string& utf8) {
   Reader r(utf8);

@@ -11,42 +11,24 @@
 
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
+#include "stream_test_support.h"
 
 namespace {
 
-std::vector<unsigned char> Packed(const QEN_TString& s) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream data(memory);
-  s.QEN_Pack(data);
-  data.Flush();
-  return std::vector<unsigned char>(memory.Data(), memory.Data() + memory.Length());
-}
+std::vector<unsigned char> Packed(const QEN_TString& s) { return test_support::PackContent(s); }
 
-QEN_TString Unpacked(std::vector<unsigned char> bytes) {
-  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
-                           static_cast<unsigned>(bytes.size()));
-  QEN_TDataStream data(memory);
+QEN_TString Unpacked(const std::vector<unsigned char>& bytes) {
   QEN_TString s("not yet read");
-  s.QEN_Unpack(data);
+  test_support::UnpackContent(bytes, s);
   return s;
 }
 
-std::string WrittenText(const QEN_TString& s) {
-  QEN_TMemoryStream memory;
-  {
-    QEN_THumanReadableStream text(memory);
-    text << s;
-  }
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
+std::string WrittenText(const QEN_TString& s) { return test_support::Write(s); }
 
 QEN_TString ReadText(const std::string& written) {
-  std::string copy = written;
-  QEN_TMemoryStream memory(copy.data(), static_cast<unsigned>(copy.size()),
-                           static_cast<unsigned>(copy.size()));
-  QEN_THumanReadableStream text(memory);
+  test_support::TextReader reader(written);
   QEN_TString s("not yet read");
-  text >> s;
+  reader.in >> s;
   return s;
 }
 

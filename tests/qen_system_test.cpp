@@ -28,6 +28,7 @@
 #include "qen/qen_sync.h"
 #include "qen/qen_time.h"
 #include "qen/qen_url.h"
+#include "stream_test_support.h"
 
 namespace {
 
@@ -41,12 +42,7 @@ std::string MessageOf(const QEN_EException& e) { return e.QEN_Message().c_str();
 // ---------------------------------------------------------------------------
 // Stored forms, through the real streams.
 
-std::vector<unsigned char> PackContent(const QEN_IPackable& object) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream data(memory);
-  object.QEN_Pack(data);
-  return std::vector<unsigned char>(memory.Data(), memory.Data() + memory.Length());
-}
+using test_support::PackContent;
 
 template <class T>
 T PackedRoundTrip(const T& object) {
@@ -65,21 +61,11 @@ T PackedRoundTrip(const T& object) {
   return *typed;
 }
 
-std::string Text(const QEN_IHumanReadable& object) {
-  QEN_TMemoryStream memory;
-  {
-    QEN_THumanReadableStream out(memory);
-    out << object;
-  }
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
+std::string Text(const QEN_IHumanReadable& object) { return test_support::Write(object); }
 
 void ReadText(const std::string& text, QEN_IHumanReadable& object) {
-  QEN_TMemoryStream memory;
-  memory.Write(text.data(), static_cast<unsigned>(text.size()));
-  memory.Rewind();
-  QEN_THumanReadableStream in(memory);
-  in >> object;
+  test_support::TextReader reader(text);
+  reader.in >> object;
 }
 
 // Reading `text` fails with a syntax error whose message holds `expected`.

@@ -5,8 +5,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <numeric>
 #include <string>
@@ -17,16 +15,19 @@
 #include <vyrax/vyrax.h>
 
 #include "buffer_test_support.h"
+#include "stream_test_support.h"
 
 namespace {
 
 using buffertest::BytesOf;
 using buffertest::Pattern;
+using test_support::Extract;
+using test_support::Golden;
+using test_support::Pack;
 typedef std::unique_ptr<const VYR_IBuffer> Owned;
 
-class BufferTest : public ::testing::Test {
+class BufferTest : public test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__> {
  protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
   buffertest::PlatformGuard mPlatform;
 };
 
@@ -327,32 +328,9 @@ TEST_F(BufferTest, HandlesCompareByBytes) {
   EXPECT_TRUE(clone->QEN_IsIdent(a));
 }
 
-std::vector<unsigned char> Pack(const QEN_IPackable& object) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream stream(memory);
-  stream << object;
-  stream.Flush();
-  return std::vector<unsigned char>(memory.Data(), memory.Data() + memory.Length());
-}
-
-std::unique_ptr<QEN_IInterface> Extract(std::vector<unsigned char> bytes) {
-  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
-                           static_cast<unsigned>(bytes.size()));
-  QEN_TDataStream stream(memory);
-  return std::unique_ptr<QEN_IInterface>(stream.Extract(true));
-}
-
 TEST_F(BufferTest, PackedFormIsPinned) {
   std::vector<unsigned char> packed = Pack(VYR_TBuffer(5, "bytes", true));
-  std::string path = std::string(VYRAX_TEST_DATA_DIR) + "/golden/vyr_buffer.bin";
-  if (std::getenv("VYRAX_REGENERATE_GOLDEN") != nullptr) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(packed.data()),
-                                                static_cast<std::streamsize>(packed.size()));
-  }
-  std::ifstream file(path, std::ios::binary);
-  ASSERT_TRUE(file) << path;
-  std::vector<unsigned char> golden((std::istreambuf_iterator<char>(file)),
-                                    std::istreambuf_iterator<char>());
+  std::vector<unsigned char> golden = Golden("vyr_buffer.bin", packed);
   EXPECT_EQ(packed, golden);
   std::unique_ptr<QEN_IInterface> rebuilt = Extract(golden);
   ASSERT_NE(rebuilt, nullptr);

@@ -10,6 +10,7 @@
 #include <vyrax/vyrax.h>
 
 #include "buffer_test_support.h"
+#include "stream_test_support.h"
 
 namespace {
 
@@ -18,9 +19,8 @@ using buffertest::Pattern;
 using buffertest::WriteFile;
 typedef std::unique_ptr<const VYR_IBuffer> Owned;
 
-class EmbedTest : public ::testing::Test {
+class EmbedTest : public test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__> {
  protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
   void SetUp() override { ASSERT_FALSE(mDir.Path().empty()); }
 
   static std::string Param(const QEN_TURL& url, const char* key) {

@@ -10,13 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include "stream_test_support.h"
+
 namespace {
 
-class StartLibrary : public ::testing::Environment {
- public:
-  void SetUp() override { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
-};
-::testing::Environment* const kStart = ::testing::AddGlobalTestEnvironment(new StartLibrary);
+::testing::Environment* const kStart = ::testing::AddGlobalTestEnvironment(
+    new test_support::LibraryEnvironment<__QEN_INITIALIZATION_FUNCTION_VYRAX__>);
 
 // Values beyond the named ones, which have a text of their own.
 const unsigned kOutside[] = {99u, 0x80000000u, 0xFFFFFFFFu};

@@ -11,16 +11,15 @@
 #include <string>
 #include <vector>
 
+#include "stream_test_support.h"
+
 #define VYR_SOURCE_NAME "Private/Source/vyr_typedefs"
 #include "vyr_throw.h"
 
 namespace {
 
-class StartLibrary : public ::testing::Environment {
- public:
-  void SetUp() override { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
-};
-::testing::Environment* const kStart = ::testing::AddGlobalTestEnvironment(new StartLibrary);
+::testing::Environment* const kStart = ::testing::AddGlobalTestEnvironment(
+    new test_support::LibraryEnvironment<__QEN_INITIALIZATION_FUNCTION_VYRAX__>);
 
 std::string Text(const QEN_EException& e, bool noNested = false, unsigned indent = 0) {
   return VYR_Exception2String(e, noNested, indent).c_str();
@@ -45,13 +44,8 @@ typedef std::unique_ptr<QEN_IPackable, Deleter> Owned;
 
 // Packs the object and builds it again from the bytes by its class name.
 Owned Rebuild(const QEN_IPackable& object) {
-  QEN_TMemoryStream bytes;
-  QEN_TDataStream out(bytes);
-  out << object;
-  out.Flush();
-  QEN_TMemoryStream in(bytes.Data(), bytes.Length(), bytes.Length());
-  QEN_TDataStream reader(in);
-  return Owned(reader.Extract(true));
+  test_support::DataReader reader(test_support::Pack(object));
+  return Owned(reader.in.Extract(true));
 }
 
 // Which handlers a throw reaches, and what the root's handler saw.

@@ -20,6 +20,7 @@
 #include <vyrax/vyrax.h>
 
 #include "buffer_test_support.h"
+#include "stream_test_support.h"
 
 namespace {
 
@@ -29,9 +30,8 @@ using buffertest::Pattern;
 using buffertest::WriteFile;
 typedef std::unique_ptr<const VYR_IBuffer> Owned;
 
-class FileBufferTest : public ::testing::Test {
+class FileBufferTest : public test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__> {
  protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
   void SetUp() override {
     ASSERT_FALSE(mDir.Path().empty());
     G = VYR_TFileBuffer::sAllocationGranularity;

@@ -4,9 +4,6 @@
 #include <vyrax/vyrax.h>
 
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <limits>
 #include <memory>
 #include <sstream>
@@ -14,47 +11,31 @@
 #include <string>
 #include <vector>
 
+#include "stream_test_support.h"
+
 namespace {
 
-class KnotTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
-};
-
-typedef std::vector<unsigned char> Bytes;
+using test_support::Bytes;
+using test_support::ExtractAll;
+using test_support::ExtractAllText;
+using test_support::Golden;
+using test_support::RecordingStream;
+using KnotTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__>;
 
 Bytes Pack(const std::vector<VYR_TKnot>& knots) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream stream(memory);
-  for (const VYR_TKnot& knot : knots) stream << knot;
-  stream.Flush();
-  return Bytes(memory.Data(), memory.Data() + memory.Length());
+  return test_support::Packed([&](QEN_TDataStream& stream) {
+    for (const VYR_TKnot& knot : knots) stream << knot;
+  });
 }
 
-std::vector<std::unique_ptr<QEN_IInterface>> ExtractAll(Bytes bytes) {
-  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
-                           static_cast<unsigned>(bytes.size()));
-  QEN_TDataStream stream(memory);
-  std::vector<std::unique_ptr<QEN_IInterface>> objects;
-  while (memory.Available() > 0) objects.emplace_back(stream.Extract(true));
-  return objects;
-}
-
-std::string Write(const VYR_TKnot& knot) {
-  QEN_TMemoryStream memory;
-  QEN_THumanReadableStream stream(memory);
-  knot.WriteTo(stream);
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
+std::string Write(const VYR_TKnot& knot) { return test_support::Write(knot); }
 
 // Reads into `knot` and gives back what the read left in the text.
-std::string ReadInto(VYR_TKnot& knot, std::string text) {
-  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
-                           static_cast<unsigned>(text.size()));
-  QEN_THumanReadableStream stream(memory);
-  knot.ReadFrom(stream);
+std::string ReadInto(VYR_TKnot& knot, const std::string& text) {
+  test_support::TextReader reader(text);
+  knot.ReadFrom(reader.in);
   QEN_TString rest;
-  stream.ReadUntil(rest, QEN_TString(""));
+  reader.in.ReadUntil(rest, QEN_TString(""));
   return rest.c_str();
 }
 
@@ -65,40 +46,15 @@ VYR_TKnot Read(const std::string& text) {
 }
 
 std::string Framed(const std::vector<VYR_TKnot>& knots) {
-  QEN_TMemoryStream memory;
-  QEN_THumanReadableStream stream(memory);
-  for (const VYR_TKnot& knot : knots) stream.WriteObject(knot) << cr;
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
-
-std::vector<std::unique_ptr<QEN_IInterface>> ExtractAllText(std::string text) {
-  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
-                           static_cast<unsigned>(text.size()));
-  QEN_THumanReadableStream stream(memory);
-  std::vector<std::unique_ptr<QEN_IInterface>> objects;
-  for (;;) {
-    stream.SkipWhiteSpace();
-    if (stream.AtEnd()) break;
-    QEN_IHumanReadable* object = stream.Extract();
-    objects.emplace_back(object);
-  }
-  return objects;
+  return test_support::Written([&](QEN_THumanReadableStream& stream) {
+    for (const VYR_TKnot& knot : knots) stream.WriteObject(knot) << cr;
+  });
 }
 
 const VYR_TKnot& AsKnot(const std::unique_ptr<QEN_IInterface>& object) {
   const VYR_TKnot* knot = object->DynamicCast<VYR_TKnot>();
   if (knot == nullptr) throw std::runtime_error("not a knot");
   return *knot;
-}
-
-std::string Golden(const std::string& name, const std::string& content) {
-  std::string path = std::string(VYRAX_TEST_DATA_DIR) + "/golden/" + name;
-  if (std::getenv("VYRAX_REGENERATE_GOLDEN") != nullptr)
-    std::ofstream(path, std::ios::binary)
-        .write(content.data(), static_cast<std::streamsize>(content.size()));
-  std::ifstream file(path, std::ios::binary);
-  if (!file) ADD_FAILURE() << "missing golden file " << path;
-  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
 }
 
 VYR_TKnotType Type(unsigned value) { return static_cast<VYR_TKnotType>(value); }
@@ -112,29 +68,6 @@ std::vector<VYR_TKnot> EveryType() {
   knots.emplace_back(Type(9), 1, 2, 3, 4, 5, 6);
   return knots;
 }
-
-// Counts the calls that a class makes on a packing stream.
-class RecordingStream : public QEN_IPacking {
- public:
-  std::vector<std::string> calls;
-  QEN_IPacking& operator<<(const QEN_IPackable&) override { return Note("object"); }
-  QEN_IPacking& operator<<(double v) override { return Note("double " + std::to_string(v)); }
-  QEN_IPacking& operator<<(bool) override { return Note("bool"); }
-  QEN_IPacking& operator<<(unsigned long long) override { return Note("u64"); }
-  QEN_IPacking& operator<<(unsigned v) override { return Note("u32 " + std::to_string(v)); }
-  QEN_IPacking& operator<<(unsigned short) override { return Note("u16"); }
-  QEN_IPacking& operator<<(unsigned char) override { return Note("u8"); }
-  QEN_IPacking& operator<<(int) override { return Note("i32"); }
-  QEN_IPacking& PutBytes(const void*, unsigned) override { return Note("bytes"); }
-  QEN_IPacking& PackBeginClass(const char*) override { return Note("begin"); }
-  QEN_IPacking& PackEndClass(const char*) override { return Note("end"); }
-
- private:
-  QEN_IPacking& Note(std::string call) {
-    calls.push_back(std::move(call));
-    return *this;
-  }
-};
 
 }  // namespace
 

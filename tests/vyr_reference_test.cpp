@@ -4,9 +4,6 @@
 #include <vyrax/vyrax.h>
 
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <limits>
 #include <memory>
 #include <sstream>
@@ -14,88 +11,37 @@
 #include <string>
 #include <vector>
 
+#include "stream_test_support.h"
+
 namespace {
 
-class ReferenceTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
-};
-
-typedef std::vector<unsigned char> Bytes;
+using test_support::Bytes;
+using test_support::ExtractAll;
+using test_support::ExtractAllText;
+using test_support::Golden;
+using test_support::Pack;
+using test_support::RecordingStream;
+using ReferenceTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__>;
 
 Bytes Pack(const std::vector<const QEN_IPackable*>& objects) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream stream(memory);
-  for (const QEN_IPackable* object : objects) stream << *object;
-  stream.Flush();
-  return Bytes(memory.Data(), memory.Data() + memory.Length());
+  return test_support::Packed([&](QEN_TDataStream& stream) {
+    for (const QEN_IPackable* object : objects) stream << *object;
+  });
 }
 
-Bytes Pack(const QEN_IPackable& object) { return Pack(std::vector<const QEN_IPackable*>{&object}); }
-
-// Every object in the bytes, rebuilt by class name.
-std::vector<std::unique_ptr<QEN_IInterface>> ExtractAll(Bytes bytes) {
-  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
-                           static_cast<unsigned>(bytes.size()));
-  QEN_TDataStream stream(memory);
-  std::vector<std::unique_ptr<QEN_IInterface>> objects;
-  while (memory.Available() > 0) objects.emplace_back(stream.Extract(true));
-  return objects;
-}
-
-std::string Write(const VYR_TReference& reference) {
-  QEN_TMemoryStream memory;
-  QEN_THumanReadableStream stream(memory);
-  reference.WriteTo(stream);
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
-
-VYR_TReference Read(std::string text) {
-  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
-                           static_cast<unsigned>(text.size()));
-  QEN_THumanReadableStream stream(memory);
-  VYR_TReference reference;
-  reference.ReadFrom(stream);
-  return reference;
-}
+std::string Write(const VYR_TReference& reference) { return test_support::Write(reference); }
+VYR_TReference Read(const std::string& text) { return test_support::Read<VYR_TReference>(text); }
 
 std::string Framed(const std::vector<const QEN_IHumanReadable*>& objects) {
-  QEN_TMemoryStream memory;
-  QEN_THumanReadableStream stream(memory);
-  for (const QEN_IHumanReadable* object : objects) stream.WriteObject(*object) << cr;
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
-
-std::vector<std::unique_ptr<QEN_IInterface>> ExtractAllText(std::string text) {
-  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
-                           static_cast<unsigned>(text.size()));
-  QEN_THumanReadableStream stream(memory);
-  std::vector<std::unique_ptr<QEN_IInterface>> objects;
-  for (;;) {
-    stream.SkipWhiteSpace();
-    if (stream.AtEnd()) break;
-    QEN_IHumanReadable* object = stream.Extract();
-    objects.emplace_back(object);
-  }
-  return objects;
+  return test_support::Written([&](QEN_THumanReadableStream& stream) {
+    for (const QEN_IHumanReadable* object : objects) stream.WriteObject(*object) << cr;
+  });
 }
 
 const VYR_TReference& AsReference(const std::unique_ptr<QEN_IInterface>& object) {
   const VYR_TReference* reference = object->DynamicCast<VYR_TReference>();
   if (reference == nullptr) throw std::runtime_error("not a reference");
   return *reference;
-}
-
-// Compares the bytes with the golden file, which is rewritten first when
-// VYRAX_REGENERATE_GOLDEN is set.
-std::string Golden(const std::string& name, const std::string& content) {
-  std::string path = std::string(VYRAX_TEST_DATA_DIR) + "/golden/" + name;
-  if (std::getenv("VYRAX_REGENERATE_GOLDEN") != nullptr)
-    std::ofstream(path, std::ios::binary)
-        .write(content.data(), static_cast<std::streamsize>(content.size()));
-  std::ifstream file(path, std::ios::binary);
-  if (!file) ADD_FAILURE() << "missing golden file " << path;
-  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
 }
 
 QEN_TURL Url(const char* text) { return QEN_TURL(QEN_TString(text)); }
@@ -109,31 +55,6 @@ VYR_TReference FullReference() {
   reference.AddCADRegistration(270, 10.125, -0.5);
   return reference;
 }
-
-// Counts the calls that a class makes on a packing stream.
-class RecordingStream : public QEN_IPacking {
- public:
-  std::vector<std::string> calls;
-  QEN_IPacking& operator<<(const QEN_IPackable& o) override {
-    return Note(std::string("object ") + o.ClassName());
-  }
-  QEN_IPacking& operator<<(double v) override { return Note("double " + std::to_string(v)); }
-  QEN_IPacking& operator<<(bool) override { return Note("bool"); }
-  QEN_IPacking& operator<<(unsigned long long) override { return Note("u64"); }
-  QEN_IPacking& operator<<(unsigned v) override { return Note("u32 " + std::to_string(v)); }
-  QEN_IPacking& operator<<(unsigned short) override { return Note("u16"); }
-  QEN_IPacking& operator<<(unsigned char) override { return Note("u8"); }
-  QEN_IPacking& operator<<(int) override { return Note("i32"); }
-  QEN_IPacking& PutBytes(const void*, unsigned) override { return Note("bytes"); }
-  QEN_IPacking& PackBeginClass(const char*) override { return Note("begin"); }
-  QEN_IPacking& PackEndClass(const char*) override { return Note("end"); }
-
- private:
-  QEN_IPacking& Note(std::string call) {
-    calls.push_back(std::move(call));
-    return *this;
-  }
-};
 
 }  // namespace
 

@@ -9,6 +9,7 @@
 #include <vyrax/vyrax.h>
 
 #include "buffer_test_support.h"
+#include "stream_test_support.h"
 
 namespace {
 
@@ -16,9 +17,8 @@ using buffertest::BytesOf;
 using buffertest::Pattern;
 typedef std::unique_ptr<const VYR_IBuffer> Owned;
 
-class SliceTest : public ::testing::Test {
+class SliceTest : public test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__> {
  protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
   void SetUp() override {
     mBytes = Pattern(100);
     mBuffer.reset(VYR_IBuffer::Create(100, mBytes.data(), true));

@@ -1,7 +1,4 @@
 // The tag: construction, binary and text forms, debug print.
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -10,66 +7,18 @@
 #include <gtest/gtest.h>
 #include <vyrax/vyrax.h>
 
+#include "stream_test_support.h"
+
 namespace {
 
-class TagTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
-};
+using test_support::Extract;
+using test_support::Golden;
+using test_support::Pack;
+using test_support::RecordingStream;
+using TagTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__>;
 
-std::vector<unsigned char> Pack(const QEN_IPackable& object) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream stream(memory);
-  stream << object;
-  stream.Flush();
-  return std::vector<unsigned char>(memory.Data(), memory.Data() + memory.Length());
-}
-
-std::unique_ptr<QEN_IInterface> Extract(std::vector<unsigned char> bytes) {
-  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
-                           static_cast<unsigned>(bytes.size()));
-  QEN_TDataStream stream(memory);
-  return std::unique_ptr<QEN_IInterface>(stream.Extract(true));
-}
-
-std::string Write(const VYR_TTag& tag) {
-  QEN_TMemoryStream memory;
-  QEN_THumanReadableStream stream(memory);
-  tag.WriteTo(stream);
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
-
-VYR_TTag Read(std::string text) {
-  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
-                           static_cast<unsigned>(text.size()));
-  QEN_THumanReadableStream stream(memory);
-  VYR_TTag tag;
-  tag.ReadFrom(stream);
-  return tag;
-}
-
-// Counts the calls that a class makes on a packing stream.
-class RecordingStream : public QEN_IPacking {
- public:
-  std::vector<std::string> calls;
-  QEN_IPacking& operator<<(const QEN_IPackable&) override { return Note("object"); }
-  QEN_IPacking& operator<<(double) override { return Note("double"); }
-  QEN_IPacking& operator<<(bool) override { return Note("bool"); }
-  QEN_IPacking& operator<<(unsigned long long) override { return Note("u64"); }
-  QEN_IPacking& operator<<(unsigned v) override { return Note("u32 " + std::to_string(v)); }
-  QEN_IPacking& operator<<(unsigned short) override { return Note("u16"); }
-  QEN_IPacking& operator<<(unsigned char) override { return Note("u8"); }
-  QEN_IPacking& operator<<(int) override { return Note("i32"); }
-  QEN_IPacking& PutBytes(const void*, unsigned) override { return Note("bytes"); }
-  QEN_IPacking& PackBeginClass(const char*) override { return Note("begin"); }
-  QEN_IPacking& PackEndClass(const char*) override { return Note("end"); }
-
- private:
-  QEN_IPacking& Note(std::string call) {
-    calls.push_back(std::move(call));
-    return *this;
-  }
-};
+std::string Write(const VYR_TTag& tag) { return test_support::Write(tag); }
+VYR_TTag Read(const std::string& text) { return test_support::Read<VYR_TTag>(text); }
 
 }  // namespace
 
@@ -112,15 +61,7 @@ TEST_F(TagTest, PackAndExtractRebuildsByClassName) {
 
 TEST_F(TagTest, PackedFormIsPinned) {
   std::vector<unsigned char> packed = Pack(VYR_TTag(16ULL, 32ULL));
-  std::string path = std::string(VYRAX_TEST_DATA_DIR) + "/golden/vyr_tag.bin";
-  if (std::getenv("VYRAX_REGENERATE_GOLDEN") != nullptr) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(packed.data()),
-                                                static_cast<std::streamsize>(packed.size()));
-  }
-  std::ifstream file(path, std::ios::binary);
-  ASSERT_TRUE(file) << path;
-  std::vector<unsigned char> golden((std::istreambuf_iterator<char>(file)),
-                                    std::istreambuf_iterator<char>());
+  std::vector<unsigned char> golden = Golden("vyr_tag.bin", packed);
   EXPECT_EQ(packed, golden);
   std::unique_ptr<QEN_IInterface> rebuilt = Extract(golden);
   ASSERT_NE(rebuilt, nullptr);

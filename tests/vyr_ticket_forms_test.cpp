@@ -3,8 +3,6 @@
 // for white space and names, hostile input, and the listing.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
 #include <iterator>
 #include <memory>
 #include <sstream>
@@ -12,40 +10,15 @@
 #include <utility>
 #include <vector>
 
+#include "stream_test_support.h"
 #include "vyr_ticket_samples.h"
 
 using namespace ticket_samples;
 
 namespace {
 
-class TicketFormsTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
-};
-
-// Notes each call a class makes on a packing stream; an object by its class
-// name, so that a QEN_TAny shows the kind of number it holds.
-class RecordingStream : public QEN_IPacking {
- public:
-  std::vector<std::string> calls;
-  QEN_IPacking& operator<<(const QEN_IPackable& o) override { return Note(o.ClassName()); }
-  QEN_IPacking& operator<<(double) override { return Note("double"); }
-  QEN_IPacking& operator<<(bool) override { return Note("bool"); }
-  QEN_IPacking& operator<<(unsigned long long) override { return Note("u64"); }
-  QEN_IPacking& operator<<(unsigned) override { return Note("u32"); }
-  QEN_IPacking& operator<<(unsigned short) override { return Note("u16"); }
-  QEN_IPacking& operator<<(unsigned char) override { return Note("u8"); }
-  QEN_IPacking& operator<<(int) override { return Note("i32"); }
-  QEN_IPacking& PutBytes(const void*, unsigned) override { return Note("bytes"); }
-  QEN_IPacking& PackBeginClass(const char*) override { return Note("begin"); }
-  QEN_IPacking& PackEndClass(const char*) override { return Note("end"); }
-
- private:
-  QEN_IPacking& Note(std::string call) {
-    calls.push_back(std::move(call));
-    return *this;
-  }
-};
+using test_support::Golden;
+using TicketFormsTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__>;
 
 typedef std::vector<std::string> Items;
 
@@ -65,26 +38,12 @@ const Items kBasicInfo = {"i32",         "i32",         "QEN_TUInt32", "QEN_TUIn
 const Items kExtendedInfo = {"bool", "QEN_TDict"};
 const Items kExternalRefs = {"bool", "QEN_TList"};
 
+// Each call the ticket makes on a packing stream; an object by its class
+// name, so that a QEN_TAny shows the kind of number it holds.
 Items Record(const VYR_TImageTicket& ticket) {
-  RecordingStream recorder;
+  test_support::RecordingStream recorder(test_support::RecordingStream::kKinds);
   ticket.QEN_Pack(recorder);
   return recorder.calls;
-}
-
-std::string GoldenPath(const std::string& name) {
-  return std::string(VYRAX_TEST_DATA_DIR) + "/golden/" + name;
-}
-
-// The golden file's bytes; rewritten first from `current` when
-// VYRAX_REGENERATE_GOLDEN is set.
-std::string Golden(const std::string& name, const std::string& current) {
-  std::string path = GoldenPath(name);
-  if (std::getenv("VYRAX_REGENERATE_GOLDEN") != nullptr)
-    std::ofstream(path, std::ios::binary)
-        .write(current.data(), static_cast<std::streamsize>(current.size()));
-  std::ifstream file(path, std::ios::binary);
-  EXPECT_TRUE(file) << path;
-  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
 }
 
 std::string AsString(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
@@ -94,27 +53,25 @@ Bytes AsBytes(const std::string& text) { return Bytes(text.begin(), text.end());
 // QEN_Pack: `stored` is the level value in the stream and `groups` the
 // level whose groups follow.
 Bytes HandPacked(unsigned stored, unsigned version, unsigned groups) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream out(memory);
-  QEN_TDict internal;
-  internal["version"] = version;
-  out << QEN_TAny(stored) << internal << QEN_TString("old creator");
-  if (groups & 0x80) out << false;
-  if (groups & 0x340) out << false;
-  if (groups & 0x8) {
-    out << 1 << -1 << QEN_TAny(3u) << QEN_TAny(1u) << QEN_TAny(3u);
-    out << 300.0 << 300.0 << 11.0 << 8.5 << 3300u << 2550u;
-    out << 0.0 << 0.0 << 0.0 << 0.0 << QEN_TAny(11u) << QEN_TAny(0u);
-    out << static_cast<unsigned short>(4) << QEN_TAny(0u);
-  }
-  if (groups & 0x4) out << QEN_TString("OldReader");
-  if (groups & 0x2) out << QEN_TString("TIFF") << QEN_TString("5.0");
-  if (groups & 0x1) {
-    out << static_cast<unsigned char>(0) << QEN_TURL("file:///old.tif") << QEN_TTime(1000000)
-        << 1234ULL;
-  }
-  out.Flush();
-  return Bytes(memory.Data(), memory.Data() + memory.Length());
+  return test_support::Packed([&](QEN_TDataStream& out) {
+    QEN_TDict internal;
+    internal["version"] = version;
+    out << QEN_TAny(stored) << internal << QEN_TString("old creator");
+    if (groups & 0x80) out << false;
+    if (groups & 0x340) out << false;
+    if (groups & 0x8) {
+      out << 1 << -1 << QEN_TAny(3u) << QEN_TAny(1u) << QEN_TAny(3u);
+      out << 300.0 << 300.0 << 11.0 << 8.5 << 3300u << 2550u;
+      out << 0.0 << 0.0 << 0.0 << 0.0 << QEN_TAny(11u) << QEN_TAny(0u);
+      out << static_cast<unsigned short>(4) << QEN_TAny(0u);
+    }
+    if (groups & 0x4) out << QEN_TString("OldReader");
+    if (groups & 0x2) out << QEN_TString("TIFF") << QEN_TString("5.0");
+    if (groups & 0x1) {
+      out << static_cast<unsigned char>(0) << QEN_TURL("file:///old.tif") << QEN_TTime(1000000)
+          << 1234ULL;
+    }
+  });
 }
 
 std::string Listing(const VYR_TImageTicket& ticket) {

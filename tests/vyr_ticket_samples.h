@@ -6,9 +6,9 @@
 #include <vyrax/vyr_reference.h>
 #include <vyrax/vyrax.h>
 
-#include <memory>
 #include <string>
-#include <vector>
+
+#include "stream_test_support.h"
 
 namespace ticket_samples {
 
@@ -85,52 +85,23 @@ inline VYR_TImageTicket Sample(unsigned level, bool realReferences = true) {
 
 // --- Streams --------------------------------------------------------------------
 
-typedef std::vector<unsigned char> Bytes;
+using test_support::Bytes;
+using test_support::Extract;
 
 // The ticket's own items, without the class identification in front.
-inline Bytes PackBare(const VYR_TImageTicket& ticket) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream stream(memory);
-  ticket.QEN_Pack(stream);
-  stream.Flush();
-  return Bytes(memory.Data(), memory.Data() + memory.Length());
-}
+inline Bytes PackBare(const VYR_TImageTicket& ticket) { return test_support::PackContent(ticket); }
 
-inline void UnpackBare(Bytes bytes, VYR_TImageTicket& ticket) {
-  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
-                           static_cast<unsigned>(bytes.size()));
-  QEN_TDataStream stream(memory);
-  ticket.QEN_Unpack(stream);
+inline void UnpackBare(const Bytes& bytes, VYR_TImageTicket& ticket) {
+  test_support::UnpackContent(bytes, ticket);
 }
 
 // With the class identification: what a proxy or a metadata store holds.
-inline Bytes PackObject(const QEN_IPackable& object) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream stream(memory);
-  stream << object;
-  stream.Flush();
-  return Bytes(memory.Data(), memory.Data() + memory.Length());
-}
+inline Bytes PackObject(const QEN_IPackable& object) { return test_support::Pack(object); }
 
-inline std::unique_ptr<QEN_IInterface> Extract(Bytes bytes) {
-  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
-                           static_cast<unsigned>(bytes.size()));
-  QEN_TDataStream stream(memory);
-  return std::unique_ptr<QEN_IInterface>(stream.Extract(true));
-}
+inline std::string WriteText(const VYR_TImageTicket& ticket) { return test_support::Write(ticket); }
 
-inline std::string WriteText(const VYR_TImageTicket& ticket) {
-  QEN_TMemoryStream memory;
-  QEN_THumanReadableStream stream(memory);
-  ticket.WriteTo(stream);
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
-
-inline void ReadText(std::string text, VYR_TImageTicket& ticket) {
-  QEN_TMemoryStream memory(&text[0], static_cast<unsigned>(text.size()),
-                           static_cast<unsigned>(text.size()));
-  QEN_THumanReadableStream stream(memory);
-  ticket.ReadFrom(stream);
+inline void ReadText(const std::string& text, VYR_TImageTicket& ticket) {
+  test_support::ReadInto(ticket, text);
 }
 
 }  // namespace ticket_samples

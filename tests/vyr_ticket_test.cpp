@@ -11,16 +11,14 @@
 #include <utility>
 #include <vector>
 
+#include "stream_test_support.h"
 #include "vyr_ticket_samples.h"
 
 using namespace ticket_samples;
 
 namespace {
 
-class TicketTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__()); }
-};
+using TicketTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__>;
 
 unsigned Version(const VYR_TImageTicket& ticket) {
   return static_cast<unsigned>(ticket.Internal("version"));
@@ -243,10 +241,17 @@ TEST_F(TicketTest, EqualityStopsAtTheNamedLevels) {
       {15, "subtype", [](VYR_TTicketWriter& w) { w.SetImageSubtype(VYR_SubtypeFP); }, true},
       {15, "extended", [](VYR_TTicketWriter& w) { w.ExtendedInfo()["x"] = 1u; }, true},
       {127, "image type", [](VYR_TTicketWriter& w) { w.SetImageType(VYR_TypeIcon); }, true},
-      {127, "extended", [](VYR_TTicketWriter& w) { w.ExtendedInfo()["x"] = 1u; }, false},
-      // Above level 15 both objects must match.
-      {0x6FFF, "references", [](VYR_TTicketWriter& w) { w.ExternalRefs().Clear(); }, false},
-      {0x6FFF, "extended", [](VYR_TTicketWriter& w) { w.ExtendedInfo().Clear(); }, false},
+      // Above level 15 matching ExtendedInfo settle it, else the references.
+      // At 127 neither ticket has references, so those match.
+      {127, "extended", [](VYR_TTicketWriter& w) { w.ExtendedInfo()["x"] = 1u; }, true},
+      {0x6FFF, "references", [](VYR_TTicketWriter& w) { w.ExternalRefs().Clear(); }, true},
+      {0x6FFF, "extended", [](VYR_TTicketWriter& w) { w.ExtendedInfo().Clear(); }, true},
+      {0x6FFF, "both",
+       [](VYR_TTicketWriter& w) {
+         w.ExtendedInfo().Clear();
+         w.ExternalRefs().Clear();
+       },
+       false},
       // Levels that aren't named compare every group.
       {0x2, "file", [](VYR_TTicketWriter& w) { w.SetFileSize(1); }, false},
       {0x80, "basic", [](VYR_TTicketWriter& w) { w.SetNrRows(1); }, false},
@@ -264,19 +269,28 @@ TEST_F(TicketTest, EqualityStopsAtTheNamedLevels) {
   }
 }
 
-TEST_F(TicketTest, EqualityAboveBasicInfoNeedsBothObjectsToMatch) {
+TEST_F(TicketTest, EqualityAboveBasicInfoWithAMissingObject) {
   VYR_TImageTicket full = Sample(VYR_FillFullInfo);
   VYR_TImageTicket noInfo;
   Fill(noInfo, 0x6FFF & ~0x340u);
   VYR_TTicketWriter(noInfo).SetFillLevel(VYR_FillFullInfo);
   ASSERT_FALSE(noInfo.HasExtendedInfo());
-  // Only one side has the object: compared without touching the other.
-  EXPECT_FALSE(full == noInfo);
-  EXPECT_FALSE(noInfo == full);
+  ASSERT_TRUE(noInfo.HasExternalRefs());
+  // Only one side has ExtendedInfo: compared without touching the missing
+  // one, and the equal references decide.
+  EXPECT_TRUE(full == noInfo);
+  EXPECT_TRUE(noInfo == full);
+  // With the references different as well, the tickets differ.
+  VYR_TImageTicket otherRefs(noInfo);
+  VYR_TTicketWriter(otherRefs).ExternalRefs().Clear();
+  EXPECT_FALSE(full == otherRefs);
+  EXPECT_FALSE(otherRefs == full);
   // Present but empty is not the same as absent.
-  VYR_TImageTicket emptyInfo(noInfo);
+  VYR_TImageTicket emptyInfo(otherRefs);
   VYR_TTicketWriter(emptyInfo).ExtendedInfo();
-  EXPECT_FALSE(emptyInfo == noInfo);
+  VYR_TImageTicket absentInfo(otherRefs);
+  VYR_TTicketWriter(absentInfo).ExternalRefs().AddAtTail(QEN_TAny(1u));
+  EXPECT_FALSE(emptyInfo == absentInfo);
   EXPECT_TRUE(VYR_TImageTicket(emptyInfo) == emptyInfo);
 }
 
