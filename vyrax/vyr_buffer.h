@@ -161,9 +161,9 @@ class VYR_API VYR_TBuffPriv : public QEN_TObject, public virtual VYR_IBuffer {
   unsigned char* mData;
   mutable VYR_TBuffPriv* mReservation;
   unsigned int mSize;
-  // Written under the ring lock; atomic so that a member may ask, without
-  // the lock, whether it is alone.
-  mutable std::atomic<VYR_TBuffPriv*> mLink;
+  // Written under the ring lock, with atomic stores, so that a member may
+  // ask without the lock whether it is alone.
+  mutable VYR_TBuffPriv* mLink;
 };
 
 // The packable handle: owns exactly one buffer and forwards to it. Its packed

@@ -52,7 +52,7 @@ class VYR_API VYR_TImageTicket : public QEN_TObject,
 
  public:
   // NrPages and RelatedIndex when they have no meaning: -1.
-  static const int sInvalidValue;
+  static int sInvalidValue;
 
   // An Empty ticket whose Internal holds only "version" = 11014.
   VYR_TImageTicket();
@@ -69,10 +69,10 @@ class VYR_API VYR_TImageTicket : public QEN_TObject,
   ~VYR_TImageTicket() override;
 
   // Compares group by group and stops at the named levels 0, 1, 3, 7 and 15.
-  // ImageType and ImageSubtype take no part. At any other level the tickets
-  // are equal only when both ExtendedInfo and both ExternalRefs match, each
-  // pair being both absent or both present with equal contents: a ticket
-  // whose extended description or references differ is a different ticket.
+  // ImageType and ImageSubtype take no part. At any other level two tickets
+  // whose ExtendedInfo match (both absent, or both present with equal
+  // contents) are equal at once; otherwise they are equal when their
+  // ExternalRefs match in the same sense. A missing object is never read.
   bool operator==(const VYR_TImageTicket& other) const;
   bool operator!=(const VYR_TImageTicket& other) const { return !(*this == other); }
 

@@ -2,6 +2,7 @@
 #ifndef VYRAX_H
 #define VYRAX_H
 
+#include <ordonotes/ordonotes.h>
 #include <qen/qen.h>
 
 #include "vyrax/vyr_api.h"

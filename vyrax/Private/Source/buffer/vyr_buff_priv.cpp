@@ -75,26 +75,34 @@ VYR_TBuffPriv::~VYR_TBuffPriv() {
   FreeReservation();
 }
 
+namespace {
+// The links are plain pointers read and written with atomic operations.
+VYR_TBuffPriv* LoadLink(VYR_TBuffPriv* const& link, int order) { return __atomic_load_n(&link, order); }
+void StoreLink(VYR_TBuffPriv*& link, VYR_TBuffPriv* value, int order) {
+  __atomic_store_n(&link, value, order);
+}
+}  // namespace
+
 void VYR_TBuffPriv::Link(VYR_TBuffPriv* other) const {
   if (other == nullptr) VYR_THROW(VYR_EBufferCannotLink);
   QEN_TWriteGuard guard(vyr::RingLock());
-  other->mLink.store(mLink.load(std::memory_order_relaxed), std::memory_order_relaxed);
-  mLink.store(other, std::memory_order_release);
+  StoreLink(other->mLink, LoadLink(mLink, __ATOMIC_RELAXED), __ATOMIC_RELAXED);
+  StoreLink(mLink, other, __ATOMIC_RELEASE);
 }
 
 bool VYR_TBuffPriv::Unlink() {
-  if (mLink.load(std::memory_order_acquire) == this) return true;
+  if (LoadLink(mLink, __ATOMIC_ACQUIRE) == this) return true;
   QEN_TWriteGuard guard(vyr::RingLock());
-  VYR_TBuffPriv* const next = mLink.load(std::memory_order_relaxed);
+  VYR_TBuffPriv* const next = LoadLink(mLink, __ATOMIC_RELAXED);
   // The others may have left while this one waited for the lock.
   if (next == this) return true;
   VYR_TBuffPriv* before = next;
-  while (before->mLink.load(std::memory_order_relaxed) != this)
-    before = before->mLink.load(std::memory_order_relaxed);
+  while (LoadLink(before->mLink, __ATOMIC_RELAXED) != this)
+    before = LoadLink(before->mLink, __ATOMIC_RELAXED);
   // Release: what this member did with the bytes happens before the last
   // member, which reads its own link without the lock, frees them.
-  before->mLink.store(next, std::memory_order_release);
-  mLink.store(this, std::memory_order_relaxed);
+  StoreLink(before->mLink, next, __ATOMIC_RELEASE);
+  StoreLink(mLink, this, __ATOMIC_RELAXED);
   return false;
 }
 

@@ -12,7 +12,7 @@
 
 using namespace vyr_ticket;
 
-const int VYR_TImageTicket::sInvalidValue = -1;
+int VYR_TImageTicket::sInvalidValue = -1;
 
 VYR_TImageTicket::VYR_TImageTicket() { EnsureVersion(); }
 
@@ -187,7 +187,8 @@ bool VYR_TImageTicket::operator==(const VYR_TImageTicket& other) const {
     return false;
   if (mFillLevel == VYR_FillBasicInfo) return true;
 
-  return SameObject(mExtendedInfo, other.mExtendedInfo) &&
+  // Matching extended descriptions settle it; otherwise the references do.
+  return SameObject(mExtendedInfo, other.mExtendedInfo) ||
          SameObject(mExternalRefs, other.mExternalRefs);
 }
 
