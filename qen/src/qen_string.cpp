@@ -618,7 +618,7 @@ std::string QEN_TString::QuoteForText() const {
 }
 
 bool QEN_TString::WriteTo(QEN_THumanReadableStream& out) const {
-  out << QuoteForText().c_str();
+  out.WriteQuoted(*this);
   return false;
 }
 

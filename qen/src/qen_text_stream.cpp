@@ -34,34 +34,9 @@ bool IsLetter(QEN_TUniChar c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c 
 bool IsNameStart(QEN_TUniChar c) { return IsLetter(c) || c == '_'; }
 bool IsNameChar(QEN_TUniChar c) { return IsNameStart(c) || IsDigit(c); }
 bool IsHighSurrogate(QEN_TUniChar c) { return c >= 0xD800 && c <= 0xDBFF; }
-bool IsLowSurrogate(QEN_TUniChar c) { return c >= 0xDC00 && c <= 0xDFFF; }
 
 bool InSet(const QEN_TString& set, QEN_TUniChar c) {
   return set.Chars().find(c) != std::u16string::npos;
-}
-
-void AppendUtf8(std::string& out, unsigned codePoint) {
-  if (codePoint < 0x80) {
-    out += static_cast<char>(codePoint);
-  } else if (codePoint < 0x800) {
-    out += static_cast<char>(0xC0 | (codePoint >> 6));
-    out += static_cast<char>(0x80 | (codePoint & 0x3F));
-  } else if (codePoint < 0x10000) {
-    out += static_cast<char>(0xE0 | (codePoint >> 12));
-    out += static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (codePoint & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (codePoint >> 18));
-    out += static_cast<char>(0x80 | ((codePoint >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (codePoint & 0x3F));
-  }
-}
-
-void AppendEscape(std::string& out, QEN_TUniChar c) {
-  static const char kHex[] = "0123456789ABCDEF";
-  out += "\\u";
-  for (int shift = 12; shift >= 0; shift -= 4) out += kHex[(c >> shift) & 0xF];
 }
 
 // A character as it appears in a message: 'x' when printable, U+XXXX else.
@@ -340,46 +315,10 @@ QEN_THumanReadableStream& QEN_THumanReadableStream::WriteObject(const QEN_IHuman
   return *this;
 }
 
+// The string knows its quoted form; ReadQuoted below is its reader.
 QEN_THumanReadableStream& QEN_THumanReadableStream::WriteQuoted(const QEN_TString& text) {
-  const std::u16string& chars = text.Chars();
-  std::string out;
-  out.reserve(chars.size() + 2);
-  out += '"';
-  for (std::size_t i = 0; i < chars.size(); ++i) {
-    QEN_TUniChar c = chars[i];
-    switch (c) {
-      case '"':
-        out += "\\\"";
-        continue;
-      case '\\':
-        out += "\\\\";
-        continue;
-      case '\n':
-        out += "\\n";
-        continue;
-      case '\r':
-        out += "\\r";
-        continue;
-      case '\t':
-        out += "\\t";
-        continue;
-      default:
-        break;
-    }
-    if (c < 0x20 || c == 0x7F) {
-      AppendEscape(out, c);
-    } else if (IsHighSurrogate(c) && i + 1 < chars.size() && IsLowSurrogate(chars[i + 1])) {
-      AppendUtf8(out, 0x10000 + ((c - 0xD800) << 10) + (chars[i + 1] - 0xDC00));
-      ++i;
-    } else if (IsHighSurrogate(c) || IsLowSurrogate(c)) {
-      // A lone half has no UTF-8 form; the escape keeps it exactly.
-      AppendEscape(out, c);
-    } else {
-      AppendUtf8(out, c);
-    }
-  }
-  out += '"';
-  WriteRaw(out.data(), static_cast<unsigned>(out.size()));
+  const std::string quoted = text.QuoteForText();
+  WriteRaw(quoted.data(), static_cast<unsigned>(quoted.size()));
   return *this;
 }
 
