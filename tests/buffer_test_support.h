@@ -7,10 +7,13 @@
 #include <ftw.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -23,19 +26,17 @@
 
 namespace buffertest {
 
+typedef std::unique_ptr<const VYR_IBuffer> Owned;
+
 // A folder under /tmp, removed with everything in it at the end.
 class TempDir {
  public:
   TempDir() {
     char pattern[] = "/tmp/vyrax-buffer-XXXXXX";
-    const char* made = mkdtemp(pattern);
-    if (made == nullptr) return;
     char resolved[PATH_MAX];
     // /proc/self/maps shows the resolved path.
-    mPath = realpath(made, resolved) != nullptr ? resolved : made;
+    if (mkdtemp(pattern) != nullptr) mPath = realpath(pattern, resolved) != nullptr ? resolved : pattern;
   }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
   ~TempDir() {
     if (!mPath.empty())
       nftw(mPath.c_str(), [](const char* path, const struct stat*, int, struct FTW*) { return ::remove(path); },
@@ -55,33 +56,38 @@ inline std::vector<unsigned char> Pattern(size_t size, unsigned seed = 7) {
   return bytes;
 }
 
-inline std::string WriteFile(const std::string& path, const std::vector<unsigned char>& bytes) {
+inline std::vector<unsigned char> Part(const std::vector<unsigned char>& bytes, size_t from, size_t count) {
+  return std::vector<unsigned char>(bytes.begin() + from, bytes.begin() + from + count);
+}
+
+template <class Bytes>
+inline std::string WriteFile(const std::string& path, const Bytes& bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   return path;
 }
 
-inline std::string WriteFile(const std::string& path, const std::string& text) {
-  return WriteFile(path, std::vector<unsigned char>(text.begin(), text.end()));
+inline std::vector<unsigned char> BytesOf(const VYR_IBuffer& buffer) {
+  const unsigned char* first = static_cast<const unsigned char*>(buffer.Buffer());
+  return std::vector<unsigned char>(first, first + buffer.Size());
+}
+
+inline bool EndsWith(const std::string& line, const std::string& tail) {
+  return line.size() >= tail.size() && line.compare(line.size() - tail.size(), tail.size(), tail) == 0;
 }
 
 // The number of mappings of `path` that the process has now.
 inline unsigned MappingsOf(const std::string& path) {
   std::ifstream maps("/proc/self/maps");
   unsigned count = 0;
-  std::string line;
-  while (std::getline(maps, line)) {
-    if (line.size() >= path.size() && line.compare(line.size() - path.size(), path.size(), path) == 0)
-      ++count;
-  }
+  for (std::string line; std::getline(maps, line);) count += EndsWith(line, path);
   return count;
 }
 
 // Open file descriptors of the process.
 inline unsigned OpenDescriptors() {
   unsigned count = 0;
-  for (int fd = 0; fd < 1024; ++fd)
-    if (fcntl(fd, F_GETFD) != -1) ++count;
+  for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) != -1;
   return count;
 }
 
@@ -89,10 +95,7 @@ inline unsigned OpenDescriptors() {
 class LogCapture {
  public:
   LogCapture() { QENMESG_SetSink(&LogCapture::Take, this); }
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
   ~LogCapture() { QENMESG_SetSink(nullptr, nullptr); }
-
   std::vector<std::string> Lines() {
     std::lock_guard<std::mutex> guard(mMutex);
     return mLines;
@@ -108,39 +111,36 @@ class LogCapture {
   std::vector<std::string> mLines;
 };
 
-// The system error that a failure carries as its data, or null.
-inline const VYR_ESystemError* SystemErrorIn(const QEN_EException& failure) {
-  const QEN_IPackable* data = failure.QEN_Data().Object();
-  if (data == nullptr) return nullptr;
-  return static_cast<const VYR_ESystemError*>(data->DynamicCast("VYR_ESystemError"));
-}
-
-// Element `index` of an exception's data array.
-inline const QEN_TAny& DataItem(const QEN_EException& failure, unsigned index) {
-  const QEN_IPackable* data = failure.QEN_Data().Object();
-  const QEN_TArray* array =
-      data != nullptr ? static_cast<const QEN_TArray*>(data->DynamicCast("QEN_TArray")) : nullptr;
-  static const QEN_TAny nothing;
-  if (array == nullptr || index >= array->Size()) return nothing;
-  return (*array)[index];
-}
-
+// The text in an exception's data, or in element `index` of its data array.
 inline std::string TextOf(const QEN_TAny& value) {
   const QEN_IPackable* object = value.Object();
-  const QEN_TString* text =
-      object != nullptr ? static_cast<const QEN_TString*>(object->DynamicCast("QEN_TString")) : nullptr;
+  const QEN_TString* text = object ? static_cast<const QEN_TString*>(object->DynamicCast("QEN_TString")) : nullptr;
   return text != nullptr ? text->c_str() : std::string();
+}
+inline const QEN_TAny& DataItem(const QEN_EException& failure, unsigned index) {
+  const QEN_IPackable* data = failure.QEN_Data().Object();
+  const QEN_TArray* array = data ? static_cast<const QEN_TArray*>(data->DynamicCast("QEN_TArray")) : nullptr;
+  static const QEN_TAny nothing;
+  return array != nullptr && index < array->Size() ? (*array)[index] : nothing;
+}
+
+// Checks the system error inside a failure: its number, the system's text for
+// it and, where given, its message and the name it was about.
+inline void ExpectSystemError(const QEN_EException& failure, int code, const char* message = nullptr,
+                              const std::string& name = std::string()) {
+  const QEN_IPackable* data = failure.QEN_Data().Object();
+  const VYR_ESystemError* system =
+      data ? static_cast<const VYR_ESystemError*>(data->DynamicCast("VYR_ESystemError")) : nullptr;
+  ASSERT_NE(system, nullptr);
+  EXPECT_EQ(DataItem(*system, 0).AsInt64(), code);
+  EXPECT_EQ(TextOf(DataItem(*system, 1)), std::strerror(code));
+  if (message != nullptr) { EXPECT_STREQ(system->QEN_Message().c_str(), message); }
+  if (!name.empty()) { EXPECT_EQ(TextOf(DataItem(*system, 2)), name); }
 }
 
 // Withdraws injected faults and restores the public statics on the way out.
 class PlatformGuard {
  public:
-  PlatformGuard()
-      : mDelay(VYR_TFileBuffer::sRetryDelay),
-        mRetries(VYR_TFileBuffer::sNrOfRetries),
-        mBlock(VYR_TFileBuffer::sAllocationBlock) {}
-  PlatformGuard(const PlatformGuard&) = delete;
-  PlatformGuard& operator=(const PlatformGuard&) = delete;
   ~PlatformGuard() {
     VYR_PlatformClearFaults();
     VYR_TFileBuffer::sRetryDelay = mDelay;
@@ -149,15 +149,10 @@ class PlatformGuard {
   }
 
  private:
-  unsigned mDelay;
-  unsigned mRetries;
-  unsigned mBlock;
+  unsigned mDelay = VYR_TFileBuffer::sRetryDelay;
+  unsigned mRetries = VYR_TFileBuffer::sNrOfRetries;
+  unsigned mBlock = VYR_TFileBuffer::sAllocationBlock;
 };
-
-inline std::vector<unsigned char> BytesOf(const VYR_IBuffer& buffer) {
-  const unsigned char* first = static_cast<const unsigned char*>(buffer.Buffer());
-  return std::vector<unsigned char>(first, first + buffer.Size());
-}
 
 }  // namespace buffertest
 

@@ -14,9 +14,7 @@
 #include <unistd.h>
 #include <vyrax/vyrax.h>
 
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -38,8 +36,6 @@ class TempDir {
     text.push_back('\0');
     if (const char* made = mkdtemp(text.data())) mPath = made;
   }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
   ~TempDir() {
     if (!mPath.empty())
       nftw(
@@ -90,11 +86,7 @@ inline QEN_TURL UrlOf(const std::string& path) { return QEN_TURL::LocalToURL(pat
 
 // Sets the modification time of a file, to the nanosecond.
 inline bool SetModificationTime(const std::string& path, long long seconds, long nanoseconds) {
-  struct timespec times[2];
-  times[0].tv_sec = 0;
-  times[0].tv_nsec = UTIME_OMIT;
-  times[1].tv_sec = static_cast<time_t>(seconds);
-  times[1].tv_nsec = nanoseconds;
+  const struct timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(seconds), nanoseconds}};
   return ::utimensat(AT_FDCWD, path.c_str(), times, 0) == 0;
 }
 
@@ -132,8 +124,6 @@ class Lines {
     QENMESG_SetSink(&Lines::Take, this);
     VYR_DebugFlag |= traceMask;
   }
-  Lines(const Lines&) = delete;
-  Lines& operator=(const Lines&) = delete;
   ~Lines() {
     VYR_DebugFlag = mSavedFlags;
     QENMESG_SetSink(nullptr, nullptr);
@@ -149,10 +139,7 @@ class Lines {
       if (line.find(text) != std::string::npos) found.push_back(line);
     return found;
   }
-  void Clear() {
-    std::lock_guard<std::mutex> guard(mMutex);
-    mLines.clear();
-  }
+  size_t Count(const std::string& text) const { return With(text).size(); }
 
  private:
   static void Take(const char* line, void* context) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qen/qen.h"
@@ -19,7 +20,6 @@ using test_support::Pack;
 using AnyTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_qentypes__>;
 
 QEN_TAny UnpackAny(const Bytes& bytes) { return test_support::Unpack<QEN_TAny>(bytes); }
-QEN_TAny RoundTrip(const QEN_TAny& any) { return UnpackAny(Pack(any)); }
 std::string Text(const QEN_TAny& any) { return test_support::Write(any); }
 QEN_TAny FromText(const std::string& text) { return test_support::Read<QEN_TAny>(text); }
 
@@ -31,25 +31,8 @@ std::string Printed(const QEN_TAny& any) {
 
 void SomeFunction() {}
 
-// Every kind the variant packs, each with a value at an edge of its range.
-std::vector<QEN_TAny> AllPackableKinds() {
-  std::vector<QEN_TAny> kinds;
-  kinds.emplace_back();
-  kinds.emplace_back(true);
-  kinds.emplace_back(static_cast<unsigned char>(255));
-  kinds.emplace_back(static_cast<unsigned short>(65535));
-  kinds.emplace_back(4294967295u);
-  kinds.emplace_back(18446744073709551615ull);
-  kinds.emplace_back(std::numeric_limits<int>::min());
-  kinds.emplace_back(std::numeric_limits<long long>::min());
-  kinds.emplace_back(-0.1);
-  kinds.emplace_back("text with \"quotes\" and\nline");
-  return kinds;
-}
-
 TEST_F(AnyTest, NumbersAnswerToTheNameOfTheirWidth) {
   QEN_TAny small(static_cast<unsigned char>(7));
-  EXPECT_STREQ(small.ClassName(), "QEN_TUInt8");
   EXPECT_TRUE(small.HasSuperclass("QEN_TUInt8"));
   EXPECT_TRUE(small.HasSuperclass("QEN_TAny"));
   EXPECT_TRUE(small.HasSuperclass("QEN_TObject"));
@@ -59,22 +42,16 @@ TEST_F(AnyTest, NumbersAnswerToTheNameOfTheirWidth) {
   EXPECT_EQ(*inside, 7);
   EXPECT_EQ(small.DynamicCast("QEN_TUInt32"), nullptr);
 
-  QEN_TAny wide(7u);
-  EXPECT_STREQ(wide.ClassName(), "QEN_TUInt32");
-  EXPECT_TRUE(wide.HasSuperclass("QEN_TUInt32"));
-  EXPECT_FALSE(wide.HasSuperclass("QEN_TUInt8"));
-
-  EXPECT_STREQ(QEN_TAny(true).ClassName(), "QEN_TBool");
-  EXPECT_STREQ(QEN_TAny(-1).ClassName(), "QEN_TInt32");
-  EXPECT_STREQ(QEN_TAny(-1ll).ClassName(), "QEN_TInt64");
-  EXPECT_STREQ(QEN_TAny(1ull).ClassName(), "QEN_TUInt64");
-  EXPECT_STREQ(QEN_TAny(static_cast<unsigned short>(1)).ClassName(), "QEN_TUInt16");
-  EXPECT_STREQ(QEN_TAny(1.0).ClassName(), "QEN_TDouble");
-  EXPECT_STREQ(QEN_TAny().ClassName(), "QEN_TAny");
   QEN_TAny pointer;
   pointer = static_cast<const void*>(&pointer);
-  EXPECT_STREQ(pointer.ClassName(), "QEN_TAny");
+  const std::pair<QEN_TAny, const char*> names[] = {
+      {small, "QEN_TUInt8"}, {QEN_TAny(7u), "QEN_TUInt32"}, {QEN_TAny(true), "QEN_TBool"},
+      {QEN_TAny(-1), "QEN_TInt32"}, {QEN_TAny(-1ll), "QEN_TInt64"},
+      {QEN_TAny(1ull), "QEN_TUInt64"}, {QEN_TAny(static_cast<unsigned short>(1)), "QEN_TUInt16"},
+      {QEN_TAny(1.0), "QEN_TDouble"}, {QEN_TAny(), "QEN_TAny"}, {pointer, "QEN_TAny"}};
+  for (const auto& entry : names) EXPECT_STREQ(entry.first.ClassName(), entry.second);
   // The frame itself still answers for the variant.
+  QEN_TAny wide(7u);
   EXPECT_STREQ(wide.ClassObject().name, "QEN_TAny");
   EXPECT_EQ(wide.DynamicCast("QEN_TAny"), static_cast<void*>(&wide));
 }
@@ -82,7 +59,6 @@ TEST_F(AnyTest, NumbersAnswerToTheNameOfTheirWidth) {
 TEST_F(AnyTest, AnObjectSpeaksForTheVariant) {
   QEN_TAny any(QEN_TString("inside"));
   EXPECT_STREQ(any.ClassName(), "QEN_TString");
-  EXPECT_TRUE(any.HasSuperclass("QEN_TString"));
   EXPECT_TRUE(any.HasSuperclass("QEN_TAny"));
   EXPECT_TRUE(any.HasInterface("QEN_IHashable")) << "an interface of the content";
   const QEN_TString* text = static_cast<const QEN_TString*>(any.DynamicCast("QEN_TString"));
@@ -91,8 +67,7 @@ TEST_F(AnyTest, AnObjectSpeaksForTheVariant) {
   EXPECT_EQ(any.DynamicCast("QEN_TDict"), nullptr);
 
   // An exception goes in by copy and comes back by name, as throwing does.
-  QEN_EStreamException thrown(QEN_TString("message"));
-  QEN_TAny holder(thrown);
+  QEN_TAny holder(QEN_EStreamException(QEN_TString("message")));
   EXPECT_NE(holder.DynamicCast("QEN_EException"), nullptr);
   EXPECT_TRUE(holder.HasSuperclass("QEN_EStreamException"));
 }
@@ -100,35 +75,27 @@ TEST_F(AnyTest, AnObjectSpeaksForTheVariant) {
 TEST_F(AnyTest, ConversionsCheckTheRange) {
   EXPECT_EQ(static_cast<unsigned>(QEN_TAny(static_cast<unsigned char>(200))), 200u);
   EXPECT_EQ(static_cast<unsigned char>(QEN_TAny(255u)), 255);
-  EXPECT_THROW(static_cast<unsigned char>(QEN_TAny(256u)), QEN_EAnyConversion);
-  EXPECT_THROW(static_cast<unsigned>(QEN_TAny(-1)), QEN_EAnyConversion);
-  EXPECT_THROW(static_cast<unsigned>(QEN_TAny(4294967296ull)), QEN_EAnyConversion);
-  EXPECT_EQ(static_cast<unsigned>(QEN_TAny(true)), 1u);
-
   // A double is truncated when it fits.
   EXPECT_EQ(static_cast<unsigned>(QEN_TAny(3.99)), 3u);
   EXPECT_EQ(static_cast<unsigned>(QEN_TAny(-0.5)), 0u);
   EXPECT_EQ(QEN_TAny(-2.7).AsInt32(), -2);
+  EXPECT_EQ(QEN_TAny(-9223372036854775808.0).AsInt64(), std::numeric_limits<long long>::min());
+  EXPECT_EQ(QEN_TAny(-2147483648ll).AsInt32(), std::numeric_limits<int>::min());
+  EXPECT_FALSE(static_cast<bool>(QEN_TAny(0.0)));
+
+  EXPECT_THROW(static_cast<unsigned char>(QEN_TAny(256u)), QEN_EAnyConversion);
+  EXPECT_THROW(static_cast<unsigned>(QEN_TAny(4294967296ull)), QEN_EAnyConversion);
   EXPECT_THROW(static_cast<unsigned>(QEN_TAny(-1.0)), QEN_EAnyConversion);
   EXPECT_THROW(static_cast<unsigned>(QEN_TAny(4294967296.0)), QEN_EAnyConversion);
   EXPECT_THROW(QEN_TAny(1e19).AsInt64(), QEN_EAnyConversion);
   EXPECT_THROW(QEN_TAny(18446744073709551616.0).AsUInt64(), QEN_EAnyConversion);
   EXPECT_THROW(QEN_TAny(std::nan("")).AsUInt64(), QEN_EAnyConversion);
-  EXPECT_EQ(QEN_TAny(-9223372036854775808.0).AsInt64(), std::numeric_limits<long long>::min());
-
   EXPECT_THROW(QEN_TAny(9223372036854775808ull).AsInt64(), QEN_EAnyConversion);
   EXPECT_THROW(QEN_TAny(2147483648u).AsInt32(), QEN_EAnyConversion);
   EXPECT_THROW(QEN_TAny(-2147483649ll).AsInt32(), QEN_EAnyConversion);
-  EXPECT_EQ(QEN_TAny(-2147483648ll).AsInt32(), std::numeric_limits<int>::min());
-  EXPECT_DOUBLE_EQ(static_cast<double>(QEN_TAny(-5)), -5.0);
-  EXPECT_FALSE(static_cast<bool>(QEN_TAny(0.0)));
-  EXPECT_TRUE(static_cast<bool>(QEN_TAny(static_cast<unsigned short>(2))));
-}
-
-TEST_F(AnyTest, WhatIsNoNumberDoesNotConvertToOne) {
-  QEN_TAny text("12");
-  EXPECT_THROW(static_cast<unsigned>(text), QEN_EAnyConversion);
-  EXPECT_THROW(static_cast<double>(text), QEN_EAnyConversion);
+  // What is no number does not convert to one.
+  EXPECT_THROW(static_cast<unsigned>(QEN_TAny("12")), QEN_EAnyConversion);
+  EXPECT_THROW(static_cast<double>(QEN_TAny("12")), QEN_EAnyConversion);
   EXPECT_THROW(static_cast<bool>(QEN_TAny()), QEN_EAnyConversion);
   try {
     static_cast<unsigned>(QEN_TAny(-3));
@@ -141,13 +108,12 @@ TEST_F(AnyTest, WhatIsNoNumberDoesNotConvertToOne) {
   }
 }
 
-TEST_F(AnyTest, PointersComeBackByTheMatchingConversion) {
+TEST_F(AnyTest, PointersComeBackByTheMatchingConversionAndAreNotPacked) {
   int target = 0;
-  QEN_TAny pointer;
+  QEN_TAny pointer, function;
   pointer = static_cast<const void*>(&target);
-  EXPECT_EQ(static_cast<const void*>(pointer), &target);
-  QEN_TAny function;
   function = &SomeFunction;
+  EXPECT_EQ(static_cast<const void*>(pointer), &target);
   EXPECT_EQ(static_cast<QEN_TAny::Function>(function), &SomeFunction);
   EXPECT_THROW(static_cast<QEN_TAny::Function>(pointer), QEN_EAnyConversion);
   EXPECT_THROW(static_cast<const void*>(function), QEN_EAnyConversion);
@@ -155,13 +121,16 @@ TEST_F(AnyTest, PointersComeBackByTheMatchingConversion) {
   // Nothing is the null pointer, so a missing entry reads as no function.
   EXPECT_EQ(static_cast<QEN_TAny::Function>(QEN_TAny()), nullptr);
   EXPECT_THROW(static_cast<QEN_TAny::Function>(QEN_TAny("f")), QEN_EAnyConversion);
+
+  EXPECT_THROW(Pack(pointer), QEN_EStreamException);
+  EXPECT_THROW(Pack(function), QEN_EStreamException);
+  EXPECT_THROW(Text(function), QEN_EStreamException);
 }
 
 TEST_F(AnyTest, EqualityIsKindAndValue) {
   EXPECT_TRUE(QEN_TAny() == QEN_TAny::Illegal());
   EXPECT_TRUE(QEN_TAny(0u) != QEN_TAny::Illegal());
   EXPECT_FALSE(QEN_TAny(static_cast<unsigned char>(5)) == QEN_TAny(5u)) << "kinds differ";
-  EXPECT_TRUE(QEN_TAny("a") == QEN_TAny("a"));
   EXPECT_FALSE(QEN_TAny("a") == QEN_TAny("b"));
   EXPECT_FALSE(QEN_TAny(std::nan("")) == QEN_TAny(std::nan("")));
   QEN_TAny cleared(5u);
@@ -172,27 +141,22 @@ TEST_F(AnyTest, EqualityIsKindAndValue) {
   EXPECT_FALSE(QEN_TAny(1u).QEN_IsIdent(QEN_TString("a")));
 }
 
-TEST_F(AnyTest, CopiesOwnTheirObjects) {
+TEST_F(AnyTest, OwnershipOfTheContent) {
   QEN_TAny original("one");
   QEN_TAny copy(original);
   *static_cast<QEN_TString*>(copy.DynamicCast("QEN_TString")) = QEN_TString("two");
-  EXPECT_TRUE(original == QEN_TAny("one"));
-  EXPECT_TRUE(copy == QEN_TAny("two"));
-
+  EXPECT_TRUE(original == QEN_TAny("one")) << "copies own their objects";
   // Assigning the variant's own content to it keeps it intact.
   original = *original.Object();
-  EXPECT_TRUE(original == QEN_TAny("one"));
   original = original;
   EXPECT_TRUE(original == QEN_TAny("one"));
-
   QEN_TAny moved(std::move(copy));
   EXPECT_TRUE(copy.IsNothing());
   EXPECT_TRUE(moved == QEN_TAny("two"));
   moved = 3u;
   EXPECT_STREQ(moved.ClassName(), "QEN_TUInt32") << "the object was replaced";
-}
 
-TEST_F(AnyTest, TakesOverAnOwnedObjectAndGivesItUp) {
+  // An owned object is taken over, not copied, and given up again.
   QEN_TAny any;
   QEN_TString* text = new QEN_TString("owned");
   any = static_cast<QEN_IPackable*>(text);
@@ -203,57 +167,37 @@ TEST_F(AnyTest, TakesOverAnOwnedObjectAndGivesItUp) {
   EXPECT_EQ(static_cast<void*>(back.get()), static_cast<QEN_IPackable*>(text));
   any = static_cast<QEN_IPackable*>(nullptr);
   EXPECT_TRUE(any.IsNothing());
-}
 
-TEST_F(AnyTest, AVariantGivenAsAnObjectIsNotNested) {
+  // A variant given as an object is not nested.
   QEN_TAny inner(static_cast<unsigned short>(9));
-  const QEN_IPackable& asObject = inner;
-  QEN_TAny outer(asObject);
-  EXPECT_EQ(outer.GetKind(), QEN_TAny::kUInt16);
-
+  EXPECT_EQ(QEN_TAny(static_cast<const QEN_IPackable&>(inner)).GetKind(), QEN_TAny::kUInt16);
   QEN_TAny owner;
   owner = static_cast<QEN_IPackable*>(new QEN_TAny("x"));
   EXPECT_STREQ(owner.ClassName(), "QEN_TString");
   EXPECT_TRUE(owner == QEN_TAny("x"));
 }
 
-TEST_F(AnyTest, EveryPackableKindRoundTrips) {
-  for (const QEN_TAny& any : AllPackableKinds()) {
-    SCOPED_TRACE(Printed(any));
-    QEN_TAny back = RoundTrip(any);
-    EXPECT_EQ(back.GetKind(), any.GetKind());
-    EXPECT_TRUE(back == any);
-  }
+// Every kind the variant packs, each at an edge of its range, comes back the
+// same kind and value from both forms.
+TEST_F(AnyTest, EveryKindRoundTripsThroughBothForms) {
   QEN_TDict dict;
-  dict["n"] = 1u;
-  QEN_TAny holder(dict);
-  QEN_TAny back = RoundTrip(holder);
-  ASSERT_NE(back.DynamicCast("QEN_TDict"), nullptr);
-  EXPECT_TRUE(back == holder);
-}
-
-TEST_F(AnyTest, BinaryFormIsKindCodeThenValue) {
-  // Behind the stream's object frame: the kind code, then the value.
-  Bytes packed = Pack(QEN_TAny(static_cast<unsigned short>(0x1234)));
-  ASSERT_GE(packed.size(), 3u);
-  EXPECT_EQ(packed[packed.size() - 3], QEN_TAny::kUInt16);
-  EXPECT_EQ(packed[packed.size() - 2], 0x34);
-  EXPECT_EQ(packed[packed.size() - 1], 0x12);
-
-  // A signed 64 travels as its two's complement.
-  Bytes negative = Pack(QEN_TAny(-2ll));
-  Bytes tail(negative.end() - 9, negative.end());
-  EXPECT_EQ(tail, (Bytes{QEN_TAny::kInt64, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
-}
-
-TEST_F(AnyTest, PointersCannotBePacked) {
-  QEN_TAny pointer;
-  pointer = static_cast<const void*>(&pointer);
-  EXPECT_THROW(Pack(pointer), QEN_EStreamException);
-  QEN_TAny function;
-  function = &SomeFunction;
-  EXPECT_THROW(Pack(function), QEN_EStreamException);
-  EXPECT_THROW(Text(function), QEN_EStreamException);
+  dict["k"] = QEN_TAny(static_cast<unsigned char>(1));
+  const std::vector<QEN_TAny> kinds = {QEN_TAny(), QEN_TAny(true),
+      QEN_TAny(static_cast<unsigned char>(255)), QEN_TAny(static_cast<unsigned short>(65535)),
+      QEN_TAny(4294967295u), QEN_TAny(18446744073709551615ull),
+      QEN_TAny(std::numeric_limits<int>::min()), QEN_TAny(std::numeric_limits<long long>::min()),
+      QEN_TAny(std::numeric_limits<long long>::max()), QEN_TAny(-0.1), QEN_TAny(0.1 + 0.2),
+      QEN_TAny(std::numeric_limits<double>::infinity()),
+      QEN_TAny(std::numeric_limits<double>::denorm_min()),
+      QEN_TAny("text with \"quotes\" and\nline"), QEN_TAny(dict)};
+  for (const QEN_TAny& any : kinds) {
+    SCOPED_TRACE(Printed(any));
+    for (const QEN_TAny& back : {UnpackAny(Pack(any)), FromText(Text(any))}) {
+      EXPECT_EQ(back.GetKind(), any.GetKind());
+      EXPECT_TRUE(back == any);
+    }
+  }
+  EXPECT_TRUE(std::isnan(FromText("nan").AsDouble()));
 }
 
 TEST_F(AnyTest, UnpackRefusesWhatNoWriterMakes) {
@@ -273,83 +217,40 @@ TEST_F(AnyTest, UnpackRefusesWhatNoWriterMakes) {
     EXPECT_THROW(UnpackAny(Bytes(good.begin(), good.begin() + length)), QEN_EStreamException);
 
   // An object kind must be followed by an object of a known class.
-  Bytes object = Pack(QEN_TAny("abc"));
-  Bytes unknown = object;
+  Bytes unknown = Pack(QEN_TAny("abc"));
   for (std::size_t i = 0; i + 11 <= unknown.size(); ++i)
     if (std::string(unknown.begin() + i, unknown.begin() + i + 11) == "QEN_TString")
       unknown[i + 4] = 'X';
   EXPECT_THROW(UnpackAny(unknown), QEN_EStreamException);
 }
 
-TEST_F(AnyTest, TextFormMarksTheKind) {
-  EXPECT_EQ(Text(QEN_TAny()), "nil");
-  EXPECT_EQ(Text(QEN_TAny(true)), "true");
-  EXPECT_EQ(Text(QEN_TAny(false)), "false");
-  EXPECT_EQ(Text(QEN_TAny(5u)), "5");
-  EXPECT_EQ(Text(QEN_TAny(static_cast<unsigned char>(5))), "5u8");
-  EXPECT_EQ(Text(QEN_TAny(static_cast<unsigned short>(5))), "5u16");
-  EXPECT_EQ(Text(QEN_TAny(5ull)), "5u64");
-  EXPECT_EQ(Text(QEN_TAny(-5)), "-5i32");
-  EXPECT_EQ(Text(QEN_TAny(-5ll)), "-5i64");
-  EXPECT_EQ(Text(QEN_TAny(1.5)), "1.5");
-  EXPECT_EQ(Text(QEN_TAny(2.0)), "2.0");
-  EXPECT_EQ(Text(QEN_TAny(1e300)), "1e+300");
-  EXPECT_EQ(Text(QEN_TAny(-std::numeric_limits<double>::infinity())), "-inf");
-  EXPECT_EQ(Text(QEN_TAny("a \"b\"")), "\"a \\\"b\\\"\"");
+TEST_F(AnyTest, TextAndPrintedForms) {
   QEN_TList list;
   list.AddAtTail(QEN_TAny(1u));
-  EXPECT_EQ(Text(QEN_TAny(list)), "QEN_TList { 1 }");
+  // Each kind's own form is pinned by the golden files; these are the edges.
+  const std::pair<QEN_TAny, const char*> texts[] = {
+      {QEN_TAny(false), "false"}, {QEN_TAny(5u), "5"}, {QEN_TAny(2.0), "2.0"},
+      {QEN_TAny(1e300), "1e+300"}, {QEN_TAny(-std::numeric_limits<double>::infinity()), "-inf"},
+      {QEN_TAny("a \"b\""), "\"a \\\"b\\\"\""}, {QEN_TAny(list), "QEN_TList { 1 }"}};
+  for (const auto& entry : texts) EXPECT_EQ(Text(entry.first), entry.second);
+
+  const std::pair<QEN_TAny, const char*> printed[] = {
+      {QEN_TAny(), "<nothing>"}, {QEN_TAny(static_cast<unsigned char>(65)), "65"},
+      {QEN_TAny(-12ll), "-12"}, {QEN_TAny(2.0), "2"}, {QEN_TAny(0.25), "0.25"},
+      {QEN_TAny(true), "true"}, {QEN_TAny("plain text"), "plain text"}};
+  for (const auto& entry : printed) EXPECT_EQ(Printed(entry.first), entry.second);
 }
 
-TEST_F(AnyTest, TextFormReadsBackToTheSameKind) {
-  std::vector<QEN_TAny> kinds = AllPackableKinds();
-  kinds.emplace_back(0.1 + 0.2);
-  kinds.emplace_back(std::numeric_limits<double>::infinity());
-  kinds.emplace_back(std::numeric_limits<double>::denorm_min());
-  kinds.emplace_back(std::numeric_limits<long long>::max());
-  QEN_TDict dict;
-  dict["k"] = QEN_TAny(static_cast<unsigned char>(1));
-  kinds.emplace_back(dict);
-  for (const QEN_TAny& any : kinds) {
-    SCOPED_TRACE(Text(any));
-    QEN_TAny back = FromText(Text(any));
-    EXPECT_EQ(back.GetKind(), any.GetKind());
-    EXPECT_TRUE(back == any);
-  }
-  QEN_TAny nan = FromText("nan");
-  EXPECT_TRUE(std::isnan(nan.AsDouble()));
-}
-
-TEST_F(AnyTest, TextFormIsForgivingWhereItCostsNothing) {
+TEST_F(AnyTest, TextIsForgivingWhereItCostsNothingAndRefusesWhatDoesNotFit) {
   EXPECT_TRUE(FromText("  # a comment\n 42") == QEN_TAny(42u));
   EXPECT_TRUE(FromText("-7") == QEN_TAny(-7)) << "an unsuffixed negative is a signed 32";
   EXPECT_TRUE(FromText("7u32") == QEN_TAny(7u));
   EXPECT_TRUE(FromText(".5") == QEN_TAny(0.5));
   EXPECT_TRUE(FromText("-9223372036854775808i64") ==
               QEN_TAny(std::numeric_limits<long long>::min()));
-}
-
-TEST_F(AnyTest, TextThatDoesNotFitIsASyntaxError) {
-  for (const char* bad : {"",
-                          "   ",
-                          "300u8",
-                          "-1u8",
-                          "65536u16",
-                          "4294967296",
-                          "-2147483649",
-                          "18446744073709551616u64",
-                          "9223372036854775808i64",
-                          "5u7",
-                          "1e",
-                          "e5",
-                          "1.2.3",
-                          "--1",
-                          "-+1",
-                          "+3",
-                          "maybe",
-                          "True",
-                          "\"open",
-                          "@"}) {
+  for (const char* bad : {"", "   ", "300u8", "-1u8", "65536u16", "4294967296", "-2147483649",
+                          "18446744073709551616u64", "9223372036854775808i64", "5u7", "1e", "e5",
+                          "1.2.3", "--1", "-+1", "+3", "maybe", "True", "\"open", "@"}) {
     SCOPED_TRACE(bad);
     EXPECT_THROW(FromText(bad), QEN_EStreamException);
   }
@@ -360,16 +261,6 @@ TEST_F(AnyTest, TextThatDoesNotFitIsASyntaxError) {
     std::string message = e.QEN_Message().c_str();
     EXPECT_NE(message.find("line 2"), std::string::npos) << message;
   }
-}
-
-TEST_F(AnyTest, PrintsNumbersInDecimal) {
-  EXPECT_EQ(Printed(QEN_TAny()), "<nothing>");
-  EXPECT_EQ(Printed(QEN_TAny(static_cast<unsigned char>(65))), "65");
-  EXPECT_EQ(Printed(QEN_TAny(-12ll)), "-12");
-  EXPECT_EQ(Printed(QEN_TAny(2.0)), "2");
-  EXPECT_EQ(Printed(QEN_TAny(0.25)), "0.25");
-  EXPECT_EQ(Printed(QEN_TAny(true)), "true");
-  EXPECT_EQ(Printed(QEN_TAny("plain text")), "plain text");
 }
 
 }  // namespace

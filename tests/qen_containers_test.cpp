@@ -146,47 +146,33 @@ QEN_TDict SampleDict() {
 // ---------------------------------------------------------------------------
 // Dictionary
 
-TEST_F(ContainersTest, DictReadingAMissingKeyCreatesItOnlyWhenNotConst) {
-  QEN_TDict dict;
-  const QEN_TDict& constant = dict;
-  EXPECT_TRUE(constant["missing"] == QEN_TAny::Illegal());
-  EXPECT_EQ(&constant[L"missing"], &QEN_TAny::Illegal());
-  EXPECT_EQ(dict.Entries(), 0u) << "the const read created nothing";
-  EXPECT_EQ(dict.Lookup("missing"), nullptr);
-
-  EXPECT_TRUE(dict["missing"].IsNothing());
-  EXPECT_EQ(dict.Entries(), 1u);
-  EXPECT_TRUE(dict.HasKey(L"missing"));
-  EXPECT_TRUE(dict.HasKey(QEN_TString("missing")));
-}
-
 TEST_F(ContainersTest, DictKeysOfEveryFormMeetTheSameEntry) {
   QEN_TDict dict;
+  const QEN_TDict& constant = dict;
+  EXPECT_EQ(&constant[L"missing"], &QEN_TAny::Illegal());
+  EXPECT_EQ(dict.Entries(), 0u) << "the const read created nothing";
+  EXPECT_TRUE(dict["missing"].IsNothing());
+  EXPECT_TRUE(dict.HasKey(L"missing")) << "the non-const read created it";
+
   dict[L"w\u00E9"] = 1u;
   EXPECT_TRUE(dict["w\xC3\xA9"] == QEN_TAny(1u)) << "UTF-8 and wide keys are one key";
   dict.Add(QEN_TString("w\xC3\xA9"), QEN_TAny(2u));
-  EXPECT_EQ(dict.Entries(), 1u) << "Add replaces";
+  EXPECT_EQ(dict.Entries(), 2u) << "Add replaces";
   const QEN_TAny* found = dict.Lookup(QEN_TString(L"w\u00E9"));
   ASSERT_NE(found, nullptr);
   EXPECT_TRUE(*found == QEN_TAny(2u));
-
   EXPECT_TRUE(dict.Remove(L"w\u00E9"));
   EXPECT_FALSE(dict.Remove(L"w\u00E9"));
-  EXPECT_FALSE(dict.Remove(QEN_TString("other")));
-  EXPECT_TRUE(dict.IsEmpty());
-}
 
-TEST_F(ContainersTest, DictRefusesKeysThatAreNoStrings) {
-  QEN_TDict dict;
   TestNumberKey key;
   EXPECT_THROW(dict[key], QEN_EAnyConversion);
   EXPECT_THROW(dict.Add(key, QEN_TAny(1u)), QEN_EAnyConversion);
   EXPECT_THROW(dict.HasKey(key), QEN_EAnyConversion);
   EXPECT_THROW(dict.Remove(key), QEN_EAnyConversion);
-  EXPECT_EQ(dict.Entries(), 0u);
+  EXPECT_EQ(dict.Entries(), 1u);
 }
 
-TEST_F(ContainersTest, DictAddAllTakesTheOthersValues) {
+TEST_F(ContainersTest, DictAddAllCopiesAndIteration) {
   QEN_TDict mine;
   mine["a"] = 1u;
   mine["b"] = 2u;
@@ -198,69 +184,52 @@ TEST_F(ContainersTest, DictAddAllTakesTheOthersValues) {
   EXPECT_EQ(Values(mine), (std::vector<unsigned>{1, 20, 30}));
   mine.AddAll(mine);
   EXPECT_EQ(mine.Entries(), 3u);
-}
+  // Equality doesn't depend on the order of the keys.
+  theirs["a"] = 1u;
+  theirs["b"] = 20u;
+  EXPECT_TRUE(mine == theirs);
 
-TEST_F(ContainersTest, DictCopiesAreDeepAndMovesTakeTheContent) {
   QEN_TDict original = SampleDict();
   QEN_TDict copy(original, 0);
   EXPECT_TRUE(copy == original);
   static_cast<QEN_TList*>(copy["items"].DynamicCast("QEN_TList"))->AddAtTail(QEN_TAny(3u));
-  EXPECT_FALSE(copy == original);
-  EXPECT_EQ(static_cast<const QEN_TList*>(original["items"].DynamicCast("QEN_TList"))->Entries(),
-            2u);
-
+  EXPECT_FALSE(copy == original) << "copies are deep";
   QEN_TDict moved(std::move(copy));
   EXPECT_EQ(copy.Entries(), 0u);
   EXPECT_EQ(moved.Entries(), 5u);
   copy["usable"] = 1u;  // a moved-from dictionary is empty and works
   EXPECT_EQ(copy.Entries(), 1u);
 
-  // Equality doesn't depend on the order of the keys.
-  QEN_TDict one, other;
-  one["x"] = 1u;
-  one["y"] = 2u;
-  other["y"] = 2u;
-  other["x"] = 1u;
-  EXPECT_TRUE(one == other);
-  EXPECT_TRUE(one.QEN_IsIdent(other));
-}
-
-TEST_F(ContainersTest, DictIterationGivesTheKeyStrings) {
-  QEN_TDict dict = SampleDict();
-  EXPECT_EQ(Keys(dict), (std::vector<std::string>{"count", "name", "ratio", "items", "tree"}));
-  QEN_TIterator it(dict);
+  EXPECT_EQ(Keys(original), (std::vector<std::string>{"count", "name", "ratio", "items", "tree"}));
+  QEN_TIterator it(original);
   // The key is the cursor's copy: changing it renames nothing.
   *static_cast<QEN_TString*>(it.Key().DynamicCast("QEN_TString")) = QEN_TString("renamed");
-  EXPECT_TRUE(dict.HasKey("count"));
-  EXPECT_FALSE(dict.HasKey("renamed"));
+  EXPECT_FALSE(original.HasKey("renamed"));
   it.Value() = 4u;
-  EXPECT_TRUE(dict["count"] == QEN_TAny(4u));
+  EXPECT_TRUE(original["count"] == QEN_TAny(4u));
 }
 
 // The walk of a metadata archive: delete some entries while walking, advance
 // once after each step, and see every entry exactly once.
 TEST_F(ContainersTest, DeletingWalkSeesEveryEntry) {
-  const std::vector<std::vector<bool>> patterns = {{true, true, true, true},
-                                                   {true, false, true, false},
-                                                   {false, true, true, false},
-                                                   {false, false, false, true},
-                                                   {true},
-                                                   {false},
-                                                   {}};
+  const std::vector<std::vector<bool>> patterns = {
+      {true, true, true, true}, {true, false, true, false}, {false, true, true, false},
+      {false, false, false, true}, {true}, {false}, {}};
   for (const std::vector<bool>& drop : patterns) {
     QEN_TDict dict;
     QEN_TList list;
     QEN_TArray array(static_cast<unsigned>(drop.size()));
     QEN_TTree tree;
+    std::vector<unsigned> all;
     for (unsigned i = 0; i < drop.size(); ++i) {
       std::string key = "k" + std::to_string(i);
       dict[key.c_str()] = i;
       list.AddAtTail(QEN_TAny(i));
       array[i] = i;
       tree.Value(key.c_str()) = i;
+      all.push_back(i);
     }
-    std::vector<QEN_IIteratable*> containers = {&dict, &list, &array, &tree};
-    for (QEN_IIteratable* container : containers) {
+    for (QEN_IIteratable* container : std::vector<QEN_IIteratable*>{&dict, &list, &array, &tree}) {
       SCOPED_TRACE(container->ClassName());
       std::vector<unsigned> seen, kept;
       for (QEN_TIterator it(*container); !it.IsDone(); it++) {
@@ -273,8 +242,6 @@ TEST_F(ContainersTest, DeletingWalkSeesEveryEntry) {
           kept.push_back(value);
         }
       }
-      std::vector<unsigned> all;
-      for (unsigned i = 0; i < drop.size(); ++i) all.push_back(i);
       EXPECT_EQ(seen, all);
       EXPECT_EQ(Values(*container), kept);
     }
@@ -302,7 +269,6 @@ TEST_F(ContainersTest, AfterDeletingPreviousGoesToTheElementInFront) {
 TEST_F(ContainersTest, IteratorsMoveBothWaysAndStopAtTheEnds) {
   QEN_TList list = ListOf({10, 11, 12});
   QEN_TConstIterator it(list);
-  EXPECT_FALSE(it.IsBeforeFirst());
   --it;
   EXPECT_TRUE(it.IsBeforeFirst());
   EXPECT_FALSE(it.IsDone());
@@ -310,9 +276,7 @@ TEST_F(ContainersTest, IteratorsMoveBothWaysAndStopAtTheEnds) {
   --it;  // stays before the first
   ++it;
   EXPECT_EQ(static_cast<unsigned>(it.Value()), 10u);
-
   it.End();
-  EXPECT_TRUE(it.IsDone());
   ++it;
   EXPECT_TRUE(it.IsDone());
   it--;
@@ -322,7 +286,6 @@ TEST_F(ContainersTest, IteratorsMoveBothWaysAndStopAtTheEnds) {
   copy--;
   EXPECT_EQ(static_cast<unsigned>(copy.Value()), 11u);
   EXPECT_EQ(static_cast<unsigned>(it.Value()), 12u) << "a copy moves on its own";
-
   QEN_TConstIterator moved(std::move(copy));
   EXPECT_TRUE(copy.IsDone()) << "a moved-from iterator walks nothing";
   EXPECT_THROW(copy.Value(), QEN_EIndexOutOfRange);
@@ -330,7 +293,6 @@ TEST_F(ContainersTest, IteratorsMoveBothWaysAndStopAtTheEnds) {
 
   QEN_TDict empty;
   QEN_TConstIterator none(empty);
-  EXPECT_TRUE(none.IsDone());
   none.End();
   EXPECT_TRUE(none.IsDone());
 }
@@ -339,10 +301,8 @@ TEST_F(ContainersTest, ACursorFromOutsideTheLibraryWalksThroughTheIterators) {
   QEN_TList list = ListOf({1, 2, 3, 4, 5, 6, 7});
   TestEvenOnly evens(&list);
   EXPECT_EQ(Values(evens), (std::vector<unsigned>{2, 4, 6}));
-
   QEN_TConstIterator it(evens);
   it.End();
-  EXPECT_TRUE(it.IsDone());
   it--;
   EXPECT_EQ(static_cast<unsigned>(it.Value()), 6u);
   // The interface's own ++ and -- go through Next and Previous.
@@ -351,7 +311,6 @@ TEST_F(ContainersTest, ACursorFromOutsideTheLibraryWalksThroughTheIterators) {
   EXPECT_EQ(static_cast<unsigned>(info->Value()), 4u);
   (*info)++;
   EXPECT_EQ(static_cast<unsigned>(info->Value()), 6u);
-  EXPECT_EQ(&info->Self(), info);
 
   QEN_TIterator deleting(evens);
   EXPECT_THROW(deleting.DeleteItem(), QEN_EException) << "this cursor cannot delete";
@@ -359,19 +318,17 @@ TEST_F(ContainersTest, ACursorFromOutsideTheLibraryWalksThroughTheIterators) {
 }
 
 // ---------------------------------------------------------------------------
-// List
+// List and array
 
 TEST_F(ContainersTest, ListKeysStayOnTheirElements) {
   QEN_TList list;
   QEN_TListKey* b = list.Add(QEN_TAny("b"));
   QEN_TListKey* a = list.AddAtHead(QEN_TAny("a"));
   QEN_TListKey* c = list.AddAtTail(QEN_TAny("c"));
-  EXPECT_EQ(list.Entries(), 3u);
   EXPECT_EQ(list.KeyAtHead(), a);
   EXPECT_EQ(a->Next(), b);
   EXPECT_EQ(b->Next(), c);
   EXPECT_EQ(c->Next(), nullptr);
-  EXPECT_EQ(list.KeyAtIndex(2), c);
   EXPECT_EQ(list.KeyAtIndex(3), nullptr);
 
   EXPECT_TRUE(list.Remove(b));
@@ -386,13 +343,12 @@ TEST_F(ContainersTest, ListKeysStayOnTheirElements) {
   EXPECT_TRUE(list.IsEmpty());
   EXPECT_EQ(list.KeyAtHead(), nullptr);
   EXPECT_TRUE(moved[c] == QEN_TAny("c"));
-  EXPECT_FALSE(list.Owns(c));
   EXPECT_THROW(list[c], QEN_EIndexOutOfRange);
   EXPECT_FALSE(list.Remove(c)) << "a key of another list is refused";
   EXPECT_EQ(moved.Entries(), 2u);
 }
 
-TEST_F(ContainersTest, ListIndexAndKeyOutOfRangeThrow) {
+TEST_F(ContainersTest, ListIndexOutOfRangeAndCopies) {
   QEN_TList list = ListOf({1, 2});
   const QEN_TList& constant = list;
   EXPECT_THROW(list[2u], QEN_EIndexOutOfRange);
@@ -400,55 +356,31 @@ TEST_F(ContainersTest, ListIndexAndKeyOutOfRangeThrow) {
   EXPECT_THROW(list[-1], QEN_EIndexOutOfRange);
   EXPECT_THROW(list[static_cast<const QEN_TListKey*>(nullptr)], QEN_EIndexOutOfRange);
   EXPECT_FALSE(list.Remove(nullptr));
-  QEN_TList other = ListOf({1});
-  EXPECT_THROW(list[other.KeyAtHead()], QEN_EIndexOutOfRange);
-  EXPECT_FALSE(list.Remove(other.KeyAtHead()));
-  EXPECT_EQ(other.Entries(), 1u);
-}
 
-TEST_F(ContainersTest, ListCopiesHaveKeysOfTheirOwn) {
-  QEN_TList list = ListOf({1, 2, 3});
   QEN_TList copy(list);
   EXPECT_TRUE(copy == list);
-  EXPECT_NE(copy.KeyAtHead(), list.KeyAtHead());
-  EXPECT_TRUE(copy.Owns(copy.KeyAtIndex(2)));
+  EXPECT_NE(copy.KeyAtHead(), list.KeyAtHead()) << "a copy has keys of its own";
+  EXPECT_THROW(list[copy.KeyAtHead()], QEN_EIndexOutOfRange);
+  EXPECT_FALSE(list.Remove(copy.KeyAtHead()));
   copy[0] = 9u;
   EXPECT_FALSE(copy == list);
   list = copy;
   EXPECT_TRUE(list == copy);
   EXPECT_TRUE(list.Owns(list.KeyAtHead()));
   list = list;
-  EXPECT_EQ(list.Entries(), 3u);
+  EXPECT_EQ(list.Entries(), 2u);
 }
-
-TEST_F(ContainersTest, ListIterationKeyIsTheIndex) {
-  QEN_TList list = ListOf({5, 6});
-  unsigned expected = 0;
-  for (QEN_TConstIterator it(list); !it.IsDone(); it++, ++expected) {
-    const unsigned* index = static_cast<const unsigned*>(it.Key().DynamicCast("QEN_TUInt32"));
-    ASSERT_NE(index, nullptr);
-    EXPECT_EQ(*index, expected);
-  }
-  EXPECT_EQ(expected, 2u);
-}
-
-// ---------------------------------------------------------------------------
-// Array
 
 TEST_F(ContainersTest, ArrayIsSizedAndRangeChecked) {
   QEN_TArray array(3);
-  EXPECT_EQ(array.Size(), 3u);
   EXPECT_TRUE(array[2].IsNothing());
   array[0] = "first";
-  array[1] = 2u;
   EXPECT_THROW(array[3], QEN_EIndexOutOfRange);
   const QEN_TArray& constant = array;
   EXPECT_THROW(constant[100], QEN_EIndexOutOfRange);
   QEN_TArray copy(array);
   copy[0] = "changed";
   EXPECT_TRUE(array[0] == QEN_TAny("first"));
-  EXPECT_TRUE(Unpack<QEN_TArray>(Pack(array)) == array);
-  EXPECT_EQ(QEN_TArray().Size(), 0u);
 }
 
 // ---------------------------------------------------------------------------
@@ -457,43 +389,36 @@ TEST_F(ContainersTest, ArrayIsSizedAndRangeChecked) {
 TEST_F(ContainersTest, TreeValueMakesThePathAndGetOnlyReads) {
   QEN_TTree tree;
   tree.Value("/Resources/Modules/VYR/Name") = "vyr";
-  EXPECT_TRUE(tree.HasPath("Resources/Modules/VYR/Name"));
   EXPECT_TRUE(tree.HasPath("Resources//Modules/VYR/"));
   EXPECT_TRUE(tree.Get("/Resources/Modules/VYR/Name") == QEN_TAny("vyr"));
   EXPECT_THROW(tree.Get("/Resources/Modules/Other"), QEN_ETreeException);
   EXPECT_FALSE(tree.HasPath("/Resources/Modules/Other"));
   EXPECT_FALSE(tree.HasPath("/Resources/Modules/VYR/Name/Deeper")) << "a leaf has no children";
-
   // A branch is a value holding a tree.
   const QEN_TTree* branch =
       static_cast<const QEN_TTree*>(tree.Get("/Resources/Modules").DynamicCast("QEN_TTree"));
   ASSERT_NE(branch, nullptr);
   EXPECT_TRUE(branch->Get("VYR/Name") == QEN_TAny("vyr"));
-
   // Other separators.
   EXPECT_TRUE(tree.Get("Resources.Modules.VYR.Name", u'.') == QEN_TAny("vyr"));
   tree.Value(":a:b", u':') = 1u;
   EXPECT_TRUE(tree.Get("/a/b") == QEN_TAny(1u));
-
   // The empty path is the tree itself.
   EXPECT_FALSE(tree.HasPath("/"));
   EXPECT_THROW(tree.Get("/"), QEN_ETreeException);
   EXPECT_THROW(tree.Value(""), QEN_ETreeException);
   EXPECT_FALSE(tree.RemovePath("/"));
-}
-
-TEST_F(ContainersTest, TreeRefusesAPathThroughALeaf) {
-  QEN_TTree tree;
-  tree.Value("a") = 5u;
-  EXPECT_THROW(tree.Value("a/b"), QEN_ETreeException);
-  EXPECT_TRUE(tree.Get("a") == QEN_TAny(5u)) << "the leaf is unchanged";
+  // No path through a leaf, and none deeper than the bound.
+  tree.Value("leaf") = 5u;
+  EXPECT_THROW(tree.Value("leaf/b"), QEN_ETreeException);
+  EXPECT_TRUE(tree.Get("leaf") == QEN_TAny(5u)) << "the leaf is unchanged";
   std::string deep;
   for (unsigned i = 0; i <= QEN_TTree::sMaxPathDepth; ++i) deep += "/x";
   EXPECT_THROW(tree.Value(deep.c_str()), QEN_ETreeException);
   EXPECT_FALSE(tree.HasPath("/x"));
 }
 
-TEST_F(ContainersTest, TreeBranchesRemoveAndList) {
+TEST_F(ContainersTest, TreeBranchesRemoveListAndCopy) {
   QEN_TTree tree;
   tree.Value("b/one") = 1u;
   tree.Value("b/two") = 2u;
@@ -502,7 +427,7 @@ TEST_F(ContainersTest, TreeBranchesRemoveAndList) {
   tree.Value("empty") = QEN_TAny(QEN_TTree());
   EXPECT_TRUE(tree.HasPath("empty"));
   EXPECT_EQ(tree.KeysAt("empty").Entries(), 0u);
-
+  EXPECT_EQ(Keys(tree), (std::vector<std::string>{"b", "a", "empty"}));
   QEN_TList top = tree.KeysAt("/");
   ASSERT_EQ(top.Entries(), 3u);
   EXPECT_TRUE(top[0] == QEN_TAny("b"));
@@ -511,30 +436,20 @@ TEST_F(ContainersTest, TreeBranchesRemoveAndList) {
   EXPECT_EQ(tree.KeysAt("b").Entries(), 2u);
   EXPECT_EQ(tree.KeysAt("missing").Entries(), 0u);
   EXPECT_EQ(tree.KeysAt("a").Entries(), 0u);
-  EXPECT_EQ(Keys(tree), (std::vector<std::string>{"b", "a", "empty"}));
 
+  QEN_TTree copy(tree, 0);
+  copy.Value("b/one") = 9u;
+  EXPECT_TRUE(tree.Get("b/one") == QEN_TAny(1u)) << "copies are deep";
   EXPECT_TRUE(tree.RemovePath("/b/one"));
   EXPECT_FALSE(tree.RemovePath("/b/one"));
   EXPECT_FALSE(tree.RemovePath("/a/x"));
   EXPECT_TRUE(tree.RemovePath("b"));
   EXPECT_FALSE(tree.HasPath("b/two"));
   EXPECT_EQ(tree.Entries(), 2u);
-}
-
-TEST_F(ContainersTest, TreeCopiesAreDeep) {
-  QEN_TTree tree;
-  tree.Value("a/b") = 1u;
-  QEN_TTree copy(tree, 0);
-  copy.Value("a/b") = 2u;
-  copy.Value("a/c") = 3u;
-  EXPECT_TRUE(tree.Get("a/b") == QEN_TAny(1u));
-  EXPECT_FALSE(tree.HasPath("a/c"));
-  tree = copy;
-  EXPECT_TRUE(tree == copy);
   // Assigning a branch of the tree to the tree itself.
-  tree = *static_cast<const QEN_TTree*>(copy.Get("a").DynamicCast("QEN_TTree"));
-  EXPECT_TRUE(tree.Get("b") == QEN_TAny(2u));
-  EXPECT_FALSE(tree.HasPath("a"));
+  copy = *static_cast<const QEN_TTree*>(copy.Get("b").DynamicCast("QEN_TTree"));
+  EXPECT_TRUE(copy.Get("one") == QEN_TAny(9u));
+  EXPECT_FALSE(copy.HasPath("b"));
 }
 
 // A container given its own content: the source lives inside the target and
@@ -555,8 +470,7 @@ TEST_F(ContainersTest, AssigningFromInsideItselfIsSafe) {
   EXPECT_TRUE(dict["other"] == QEN_TAny(6u));
 
   QEN_TAny any(SampleDict());
-  QEN_TAny& entry = (*static_cast<QEN_TDict*>(any.DynamicCast("QEN_TDict")))["name"];
-  any = std::move(entry);
+  any = std::move((*static_cast<QEN_TDict*>(any.DynamicCast("QEN_TDict")))["name"]);
   EXPECT_TRUE(any == QEN_TAny("sample"));
   QEN_TAny again(SampleDict());
   again = (*static_cast<QEN_TDict*>(again.DynamicCast("QEN_TDict")))["count"];
@@ -573,18 +487,6 @@ TEST_F(ContainersTest, AssigningFromInsideItselfIsSafe) {
 // ---------------------------------------------------------------------------
 // Binary forms
 
-TEST_F(ContainersTest, BinaryFormsRoundTrip) {
-  QEN_TDict dict = SampleDict();
-  EXPECT_TRUE(Unpack<QEN_TDict>(Pack(dict)) == dict);
-  QEN_TList list = ListOf({3, 1, 2});
-  EXPECT_TRUE(Unpack<QEN_TList>(Pack(list)) == list);
-  QEN_TTree tree;
-  tree.Value("x/y/z") = -1;
-  tree.Value("x/dict") = dict;
-  EXPECT_TRUE(Unpack<QEN_TTree>(Pack(tree)) == tree);
-  EXPECT_TRUE(Unpack<QEN_TDict>(Pack(QEN_TDict())) == QEN_TDict());
-}
-
 // A claim of four billion entries with nothing behind them.
 template <class T>
 void ExpectHugeCountRefused() {
@@ -593,7 +495,13 @@ void ExpectHugeCountRefused() {
   EXPECT_THROW(Unpack<T>(packed), QEN_EStreamException) << T::QEN_ClassName();
 }
 
-TEST_F(ContainersTest, BinaryReadingTrustsNoCount) {
+TEST_F(ContainersTest, BinaryReadingTrustsNoCountAndNoLength) {
+  QEN_TTree tree;
+  tree.Value("x/y/z") = -1;
+  tree.Value("x/dict") = SampleDict();
+  EXPECT_TRUE(Unpack<QEN_TTree>(Pack(tree)) == tree);
+  EXPECT_TRUE(Unpack<QEN_TDict>(Pack(QEN_TDict())) == QEN_TDict());
+
   ExpectHugeCountRefused<QEN_TDict>();
   ExpectHugeCountRefused<QEN_TList>();
   ExpectHugeCountRefused<QEN_TArray>();
@@ -630,31 +538,22 @@ TEST_F(ContainersTest, BinaryReadingRefusesDuplicateKeys) {
 // ---------------------------------------------------------------------------
 // Text forms
 
+// The golden files pin the general forms; these are the short and empty ones.
 TEST_F(ContainersTest, TextFormsAreWrittenForPeople) {
   QEN_TDict one;
   one["k"] = 1u;
   EXPECT_EQ(Framed(one), "QEN_TDict { \"k\" = 1; }");
-  QEN_TDict two;
-  two["a"] = static_cast<unsigned char>(1);
-  two["b"] = ListOf({1, 2});
-  EXPECT_EQ(Framed(two), "QEN_TDict {\n  \"a\" = 1u8;\n  \"b\" = QEN_TList { 1, 2 };\n}");
   EXPECT_EQ(Framed(QEN_TList()), "QEN_TList {  }");
   QEN_TArray array(2);
   array[0] = "x";
   EXPECT_EQ(Framed(array), "QEN_TArray { \"x\", nil }");
-
   QEN_TTree tree;
   tree.Value("top") = 1.5;
   tree.Value("branch/leaf") = "v";
   tree.Value("branch/empty") = QEN_TAny(QEN_TTree());
   EXPECT_EQ(Framed(tree),
-            "QEN_TTree {\n"
-            "  \"top\" = 1.5;\n"
-            "  \"branch\" {\n"
-            "    \"leaf\" = \"v\";\n"
-            "    \"empty\" {}\n"
-            "  }\n"
-            "}");
+            "QEN_TTree {\n  \"top\" = 1.5;\n  \"branch\" {\n    \"leaf\" = \"v\";\n"
+            "    \"empty\" {}\n  }\n}");
 }
 
 TEST_F(ContainersTest, TextFormsReadBack) {
@@ -665,8 +564,7 @@ TEST_F(ContainersTest, TextFormsReadBack) {
   tree.Value("list") = ListOf({});
   QEN_TArray array(3);
   array[1] = tree;
-  std::vector<const QEN_IPackable*> objects = {&dict, &tree, &array};
-  for (const QEN_IPackable* object : objects) {
+  for (const QEN_IPackable* object : std::vector<const QEN_IPackable*>{&dict, &tree, &array}) {
     SCOPED_TRACE(object->ClassName());
     std::string text =
         Framed(*static_cast<const QEN_IHumanReadable*>(object->DynamicCast("QEN_IHumanReadable")));
@@ -701,31 +599,18 @@ TEST_F(ContainersTest, AConfigurationWrittenByHandReads) {
   EXPECT_TRUE(tree->Get("Flat/x") == QEN_TAny(-1));
 
   // Read as bare content, the framed form is accepted too.
-  QEN_TTree direct = ReadText<QEN_TTree>(text);
-  EXPECT_TRUE(direct == *tree);
-  QEN_TDict bare = ReadText<QEN_TDict>("\"a\" = 1; \"b\" = 2");
-  EXPECT_EQ(bare.Entries(), 2u);
+  EXPECT_TRUE(ReadText<QEN_TTree>(text) == *tree);
+  EXPECT_EQ(ReadText<QEN_TDict>("\"a\" = 1; \"b\" = 2").Entries(), 2u);
 }
 
 TEST_F(ContainersTest, TextThatDoesNotFitNamesWhere) {
-  const char* bad[] = {
-      "QEN_TDict { \"a\" 1; }",             // no '='
-      "QEN_TDict { \"a\" = 1 \"b\" = 2 }",  // no ';'
-      "QEN_TDict { a = 1; }",               // unquoted key
-      "QEN_TDict { \"a\" = 1; \"a\" = 2; }",
-      "QEN_TDict { \"a\" = ; }",
-      "QEN_TDict { \"a\" = 1;",  // not closed
-      "QEN_TList { 1 2 }",
-      "QEN_TList { 1,, 2 }",
-      "QEN_TTree { \"a\" { \"b\" = 1; }",
-      "QEN_TTree { \"a\" : 1; }",
-      "QEN_TTree { \"a\" = 1; \"a\" { } }",
-      "QEN_TArray { 1, QEN_TNoSuchClass { } }",
-  };
-  for (const char* text : bad) {
-    SCOPED_TRACE(text);
-    EXPECT_THROW(ExtractText(text), QEN_EStreamException);
-  }
+  // No '=', no ';', an unquoted key, a duplicate, no value, not closed, ...
+  const char* bad[] = {"QEN_TDict { \"a\" 1; }", "QEN_TDict { \"a\" = 1 \"b\" = 2 }",
+      "QEN_TDict { a = 1; }", "QEN_TDict { \"a\" = 1; \"a\" = 2; }", "QEN_TDict { \"a\" = ; }",
+      "QEN_TDict { \"a\" = 1;", "QEN_TList { 1 2 }", "QEN_TList { 1,, 2 }",
+      "QEN_TTree { \"a\" { \"b\" = 1; }", "QEN_TTree { \"a\" : 1; }",
+      "QEN_TTree { \"a\" = 1; \"a\" { } }", "QEN_TArray { 1, QEN_TNoSuchClass { } }"};
+  for (const char* text : bad) EXPECT_THROW(ExtractText(text), QEN_EStreamException) << text;
   try {
     ExtractText("QEN_TDict {\n  \"a\" = 1;\n  \"b\" 2;\n}");
     FAIL() << "no exception";
@@ -734,19 +619,11 @@ TEST_F(ContainersTest, TextThatDoesNotFitNamesWhere) {
     EXPECT_NE(message.find("line 3"), std::string::npos) << message;
     EXPECT_NE(message.find("\"b\""), std::string::npos) << message;
   }
+  std::string trees = "QEN_TTree { ", lists;
+  for (int i = 0; i < 10000; ++i) trees += "\"a\" { ", lists += "QEN_TList { ";
+  EXPECT_THROW(ExtractText(trees), QEN_ESyntaxError) << "nesting is bounded";
+  EXPECT_THROW(ExtractText(lists), QEN_ESyntaxError) << "nesting is bounded";
 }
-
-TEST_F(ContainersTest, DeepNestingInTextIsBounded) {
-  std::string text = "QEN_TTree { ";
-  for (int i = 0; i < 10000; ++i) text += "\"a\" { ";
-  EXPECT_THROW(ExtractText(text), QEN_ESyntaxError);
-  std::string lists;
-  for (int i = 0; i < 10000; ++i) lists += "QEN_TList { ";
-  EXPECT_THROW(ExtractText(lists), QEN_ESyntaxError);
-}
-
-// ---------------------------------------------------------------------------
-// Printing
 
 TEST_F(ContainersTest, PrintsNestedContainersIndented) {
   QEN_TDict dict;

@@ -20,18 +20,7 @@ namespace {
 // Values beyond the named ones, which have a text of their own.
 const unsigned kOutside[] = {99u, 0x80000000u, 0xFFFFFFFFu};
 
-typedef std::initializer_list<std::pair<unsigned, const char*>> TextRows;
 typedef std::initializer_list<std::pair<const char*, unsigned>> ParseRows;
-
-// Every value of the table gives its text; values outside it give `other`.
-template <class Enum>
-void ExpectTexts(TextRows rows, const char* other) {
-  for (const auto& row : rows)
-    EXPECT_STREQ(VYR_Enum2String(static_cast<Enum>(row.first)).c_str(), row.second)
-        << "value " << row.first;
-  for (unsigned value : kOutside)
-    EXPECT_STREQ(VYR_Enum2String(static_cast<Enum>(value)).c_str(), other) << "value " << value;
-}
 
 template <class Result>
 void ExpectParses(Result (*parse)(const QEN_TString&), ParseRows rows) {
@@ -65,78 +54,108 @@ TEST(Vocabularies, FirstUseFromSeveralThreads) {
   for (int count : wrong) EXPECT_EQ(count, 0);
 }
 
-TEST(Vocabularies, ChannelEncoding) {
-  TextRows rows = {{0, "UnknownChannelEncoding"},
-                   {1, "Bitmap"},
-                   {2, "Colored"},
-                   {3, "IndexedRgb"},
-                   {4, "IndexedCmyk"},
-                   {5, "NamedIndexed"},
-                   {6, "Intensity"},
-                   {7, "Grayscale"},
-                   {8, "NamedIntensity"},
-                   {9, "Multitone"},
-                   {10, "Rgb"},
-                   {11, "Cmyk"},
-                   {12, "Labcolor"},
-                   {13, "YCbCr"},
-                   {14, "Hsv"},
-                   {15, "Multichannel"},
-                   {16, "NamedMultichannel"},
-                   {17, "YCbCrK"}};
-  ExpectTexts<VYR_TChannelEnc>(rows, "UnknownChannelEncoding");
-  // A preview encoding has the same texts.
-  ExpectTexts<VYR_TInkPreviewEnc>(rows, "UnknownChannelEncoding");
-  // Dictionary with the input folded: every text reads back, in any case.
-  for (const auto& row : rows) {
-    if (row.first == 0) continue;
-    QEN_TString text(row.second);
-    EXPECT_EQ(VYR_String2ChannelEnc(text), row.first) << row.second;
-    EXPECT_EQ(VYR_String2ChannelEnc(text.ToLower()), row.first) << row.second;
-    EXPECT_EQ(VYR_String2ChannelEnc(text.ToUpper()), row.first) << row.second;
+// A vocabulary's texts in value order, its text for values outside it, and
+// its parse rows: text and expected value.
+template <class Enum>
+void ExpectTexts(std::initializer_list<const char*> texts, const char* other) {
+  unsigned value = 0;
+  for (const char* text : texts) {
+    EXPECT_STREQ(VYR_Enum2String(static_cast<Enum>(value)).c_str(), text) << "value " << value;
+    ++value;
   }
-  ExpectParses(VYR_String2ChannelEnc, {{"RGB", 10},
-                                       {"Rgb", 10},
-                                       {"rgb", 10},
-                                       {"", 0},
-                                       {"UnknownChannelEncoding", 0},
-                                       {"rgb ", 0},
-                                       {"Lab", 0}});
+  for (unsigned outside : kOutside)
+    EXPECT_STREQ(VYR_Enum2String(static_cast<Enum>(outside)).c_str(), other) << outside;
 }
 
-TEST(Vocabularies, InkPreviewEncodingKeepsOnlyPreviewEncodings) {
-  ExpectParses(VYR_String2InkPreviewEnc, {{"hsv", 14},
-                                          {"RGB", 10},
-                                          {"Cmyk", 11},
-                                          {"LABCOLOR", 12},
-                                          {"Grayscale", 0},
-                                          {"ycbcr", 0},
-                                          {"IndexedRgb", 0},
-                                          {"", 0}});
+const std::initializer_list<const char*> kChannelTexts = {
+    "UnknownChannelEncoding", "Bitmap", "Colored", "IndexedRgb", "IndexedCmyk", "NamedIndexed",
+    "Intensity", "Grayscale", "NamedIntensity", "Multitone", "Rgb", "Cmyk", "Labcolor", "YCbCr",
+    "Hsv", "Multichannel", "NamedMultichannel", "YCbCrK"};
+
+TEST(Vocabularies, ChannelEncoding) {
+  ExpectTexts<VYR_TChannelEnc>(kChannelTexts, "UnknownChannelEncoding");
+  // A preview encoding has the same texts.
+  ExpectTexts<VYR_TInkPreviewEnc>(kChannelTexts, "UnknownChannelEncoding");
+  // Dictionary with the input folded: every text reads back, in any case.
+  unsigned value = 0;
+  for (const char* name : kChannelTexts) {
+    QEN_TString text(name);
+    const unsigned expected = value++;
+    if (expected == 0) continue;
+    EXPECT_EQ(VYR_String2ChannelEnc(text), expected) << name;
+    EXPECT_EQ(VYR_String2ChannelEnc(text.ToLower()), expected) << name;
+    EXPECT_EQ(VYR_String2ChannelEnc(text.ToUpper()), expected) << name;
+  }
+  ExpectParses(VYR_String2ChannelEnc,
+               {{"", 0}, {"UnknownChannelEncoding", 0}, {"rgb ", 0}, {"Lab", 0}});
+  // Only the preview encodings are keys of the preview vocabulary.
+  ExpectParses(VYR_String2InkPreviewEnc, {{"hsv", 14}, {"RGB", 10}, {"Cmyk", 11},
+                                          {"LABCOLOR", 12}, {"Grayscale", 0}, {"ycbcr", 0},
+                                          {"IndexedRgb", 0}, {"", 0}});
 }
 
-TEST(Vocabularies, AlphaPlane) {
-  ExpectTexts<VYR_TAlphaPlane>({{0, "AlphaNone"},
-                                {1, "AlphaNormal"},
-                                {2, "AlphaPremultiplied"},
-                                {3, "AlphaOne"},
-                                {4, "AlphaUnknown"}},
-                               "UndefinedAlphaPlane");
-  // The key of 4 is not its text; unknown texts give 4 by default.
-  ExpectParses(VYR_String2AlphaPlane, {{"alphanone", 0},
-                                       {"AlphaNormal", 1},
-                                       {"ALPHAPREMULTIPLIED", 2},
-                                       {"alphaone", 3},
-                                       {"unknownalpha", 4},
-                                       {"AlphaUnknown", 4},
-                                       {"", 4},
-                                       {"UndefinedAlphaPlane", 4}});
+TEST(Vocabularies, TextsOfEveryOtherEnumeration) {
+  ExpectTexts<VYR_TAlphaPlane>(
+      {"AlphaNone", "AlphaNormal", "AlphaPremultiplied", "AlphaOne", "AlphaUnknown"},
+      "UndefinedAlphaPlane");
+  ExpectTexts<VYR_TBufferAccess>({"ReadOnly", "ReadWrite", "CopyOnWrite", "InvalidAccess"},
+                                 "InvalidAccess");
+  ExpectTexts<VYR_TCanFlag>({"invalid", "none", "limited", "full"}, "invalid");
+  ExpectTexts<VYR_TDefInkTypes>({"", "process", "display", "designer"}, "");
+  ExpectTexts<VYR_TImageRotation>({"NotRotated", "Rot90", "Rot180", "Rot270", "Mirrored",
+                                   "MirRot90", "MirRot180", "MirRot270"},
+                                  "UnknownRotation");
+  ExpectTexts<VYR_TImageSubtype>({"UnknownSubtype", "CT", "LP", "LW", "HC", "FP"},
+                                 "UndefinedImageSubtype");
+  ExpectTexts<VYR_TImageType>(
+      {"UnknownType", "Preview", "Icon", "Image", "Internal", "Production"}, "UndefinedImageType");
+  ExpectTexts<VYR_TInks>(
+      {"unknownink", "cyan", "magenta", "yellow", "black", "red", "green", "blue"}, "undefinedink");
+  ExpectTexts<VYR_TInterleavedType>(
+      {"UnknownInterleaved", "PixelInterleaved", "LineInterleaved", "PlaneInterleaved"},
+      "UnknownInterleaved");
+  ExpectTexts<VYR_TKnotType>({"KnotNop", "KnotMoveTo", "KnotClose", "KnotLinkLineTo",
+                              "KnotNormLineTo", "KnotLinkCurveTo", "KnotNormCurveTo"},
+                             "KnotNop");
+  ExpectTexts<VYR_TMUnits>({"Pixel", "MM", "CM", "Inch", "Mil"}, "UnknownUnits");
+  ExpectTexts<VYR_TVerifyStatus>({"KeyUnknown", "KeyDifferent", "KeyEqual"}, "KeyInvalid");
 }
 
-TEST(Vocabularies, BufferAccess) {
-  ExpectTexts<VYR_TBufferAccess>(
-      {{0, "ReadOnly"}, {1, "ReadWrite"}, {2, "CopyOnWrite"}, {3, "InvalidAccess"}},
-      "InvalidAccess");
+// Each text-to-value function with its own rule and default.
+TEST(Vocabularies, ParsingRulesAndDefaults) {
+  // Case-ignoring. The key of AlphaUnknown is not its text; it is the default.
+  ExpectParses(VYR_String2AlphaPlane,
+               {{"alphanone", 0}, {"AlphaNormal", 1}, {"ALPHAPREMULTIPLIED", 2}, {"alphaone", 3},
+                {"unknownalpha", 4}, {"AlphaUnknown", 4}, {"", 4}, {"UndefinedAlphaPlane", 4}});
+  // Exact.
+  ExpectParses(VYR_String2CanFlag, {{"none", 1}, {"limited", 2}, {"full", 3}, {"None", 0},
+                                    {"FULL", 0}, {"invalid", 0}, {"", 0}});
+  ExpectParses(VYR_String2DefInkTypes,
+               {{"process", 1}, {"DISPLAY", 2}, {"Designer", 3}, {"", 0}, {"proc", 0}});
+  // An unknown rotation gives NotRotated, not a value for "unknown".
+  ExpectParses(VYR_String2ImageRotation,
+               {{"notrotated", 0}, {"ROT90", 1}, {"Rot180", 2}, {"rot270", 3}, {"Mirrored", 4},
+                {"mirrot90", 5}, {"MIRROT180", 6}, {"MirRot270", 7}, {"UnknownRotation", 0},
+                {"Rot45", 0}});
+  ExpectParses(VYR_String2ImageType,
+               {{"unknowntype", 0}, {"Preview", 1}, {"ICON", 2}, {"image", 3}, {"Internal", 4},
+                {"production", 5}, {"UndefinedImageType", 0}, {"", 0}});
+  ExpectParses(VYR_String2Inks, {{"cyan", 1}, {"Magenta", 2}, {"YELLOW", 3}, {"black", 4},
+                                 {"Red", 5}, {"green", 6}, {"bLuE", 7}, {"unknownink", 0},
+                                 {"undefinedink", 0}, {"", 0}});
+  ExpectParses(VYR_String2InterleavedType,
+               {{"PixelInterleaved", 1}, {"LineInterleaved", 2}, {"PlaneInterleaved", 3},
+                {"pixelinterleaved", 0}, {"UnknownInterleaved", 0}});
+  ExpectParses(VYR_String2KnotType,
+               {{"KnotMoveTo", 1}, {"KnotClose", 2}, {"KnotLinkLineTo", 3}, {"KnotNormLineTo", 4},
+                {"KnotLinkCurveTo", 5}, {"KnotNormCurveTo", 6}, {"KnotNop", 0},
+                {"knotmoveto", 0}});
+  // Pixel is no key: it is the default.
+  ExpectParses(VYR_String2Units, {{"MM", 1}, {"mm", 1}, {"cm", 2}, {"inch", 3}, {"INCH", 3},
+                                  {"Mil", 4}, {"Pixel", 0}, {"UnknownUnits", 0}, {"", 0}});
+  ExpectParses(VYR_String2VerifyStatus, {{"KeyDifferent", 1}, {"KeyEqual", 2}, {"KeyUnknown", 0},
+                                         {"keyequal", 0}, {"KeyInvalid", 0}});
+  // The buffer access is read in place, exactly, into the given variable.
   const std::pair<const char*, VYR_TBufferAccess> rows[] = {
       {"ReadOnly", VYR_ReadOnly},       {"ReadWrite", VYR_ReadWrite},
       {"CopyOnWrite", VYR_CopyOnWrite}, {"InvalidAccess", VYR_InvalidAccess},
@@ -148,149 +167,6 @@ TEST(Vocabularies, BufferAccess) {
     EXPECT_EQ(&result, &access);
     EXPECT_EQ(access, row.second) << row.first;
   }
-}
-
-TEST(Vocabularies, CanFlag) {
-  ExpectTexts<VYR_TCanFlag>({{0, "invalid"}, {1, "none"}, {2, "limited"}, {3, "full"}}, "invalid");
-  ExpectParses(VYR_String2CanFlag, {{"none", 1},
-                                    {"limited", 2},
-                                    {"full", 3},
-                                    {"None", 0},
-                                    {"FULL", 0},
-                                    {"invalid", 0},
-                                    {"", 0}});
-}
-
-TEST(Vocabularies, DefaultInkTypes) {
-  ExpectTexts<VYR_TDefInkTypes>({{0, ""}, {1, "process"}, {2, "display"}, {3, "designer"}}, "");
-  ExpectParses(VYR_String2DefInkTypes,
-               {{"process", 1}, {"DISPLAY", 2}, {"Designer", 3}, {"", 0}, {"proc", 0}});
-}
-
-TEST(Vocabularies, ImageRotation) {
-  ExpectTexts<VYR_TImageRotation>({{0, "NotRotated"},
-                                   {1, "Rot90"},
-                                   {2, "Rot180"},
-                                   {3, "Rot270"},
-                                   {4, "Mirrored"},
-                                   {5, "MirRot90"},
-                                   {6, "MirRot180"},
-                                   {7, "MirRot270"}},
-                                  "UnknownRotation");
-  // An unknown text gives NotRotated, not a value for "unknown".
-  ExpectParses(VYR_String2ImageRotation, {{"notrotated", 0},
-                                          {"ROT90", 1},
-                                          {"Rot180", 2},
-                                          {"rot270", 3},
-                                          {"Mirrored", 4},
-                                          {"mirrot90", 5},
-                                          {"MIRROT180", 6},
-                                          {"MirRot270", 7},
-                                          {"UnknownRotation", 0},
-                                          {"Rot45", 0}});
-}
-
-TEST(Vocabularies, ImageSubtypeHasTextsOnly) {
-  ExpectTexts<VYR_TImageSubtype>(
-      {{0, "UnknownSubtype"}, {1, "CT"}, {2, "LP"}, {3, "LW"}, {4, "HC"}, {5, "FP"}},
-      "UndefinedImageSubtype");
-}
-
-TEST(Vocabularies, ImageType) {
-  ExpectTexts<VYR_TImageType>({{0, "UnknownType"},
-                               {1, "Preview"},
-                               {2, "Icon"},
-                               {3, "Image"},
-                               {4, "Internal"},
-                               {5, "Production"}},
-                              "UndefinedImageType");
-  ExpectParses(VYR_String2ImageType, {{"unknowntype", 0},
-                                      {"Preview", 1},
-                                      {"ICON", 2},
-                                      {"image", 3},
-                                      {"Internal", 4},
-                                      {"production", 5},
-                                      {"UndefinedImageType", 0},
-                                      {"", 0}});
-}
-
-TEST(Vocabularies, Inks) {
-  ExpectTexts<VYR_TInks>({{0, "unknownink"},
-                          {1, "cyan"},
-                          {2, "magenta"},
-                          {3, "yellow"},
-                          {4, "black"},
-                          {5, "red"},
-                          {6, "green"},
-                          {7, "blue"}},
-                         "undefinedink");
-  ExpectParses(VYR_String2Inks, {{"cyan", 1},
-                                 {"Magenta", 2},
-                                 {"YELLOW", 3},
-                                 {"black", 4},
-                                 {"Red", 5},
-                                 {"green", 6},
-                                 {"bLuE", 7},
-                                 {"unknownink", 0},
-                                 {"undefinedink", 0},
-                                 {"", 0}});
-}
-
-TEST(Vocabularies, InterleavedType) {
-  ExpectTexts<VYR_TInterleavedType>({{0, "UnknownInterleaved"},
-                                     {1, "PixelInterleaved"},
-                                     {2, "LineInterleaved"},
-                                     {3, "PlaneInterleaved"}},
-                                    "UnknownInterleaved");
-  ExpectParses(VYR_String2InterleavedType, {{"PixelInterleaved", 1},
-                                            {"LineInterleaved", 2},
-                                            {"PlaneInterleaved", 3},
-                                            {"pixelinterleaved", 0},
-                                            {"UnknownInterleaved", 0}});
-}
-
-TEST(Vocabularies, KnotType) {
-  ExpectTexts<VYR_TKnotType>({{0, "KnotNop"},
-                              {1, "KnotMoveTo"},
-                              {2, "KnotClose"},
-                              {3, "KnotLinkLineTo"},
-                              {4, "KnotNormLineTo"},
-                              {5, "KnotLinkCurveTo"},
-                              {6, "KnotNormCurveTo"}},
-                             "KnotNop");
-  ExpectParses(VYR_String2KnotType, {{"KnotMoveTo", 1},
-                                     {"KnotClose", 2},
-                                     {"KnotLinkLineTo", 3},
-                                     {"KnotNormLineTo", 4},
-                                     {"KnotLinkCurveTo", 5},
-                                     {"KnotNormCurveTo", 6},
-                                     {"KnotNop", 0},
-                                     {"knotmoveto", 0}});
-}
-
-TEST(Vocabularies, Units) {
-  ExpectTexts<VYR_TMUnits>({{0, "Pixel"}, {1, "MM"}, {2, "CM"}, {3, "Inch"}, {4, "Mil"}},
-                           "UnknownUnits");
-  // Pixel is no key: it is the default.
-  ExpectParses(VYR_String2Units, {{"MM", 1},
-                                  {"mm", 1},
-                                  {"cm", 2},
-                                  {"inch", 3},
-                                  {"INCH", 3},
-                                  {"Mil", 4},
-                                  {"Pixel", 0},
-                                  {"UnknownUnits", 0},
-                                  {"", 0}});
-}
-
-TEST(Vocabularies, VerifyStatus) {
-  ExpectTexts<VYR_TVerifyStatus>({{0, "KeyUnknown"}, {1, "KeyDifferent"}, {2, "KeyEqual"}},
-                                 "KeyInvalid");
-  ExpectParses(VYR_String2VerifyStatus, {{"KeyDifferent", 1},
-                                         {"KeyEqual", 2},
-                                         {"KeyUnknown", 0},
-                                         {"keyequal", 0},
-                                         {"KeyInvalid", 0}});
 }
 
 TEST(Vocabularies, FillLevel) {

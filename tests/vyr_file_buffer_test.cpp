@@ -9,26 +9,14 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
-#include <cstring>
-#include <memory>
-#include <string>
 #include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <vyrax/vyrax.h>
 
 #include "buffer_test_support.h"
 #include "stream_test_support.h"
 
 namespace {
 
-using buffertest::BytesOf;
-using buffertest::MappingsOf;
-using buffertest::Pattern;
-using buffertest::WriteFile;
-typedef std::unique_ptr<const VYR_IBuffer> Owned;
+using namespace buffertest;
 
 class FileBufferTest : public test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__> {
  protected:
@@ -36,24 +24,13 @@ class FileBufferTest : public test_support::LibraryTest<__QEN_INITIALIZATION_FUN
     ASSERT_FALSE(mDir.Path().empty());
     G = VYR_TFileBuffer::sAllocationGranularity;
   }
-
-  Owned Open(const std::string& path, unsigned positionLow = 0, unsigned positionHigh = 0,
-             unsigned size = 0) {
-    return Owned(VYR_IBuffer::Create(QEN_TString(path.c_str()), positionLow, positionHigh, size));
+  Owned Open(const std::string& path, unsigned low = 0, unsigned high = 0, unsigned size = 0) {
+    return Owned(VYR_IBuffer::Create(QEN_TString(path.c_str()), low, high, size));
   }
-
-  static const VYR_TFileBuffer* AsFile(const VYR_IBuffer& buffer) {
-    return static_cast<const VYR_TFileBuffer*>(buffer.DynamicCast("VYR_TFileBuffer"));
-  }
-
-  buffertest::PlatformGuard mPlatform;
-  buffertest::TempDir mDir;
+  PlatformGuard mPlatform;
+  TempDir mDir;
   unsigned G = 0;
 };
-
-std::vector<unsigned char> Part(const std::vector<unsigned char>& bytes, size_t from, size_t count) {
-  return std::vector<unsigned char>(bytes.begin() + from, bytes.begin() + from + count);
-}
 
 // A child process that holds an exclusive lock on a file: for `holdMs`
 // milliseconds, or until it is killed when holdMs is negative.
@@ -65,8 +42,7 @@ class LockHolder {
     mChild = fork();
     if (mChild == 0) {
       const int fd = open(path.c_str(), O_RDONLY);
-      if (fd < 0 || flock(fd, LOCK_EX) != 0) _exit(1);
-      if (write(ready[1], "x", 1) != 1) _exit(1);
+      if (fd < 0 || flock(fd, LOCK_EX) != 0 || write(ready[1], "x", 1) != 1) _exit(1);
       if (holdMs < 0) pause();
       else usleep(static_cast<useconds_t>(holdMs) * 1000);
       _exit(0);
@@ -76,13 +52,10 @@ class LockHolder {
     mHolding = read(ready[0], &c, 1) == 1;
     close(ready[0]);
   }
-  LockHolder(const LockHolder&) = delete;
-  LockHolder& operator=(const LockHolder&) = delete;
   ~LockHolder() {
     if (mChild <= 0) return;
     kill(mChild, SIGKILL);
-    int status = 0;
-    waitpid(mChild, &status, 0);
+    waitpid(mChild, nullptr, 0);
   }
   bool Holding() const { return mHolding; }
 
@@ -91,21 +64,17 @@ class LockHolder {
   bool mHolding = false;
 };
 
-std::string RetryLine(const std::string& path, int remaining) {
-  return "VYR_TFileBuffer - file open attempt failed due to sharing violation (" + path +
-         "), remaining attempts: " + std::to_string(remaining);
+// Checks that the log lines count the remaining attempts down from `first`.
+void ExpectCountdown(const std::vector<std::string>& lines, const std::string& path, int first) {
+  for (size_t i = 0; i < lines.size(); ++i)
+    EXPECT_TRUE(EndsWith(lines[i], "VYR_TFileBuffer - file open attempt failed due to sharing violation (" +
+                                       path + "), remaining attempts: " + std::to_string(first - int(i))))
+        << lines[i];
 }
-
-bool EndsWith(const std::string& line, const std::string& tail) {
-  return line.size() >= tail.size() && line.compare(line.size() - tail.size(), tail.size(), tail) == 0;
-}
-
-// --- Ranges ------------------------------------------------------------------------
 
 TEST_F(FileBufferTest, WholeFileAndRangesOfIt) {
   const std::vector<unsigned char> bytes = Pattern(10000);
   const std::string path = WriteFile(mDir.File("ranges.bin"), bytes);
-
   // Start-up set the alignment of views to the page size.
   EXPECT_EQ(static_cast<long>(VYR_TFileBuffer::sAllocationGranularity), sysconf(_SC_PAGESIZE));
   Owned whole = Open(path);
@@ -113,74 +82,49 @@ TEST_F(FileBufferTest, WholeFileAndRangesOfIt) {
   EXPECT_TRUE(whole->IsValid());
   EXPECT_EQ(whole->BufferAccess(), VYR_ReadOnly);
   EXPECT_EQ(BytesOf(*whole), bytes);
-  EXPECT_EQ(AsFile(*whole)->SizeHigh(), 0u);
+  EXPECT_EQ(static_cast<const VYR_TFileBuffer*>(whole->DynamicCast("VYR_TFileBuffer"))->SizeHigh(), 0u);
 
-  Owned range = Open(path, 100, 0, 50);
-  EXPECT_STREQ(range->ClassName(), "VYR_TSliceBuffer");
-  EXPECT_EQ(BytesOf(*range), Part(bytes, 100, 50));
-  EXPECT_EQ(range->BufferAccess(), VYR_ReadOnly);
-  Owned toTheEnd = Open(path, 9000, 0, 0);
-  EXPECT_EQ(toTheEnd->Size(), 1000u);
-  Owned exactEnd = Open(path, 9000, 0, 1000);  // position + size == file size
-  EXPECT_EQ(exactEnd->Size(), 1000u);
-  Owned cut = Open(path, 9990, 0, 500);  // cut at the end
-  EXPECT_EQ(BytesOf(*cut), Part(bytes, 9990, 10));
+  // Size 0 reaches the end, position + size == file size is allowed, and a
+  // range past the end is cut.
+  const struct { unsigned position, size, from, count; } ranges[] = {
+      {9000, 0, 9000, 1000}, {9000, 1000, 9000, 1000}, {9990, 500, 9990, 10}};
+  for (const auto& r : ranges) EXPECT_EQ(BytesOf(*Open(path, r.position, 0, r.size)), Part(bytes, r.from, r.count));
   EXPECT_THROW(Open(path, 10000, 0, 0), VYR_EBufferSliceStartsAfterEnd);
   EXPECT_THROW(Open(path, 0, 1, 10), VYR_EBufferSliceStartsAfterEnd);
 
-  // The same through a tag, a URL and a URL given as text.
-  Owned byTag(VYR_IBuffer::Create(QEN_TString(path.c_str()), VYR_TTag(100, 0, 50, 7)));
-  EXPECT_EQ(BytesOf(*byTag), Part(bytes, 100, 50));
+  // The same range by name, by URL and tag, and through a handle.
+  Owned range = Open(path, 100, 0, 50);
+  EXPECT_STREQ(range->ClassName(), "VYR_TSliceBuffer");
+  EXPECT_EQ(range->BufferAccess(), VYR_ReadOnly);
+  EXPECT_EQ(BytesOf(*range), Part(bytes, 100, 50));
   const QEN_TURL url = QEN_TURL::LocalToURL(QEN_TString(path.c_str()));
-  Owned byUrl(VYR_IBuffer::Create(url, VYR_TTag(100, 0, 50, 0)));
-  EXPECT_EQ(BytesOf(*byUrl), Part(bytes, 100, 50));
-  Owned byText(VYR_IBuffer::Create(url.AsString(), 100, 0, 50));
-  EXPECT_EQ(BytesOf(*byText), Part(bytes, 100, 50));
-  VYR_TBuffer handle(url, 100, 0, 50);
-  EXPECT_EQ(BytesOf(handle), Part(bytes, 100, 50));
+  EXPECT_EQ(BytesOf(*Owned(VYR_IBuffer::Create(url, VYR_TTag(100, 0, 50, 7)))), Part(bytes, 100, 50));
+  EXPECT_EQ(BytesOf(VYR_TBuffer(url, 100, 0, 50)), Part(bytes, 100, 50));
 }
 
 TEST_F(FileBufferTest, FilesThatCannotBeOpened) {
-  buffertest::LogCapture log;
+  LogCapture log;
   const std::string empty = WriteFile(mDir.File("empty.bin"), std::string());
-  try {
-    Open(empty);
-    FAIL() << "no exception";
-  } catch (const VYR_EBufferEmptyFile& failure) {
+  try { Open(empty); FAIL() << "no exception"; } catch (const VYR_EBufferEmptyFile& failure) {
     EXPECT_STREQ(failure.QEN_Message().c_str(), "VYR_EBufferEmptyFile");
-    EXPECT_EQ(buffertest::TextOf(failure.QEN_Data()), empty);
+    EXPECT_EQ(TextOf(failure.QEN_Data()), empty);
   }
   const std::string missing = mDir.File("missing.bin");
-  try {
-    Open(missing);
-    FAIL() << "no exception";
-  } catch (const VYR_EBufferCannotOpenFile& failure) {
+  try { Open(missing); FAIL() << "no exception"; } catch (const VYR_EBufferCannotOpenFile& failure) {
     EXPECT_STREQ(failure.QEN_Message().c_str(), "VYR_EBufferCannotOpenFile");
     EXPECT_STREQ(failure.QEN_ExceptionFile().c_str(), "Private/Source/vyr_buffer");
-    const VYR_ESystemError* system = buffertest::SystemErrorIn(failure);
-    ASSERT_NE(system, nullptr);
-    EXPECT_STREQ(system->QEN_Message().c_str(), "System error nr. %d %s on %s");
-    EXPECT_EQ(buffertest::DataItem(*system, 0).AsInt64(), ENOENT);
-    EXPECT_EQ(buffertest::TextOf(buffertest::DataItem(*system, 1)), std::strerror(ENOENT));
-    EXPECT_EQ(buffertest::TextOf(buffertest::DataItem(*system, 2)), missing);
+    ExpectSystemError(failure, ENOENT, "System error nr. %d %s on %s", missing);
   }
   EXPECT_TRUE(log.Lines().empty());  // a missing file is not retried
-  try {
-    Open(mDir.Path());
-    FAIL() << "no exception";
-  } catch (const VYR_EBufferCannotDetermineFileSize& failure) {
-    const VYR_ESystemError* system = buffertest::SystemErrorIn(failure);
-    ASSERT_NE(system, nullptr);
-    EXPECT_EQ(buffertest::DataItem(*system, 0).AsInt64(), EISDIR);
+  try { Open(mDir.Path()); FAIL() << "no exception"; } catch (const VYR_EBufferCannotDetermineFileSize& failure) {
+    ExpectSystemError(failure, EISDIR);
   }
 }
-
-// --- One mapping per name -------------------------------------------------------------
 
 TEST_F(FileBufferTest, OpensOfOnePathShareOneMappingUntilTheLastGoes) {
   const std::vector<unsigned char> bytes = Pattern(3 * G + 10);
   const std::string path = WriteFile(mDir.File("shared.bin"), bytes);
-  const unsigned descriptors = buffertest::OpenDescriptors();
+  const unsigned descriptors = OpenDescriptors();
   EXPECT_EQ(MappingsOf(path), 0u);
 
   Owned first = Open(path);
@@ -189,8 +133,7 @@ TEST_F(FileBufferTest, OpensOfOnePathShareOneMappingUntilTheLastGoes) {
   EXPECT_EQ(MappingsOf(path), 1u);
   EXPECT_EQ(first->Buffer(), second->Buffer());
   // A second open costs one descriptor, opened and closed again.
-  EXPECT_EQ(buffertest::OpenDescriptors(), descriptors + 1);
-
+  EXPECT_EQ(OpenDescriptors(), descriptors + 1);
   Owned duplicate(first->Duplicate(false));
   Owned slice(second->Slice(5, 5, false));
   Owned range = Open(path, 100, 0, 50);
@@ -199,14 +142,13 @@ TEST_F(FileBufferTest, OpensOfOnePathShareOneMappingUntilTheLastGoes) {
 
   first.reset();
   second.reset();
-  EXPECT_EQ(MappingsOf(path), 1u);
   duplicate.reset();
   slice.reset();
   EXPECT_EQ(MappingsOf(path), 1u);
   EXPECT_EQ(BytesOf(*range), Part(bytes, 100, 50));
   range.reset();
   EXPECT_EQ(MappingsOf(path), 0u);
-  EXPECT_EQ(buffertest::OpenDescriptors(), descriptors);
+  EXPECT_EQ(OpenDescriptors(), descriptors);
 
   // Names are compared as text: another spelling is another mapping.
   Owned plain = Open(path);
@@ -220,7 +162,6 @@ TEST_F(FileBufferTest, AFileThatGrewIsMappedAnew) {
   Owned before = Open(path);
   WriteFile(path, Pattern(5000));
   Owned after = Open(path);
-  EXPECT_EQ(after->Size(), 5000u);
   EXPECT_EQ(MappingsOf(path), 2u);
   EXPECT_EQ(BytesOf(*after), Pattern(5000));
   before.reset();
@@ -256,96 +197,61 @@ TEST_F(FileBufferTest, ThreadsOpeningOneFileAtOnce) {
 TEST_F(FileBufferTest, OpenWaitsForAnotherProcessThatLetsGoInTime) {
   const std::string path = WriteFile(mDir.File("held.bin"), Pattern(1000));
   // The child lets go after 150 ms; the retries wait up to 500 ms.
-  buffertest::LogCapture log;
+  LogCapture log;
   {
     LockHolder holder(path, 150);
     ASSERT_TRUE(holder.Holding());
-    Owned buffer = Open(path);
-    EXPECT_EQ(BytesOf(*buffer), Pattern(1000));
+    EXPECT_EQ(BytesOf(*Open(path)), Pattern(1000));
   }
   const std::vector<std::string> lines = log.Lines();
   ASSERT_GE(lines.size(), 1u);
   EXPECT_LE(lines.size(), 5u);
-  for (size_t i = 0; i < lines.size(); ++i)
-    EXPECT_TRUE(EndsWith(lines[i], RetryLine(path, 5 - static_cast<int>(i)))) << lines[i];
+  ExpectCountdown(lines, path, 5);
 }
 
 TEST_F(FileBufferTest, OpenGivesUpOnAProcessThatHoldsOn) {
   const std::string path = WriteFile(mDir.File("kept.bin"), Pattern(1000));
   VYR_TFileBuffer::sRetryDelay = 5;
   VYR_TFileBuffer::sNrOfRetries = 2;
-  buffertest::LogCapture log;
+  LogCapture log;
   LockHolder holder(path, -1);
   ASSERT_TRUE(holder.Holding());
-  try {
-    Open(path);
-    FAIL() << "no exception";
-  } catch (const VYR_EBufferCannotOpenFile& failure) {
-    const VYR_ESystemError* system = buffertest::SystemErrorIn(failure);
-    ASSERT_NE(system, nullptr);
-    EXPECT_EQ(buffertest::DataItem(*system, 0).AsInt64(), EWOULDBLOCK);
-    EXPECT_EQ(buffertest::TextOf(buffertest::DataItem(*system, 1)), std::strerror(EWOULDBLOCK));
-    EXPECT_EQ(buffertest::TextOf(buffertest::DataItem(*system, 2)), path);
+  try { Open(path); FAIL() << "no exception"; } catch (const VYR_EBufferCannotOpenFile& failure) {
+    ExpectSystemError(failure, EWOULDBLOCK, nullptr, path);
   }
   // The whole file and then the fallback view, each with its retries.
   const std::vector<std::string> lines = log.Lines();
   ASSERT_EQ(lines.size(), 4u);
-  EXPECT_TRUE(EndsWith(lines[0], RetryLine(path, 2)));
-  EXPECT_TRUE(EndsWith(lines[1], RetryLine(path, 1)));
-  EXPECT_TRUE(EndsWith(lines[2], RetryLine(path, 2)));
+  ExpectCountdown({lines[0], lines[1]}, path, 2);
+  ExpectCountdown({lines[2], lines[3]}, path, 2);
   EXPECT_EQ(MappingsOf(path), 0u);
 }
 
-TEST_F(FileBufferTest, RetriesCountDownAndGiveUpAfterTheLastAttempt) {
+TEST_F(FileBufferTest, RetriesGiveUpAfterTheLastAttempt) {
   const std::string path = WriteFile(mDir.File("injected.bin"), Pattern(100));
   VYR_TFileBuffer::sRetryDelay = 1;
-  {
-    buffertest::LogCapture log;
-    VYR_PlatformInjectFault(VYR_PlatformOpen, EWOULDBLOCK, 2);
-    Owned buffer = Open(path);
-    const std::vector<std::string> lines = log.Lines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_TRUE(EndsWith(lines[0], RetryLine(path, 5)));
-    EXPECT_TRUE(EndsWith(lines[1], RetryLine(path, 4)));
-  }
-  {
-    // With the defaults: 12 opens, 10 log lines, then the failure.
-    buffertest::LogCapture log;
-    VYR_PlatformInjectFault(VYR_PlatformOpen, EWOULDBLOCK, 12);
-    EXPECT_THROW(Open(path), VYR_EBufferCannotOpenFile);
-    EXPECT_EQ(log.Lines().size(), 10u);
-    Owned afterwards = Open(path);  // exactly the twelve failed
-  }
+  // With the defaults: 12 opens, 10 log lines, then the failure.
+  LogCapture log;
+  VYR_PlatformInjectFault(VYR_PlatformOpen, EWOULDBLOCK, 12);
+  EXPECT_THROW(Open(path), VYR_EBufferCannotOpenFile);
+  EXPECT_EQ(log.Lines().size(), 10u);
+  Open(path);  // exactly the twelve failed
 }
-
-// --- Failures of the platform ------------------------------------------------------------
 
 TEST_F(FileBufferTest, FailedSystemCallsCleanUpAndReport) {
   const std::string path = WriteFile(mDir.File("faults.bin"), Pattern(100));
-  const unsigned descriptors = buffertest::OpenDescriptors();
-
+  const unsigned descriptors = OpenDescriptors();
   VYR_PlatformInjectFault(VYR_PlatformCreateMapping, ENOMEM, 2);
-  try {
-    Open(path);
-    FAIL() << "no exception";
-  } catch (const VYR_EBufferCannotCreateMapping& failure) {
-    const VYR_ESystemError* system = buffertest::SystemErrorIn(failure);
-    ASSERT_NE(system, nullptr);
-    EXPECT_STREQ(system->QEN_Message().c_str(), "System error nr. %d %s on %s");
-    EXPECT_EQ(buffertest::DataItem(*system, 0).AsInt64(), ENOMEM);
+  try { Open(path); FAIL() << "no exception"; } catch (const VYR_EBufferCannotCreateMapping& failure) {
+    ExpectSystemError(failure, ENOMEM, "System error nr. %d %s on %s");
   }
   VYR_PlatformInjectFault(VYR_PlatformMapView, ENOMEM, 2);
-  try {
-    Open(path);
-    FAIL() << "no exception";
-  } catch (const VYR_EBufferCannotMapFile& failure) {
-    const VYR_ESystemError* system = buffertest::SystemErrorIn(failure);
-    ASSERT_NE(system, nullptr);
-    EXPECT_STREQ(system->QEN_Message().c_str(), "System error nr. %d %s");
+  try { Open(path); FAIL() << "no exception"; } catch (const VYR_EBufferCannotMapFile& failure) {
+    ExpectSystemError(failure, ENOMEM, "System error nr. %d %s");
   }
   VYR_PlatformInjectFault(VYR_PlatformFileSize, EIO, 2);
   EXPECT_THROW(Open(path), VYR_EBufferCannotDetermineFileSize);
-  EXPECT_EQ(buffertest::OpenDescriptors(), descriptors);
+  EXPECT_EQ(OpenDescriptors(), descriptors);
   EXPECT_EQ(MappingsOf(path), 0u);
 }
 
@@ -356,7 +262,6 @@ TEST_F(FileBufferTest, OperatorCallGivesViewAddressesAndReadsTheRest) {
   const std::string path = WriteFile(mDir.File("view.bin"), bytes);
   Owned whole = Open(path);
   const unsigned char* view = static_cast<const unsigned char*>(whole->Buffer());
-
   EXPECT_EQ((*whole)(10, 20), view + 10);  // inside: nothing is read
   EXPECT_EQ(whole->Reserved()->Size(), 20u);
   // Past the end of the file: the bytes that are there, and zeros behind.
@@ -368,7 +273,6 @@ TEST_F(FileBufferTest, OperatorCallGivesViewAddressesAndReadsTheRest) {
   // An offset past the size with size 0: a block of 0 bytes.
   EXPECT_NE((*whole)(3 * G + 5, 0), nullptr);
   EXPECT_EQ(whole->Reserved()->Size(), 0u);
-
   // A slice counts from its start and reaches the file's end with size 0.
   Owned range = Open(path, 100, 0, 50);
   EXPECT_EQ((*range)(0, 0), view + 100);
@@ -376,13 +280,8 @@ TEST_F(FileBufferTest, OperatorCallGivesViewAddressesAndReadsTheRest) {
 
   // A failed read leaves the new block in the reservation.
   VYR_PlatformInjectFault(VYR_PlatformRead, EIO, 1);
-  try {
-    (*whole)(3 * G - 1, 2);
-    FAIL() << "no exception";
-  } catch (const VYR_EBufferCannotReadFile& failure) {
-    const VYR_ESystemError* system = buffertest::SystemErrorIn(failure);
-    ASSERT_NE(system, nullptr);
-    EXPECT_EQ(buffertest::DataItem(*system, 0).AsInt64(), EIO);
+  try { (*whole)(3 * G - 1, 2); FAIL() << "no exception"; } catch (const VYR_EBufferCannotReadFile& failure) {
+    ExpectSystemError(failure, EIO);
   }
   ASSERT_NE(whole->Reserved(), nullptr);
   EXPECT_EQ(whole->Reserved()->Size(), 2u);
@@ -403,55 +302,44 @@ TEST_F(FileBufferTest, FallbackViewReachesOnlyWhatIsMapped) {
   const unsigned char* view = static_cast<const unsigned char*>(partial->Buffer());
   EXPECT_EQ(partial->Buffer(2 * G), view + 2 * G);
   EXPECT_THROW(partial->Buffer(2 * G + 1), VYR_EBufferRegionTooLarge);
-  Owned rest(partial->Slice(G, 0, false));
-  EXPECT_EQ(rest->Size(), G);
-  EXPECT_EQ(BytesOf(*rest), Part(bytes, G, G));
+  EXPECT_EQ(BytesOf(*Owned(partial->Slice(G, 0, false))), Part(bytes, G, G));
   EXPECT_THROW(Owned(partial->Slice(G, G + 1, false)), VYR_EBufferSliceTooLarge);
   EXPECT_THROW(Owned(partial->Slice(G, G + 1, true)), VYR_EBufferSliceTooLarge);
   // What needs every byte by address fails in order instead of faulting.
   EXPECT_THROW(Owned(partial->Duplicate(true)), VYR_EBufferRegionTooLarge);
-  VYR_TBuffer handle(*partial);
   QEN_TMemoryStream memory;
   QEN_TDataStream stream(memory);
-  EXPECT_THROW(handle.QEN_Pack(stream), VYR_EBufferRegionTooLarge);
+  EXPECT_THROW(VYR_TBuffer(*partial).QEN_Pack(stream), VYR_EBufferRegionTooLarge);
   EXPECT_THROW(Owned(partial->DecodeHex(0u)), VYR_EBufferRegionTooLarge);
   // operator() gives addresses inside and reads outside.
   EXPECT_EQ((*partial)(7, 9), view + 7);
-  const unsigned char* outside = static_cast<const unsigned char*>((*partial)(2 * G - 10, 100));
-  EXPECT_EQ(std::memcmp(outside, &bytes[2 * G - 10], 100), 0);
+  EXPECT_EQ(std::memcmp((*partial)(2 * G - 10, 100), &bytes[2 * G - 10], 100), 0);
   EXPECT_EQ(MappingsOf(path), 1u);
 
   // A range asked for lands in a view around it.
   VYR_PlatformInjectFault(VYR_PlatformMapView, ENOMEM, 1);
-  Owned range = Open(path, G + G / 2, 0, G);
-  EXPECT_EQ(BytesOf(*range), Part(bytes, G + G / 2, G));
+  EXPECT_EQ(BytesOf(*Open(path, G + G / 2, 0, G)), Part(bytes, G + G / 2, G));
 }
 
 TEST_F(FileBufferTest, MappedBytesAreNotWrittenThrough) {
-  const std::string path = WriteFile(mDir.File("readonly.bin"), std::string("00ff10"));
-  Owned file = Open(path);
-  EXPECT_THROW(file->CopyContentFrom("x", 1), VYR_EBufferInternal);
+  Owned file = Open(WriteFile(mDir.File("readonly.bin"), std::string("00ff10")));
   Owned slice(file->Slice(0, 2, false));
+  EXPECT_THROW(file->CopyContentFrom("x", 1), VYR_EBufferInternal);
   EXPECT_THROW(slice->CopyContentFrom("x", 1), VYR_EBufferInternal);
   EXPECT_THROW(Owned(file->DecodeHex(slice.get())), VYR_EBufferInternal);
   // Reading hexadecimal text from a file works.
-  Owned decoded(file->DecodeHex(0u));
-  EXPECT_EQ(BytesOf(*decoded), (std::vector<unsigned char>{0x00, 0xFF, 0x10}));
-  Owned copy(file->Duplicate(true));
-  EXPECT_EQ(copy->BufferAccess(), VYR_ReadWrite);
+  EXPECT_EQ(BytesOf(*Owned(file->DecodeHex(0u))), (std::vector<unsigned char>{0x00, 0xFF, 0x10}));
+  EXPECT_EQ(Owned(file->Duplicate(true))->BufferAccess(), VYR_ReadWrite);
 }
-
-// --- Files of 4 GiB and more ---------------------------------------------------------------
 
 TEST_F(FileBufferTest, FileLargerThanFourGiB) {
   const std::string path = mDir.File("large.bin");
   const unsigned long long fourGiB = 1ull << 32;
-  const unsigned long long size = fourGiB + 3ull * G;
   const int fd = open(path.c_str(), O_CREAT | O_RDWR | O_TRUNC, 0600);
   ASSERT_GE(fd, 0);
-  if (ftruncate(fd, static_cast<off_t>(size)) != 0) {
+  if (ftruncate(fd, static_cast<off_t>(fourGiB + 3ull * G)) != 0) {
     close(fd);
-    GTEST_SKIP() << "the file system refuses a sparse file of " << size << " bytes";
+    GTEST_SKIP() << "the file system refuses a sparse file of more than 4 GiB";
   }
   const bool written = pwrite(fd, "HEAD", 4, 0) == 4 &&
                        pwrite(fd, "MARKER", 6, static_cast<off_t>(fourGiB + G + 7)) == 6;
@@ -459,7 +347,7 @@ TEST_F(FileBufferTest, FileLargerThanFourGiB) {
   ASSERT_TRUE(written);
 
   Owned whole = Open(path);
-  const VYR_TFileBuffer* file = AsFile(*whole);
+  const VYR_TFileBuffer* file = static_cast<const VYR_TFileBuffer*>(whole->DynamicCast("VYR_TFileBuffer"));
   ASSERT_NE(file, nullptr);
   EXPECT_EQ(whole->Size(), 3 * G);  // the low half
   EXPECT_EQ(file->SizeHigh(), 1u);
@@ -476,8 +364,7 @@ TEST_F(FileBufferTest, FileLargerThanFourGiB) {
 
   // The fallback view takes the high half to the mapping.
   VYR_PlatformInjectFault(VYR_PlatformMapView, ENOMEM, 1);
-  Owned far = Open(path, G + 7, 1, 6);
-  EXPECT_EQ(std::memcmp(far->Buffer(), "MARKER", 6), 0);
+  EXPECT_EQ(std::memcmp(Open(path, G + 7, 1, 6)->Buffer(), "MARKER", 6), 0);
 }
 
 }  // namespace
