@@ -65,6 +65,19 @@ VYR_LOCAL bool ReadAt(Handle file, void* into, std::size_t size, unsigned long l
 VYR_LOCAL void* Allocate(std::size_t size, int& error);
 
 VYR_LOCAL void SleepMilliseconds(unsigned milliseconds);
+
+}  // namespace platform
+}  // namespace vyr
+
+enum VYR_TPlatformCall : unsigned;
+
+namespace vyr {
+namespace platform {
+
+// Whether a fault set by VYR_PlatformInjectFault makes this call fail now,
+// and with which error number. Costs one relaxed load while no fault is set.
+VYR_LOCAL bool Injected(VYR_TPlatformCall call, int& error);
+
 // The alignment a view's start needs: the page size.
 VYR_LOCAL unsigned AllocationGranularity();
 
@@ -86,6 +99,8 @@ enum VYR_TPlatformCall : unsigned {
   VYR_PlatformMapView = 3,
   VYR_PlatformRead = 4,
   VYR_PlatformAllocate = 5,
+  // 6 to 15: further calls of the buffers; 16 to 31: the metadata backends.
+  VYR_PlatformCallKinds = 32
 };
 
 VYR_API void VYR_PlatformInjectFault(VYR_TPlatformCall call, int error, unsigned count,

@@ -22,16 +22,29 @@ namespace {
 
 // --- Injected faults ------------------------------------------------------------
 
-constexpr unsigned kCallKinds = 6;
-
 struct Fault {
   std::atomic<unsigned> count{0};  // calls still to fail
   unsigned skip = 0;               // calls to let through first
   int error = 0;
 };
 
-Fault gFaults[kCallKinds];
+Fault gFaults[VYR_PlatformCallKinds];
 std::mutex gFaultMutex;
+
+bool IsHeldError(int error) { return error == EWOULDBLOCK || error == EAGAIN; }
+
+// What a mapping object is here: the size of the file it was made for, and
+// its one view.
+struct MappingRecord {
+  int file;
+  unsigned long long covered;
+  void* view;
+  std::size_t viewLength;
+};
+
+MappingRecord* RecordOf(Handle mapping) { return reinterpret_cast<MappingRecord*>(mapping); }
+
+}  // namespace
 
 // Whether this call is to fail; the check costs one relaxed load while no
 // fault is set.
@@ -48,21 +61,6 @@ bool Injected(VYR_TPlatformCall call, int& error) {
   error = fault.error;
   return true;
 }
-
-bool IsHeldError(int error) { return error == EWOULDBLOCK || error == EAGAIN; }
-
-// What a mapping object is here: the size of the file it was made for, and
-// its one view.
-struct MappingRecord {
-  int file;
-  unsigned long long covered;
-  void* view;
-  std::size_t viewLength;
-};
-
-MappingRecord* RecordOf(Handle mapping) { return reinterpret_cast<MappingRecord*>(mapping); }
-
-}  // namespace
 
 OpenResult OpenShared(const char* path, Handle& file, int& error) {
   file = kInvalidHandle;
@@ -214,7 +212,7 @@ unsigned AllocationGranularity() {
 }  // namespace vyr
 
 void VYR_PlatformInjectFault(VYR_TPlatformCall call, int error, unsigned count, unsigned skip) {
-  if (call >= vyr::platform::kCallKinds) return;
+  if (call >= VYR_PlatformCallKinds) return;
   std::lock_guard<std::mutex> guard(vyr::platform::gFaultMutex);
   vyr::platform::Fault& fault = vyr::platform::gFaults[call];
   fault.error = error;
