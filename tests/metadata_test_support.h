@@ -3,6 +3,7 @@
 #ifndef VYRAX_TESTS_METADATA_TEST_SUPPORT_H
 #define VYRAX_TESTS_METADATA_TEST_SUPPORT_H
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <ftw.h>
 #include <gtest/gtest.h>
@@ -14,6 +15,7 @@
 #include <unistd.h>
 #include <vyrax/vyrax.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -75,6 +77,20 @@ inline bool IsFolder(const std::string& path) {
 inline ino_t InodeOf(const std::string& path) {
   struct stat info;
   return ::stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
+}
+
+// The names in a folder, without "." and "..", sorted.
+inline std::vector<std::string> Entries(const std::string& folder) {
+  std::vector<std::string> names;
+  if (DIR* dir = ::opendir(folder.c_str())) {
+    while (const struct dirent* entry = ::readdir(dir)) {
+      const std::string name = entry->d_name;
+      if (name != "." && name != "..") names.push_back(name);
+    }
+    ::closedir(dir);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 // The side-car file of a data file.

@@ -142,6 +142,11 @@ TEST_F(TimestampTest, WholeSecondsMatchAnyFractionOfTheSameSecond) {
 
 TEST_F(TimestampTest, StampsOfAnotherFormCountAsNone) {
   VYR_TMetadata metadata(UrlOf(mData));
+  // Bytes that are no packed object at all: the next stamp repairs them.
+  ASSERT_TRUE(Store(metadata, "TIMESTAMP", "\x05 not a packed object"));
+  EXPECT_EQ(VYR_KeyUnknown, metadata.VerifyTimestamp("A"));
+  EXPECT_TRUE(metadata.SetTimestamp("A"));
+  EXPECT_EQ(VYR_KeyEqual, metadata.VerifyTimestamp("A"));
   ASSERT_TRUE(metadata.SetKeyObject("TIMESTAMP", VYR_TTag(1ULL, 2ULL), true));
   EXPECT_EQ(VYR_KeyUnknown, metadata.VerifyTimestamp("A"));
   QEN_TDict noTime;

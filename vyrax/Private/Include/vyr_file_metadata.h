@@ -10,13 +10,21 @@
 // The whole dictionary lives in memory. A change rewrites the whole file:
 // a temporary file beside it is written, flushed and renamed over it, so a
 // reader in another process sees the old store or the new one, never a torn
-// one, and a writer that dies leaves the old store readable. Two writers of
-// one file replace each other's dictionary: the later write wins whole.
+// one, and a writer that dies leaves the old store readable.
 //
-// One lock for all objects of the process (the side-car lock) guards the
-// file calls of a read, write or deletion, with the retries: up to five
-// attempts, 20 ms apart, while another process holds the file. Packing and
-// unpacking happen outside it. Failures never reach the caller: they are
+// Many processes on several machines write into the same folders, so a
+// commit merges: it takes the store's writer lock, reads the store as it is
+// now, applies this object's own changes since its last read (keys set,
+// pending ones included, and keys removed), writes the result and takes it
+// as its new state. The last writer wins per key, never per store. A store
+// that is there but cannot be read now (held, no access, no descriptors) is
+// never replaced: the commit gives false. One that is no store of this
+// library (undecodable, too large, a link, not a file) is kept aside under
+// ".<name>.info.unreadable-..." and the log says where, before the write.
+//
+// Nothing outside the .metadata folder is touched: the folder is refused
+// when it is a link or no folder, and every file in it is opened relative
+// to it, without following links. Failures never reach the caller: they are
 // logged and end in an empty dictionary or a false result.
 #ifndef VYR_FILE_METADATA_H
 #define VYR_FILE_METADATA_H
@@ -24,6 +32,8 @@
 #include <qen/qen_containers.h>
 #include <qen/qen_string.h>
 #include <qen/qen_url.h>
+
+#include <cstdint>
 
 #include "vyr_throw.h"
 #include "vyrax/vyr_metadata.h"
@@ -47,10 +57,11 @@ class VYR_LOCAL VYR_TFileMetadata : public QEN_TObject, public virtual VYR_IMeta
   ~VYR_TFileMetadata() override;
 
   // Reads the side-car file into the dictionary unless that has been done;
-  // whether the dictionary holds what was read.
+  // whether the dictionary holds what was read. A read drops the changes
+  // not committed.
   virtual bool ReadMetadata();
-  // Stores the dictionary: replaces the file, or deletes it when the
-  // dictionary is empty. Whether that worked.
+  // Commits this object's changes into the store as it is now: replaces the
+  // file, or deletes it when nothing is left. Whether that worked.
   virtual bool WriteMetadata();
   // Logs the move and changes nothing. Nothing in the library calls it.
   virtual void PostSetArchiveData(QEN_TDict const& data, QEN_TURL const& from, QEN_TURL const& to);
@@ -74,16 +85,34 @@ class VYR_LOCAL VYR_TFileMetadata : public QEN_TObject, public virtual VYR_IMeta
   bool Copy(QEN_TURL const& target) override;
   bool Rename(QEN_TURL const& target) override;
 
-  // Traces and builds the side-car lock.
+  // Traces.
   static bool QEN_Initialize();
 
  private:
-  bool DeleteMetadata();
+  // What a look at the store found.
+  enum class Found {
+    kStore,       // a store, now in the dictionary given
+    kNone,        // no store, or an empty file
+    kUnreadable,  // a store that cannot be read now: held, no access, no descriptors
+    kUndecodable  // something at the store's name that is no store of this library
+  };
+  // Opens the .metadata folder, made first when `create` is set; logs why not.
+  bool OpenFolder(bool create, std::intptr_t& folder, int& error);
+  // Reads the store of `folder` into `dictionary`; logs what went wrong.
+  Found ReadStore(std::intptr_t folder, QEN_TDict& dictionary);
+  // WriteMetadata without its catch.
+  bool Commit();
 
   QEN_TURL mDataFile;
   QEN_TURL mMetadataFile;
   QEN_TString mMetadataPath;
+  // The .metadata folder, and the store's name in it.
+  QEN_TString mFolderPath;
+  QEN_TString mStoreName;
   QEN_TDict mDictionary;
+  // This object's changes since its last read: key to true (set) or false
+  // (removed). The value of a set key is the dictionary's.
+  QEN_TDict mChanges;
   bool mRead;
   bool mWriteResult;
 };

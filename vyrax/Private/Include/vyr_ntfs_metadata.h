@@ -5,10 +5,16 @@
 // The object reads attributes into a block of records (vyr_ea_records.h) and
 // walks it: the list of keys reads all of them at once, GetKeyValue reads the
 // one it is asked for afresh each time, and a buffer it gives points into the
-// block. Rescan only forgets the block; it is read again when it is next
-// needed. Writes go one attribute at a time, straight to the file. A key is at most 255 bytes and a
-// value at most 65,024 bytes; a value the file system refuses (ext4 keeps about 4 KiB per file) is
-// a false result, like every other write failure.
+// block. Rescan, and every write or removal, forget the block; it is read
+// again when it is next needed. Writes go one attribute at a time, straight
+// to the file. A key is at most 255 bytes and a value at most 65,024 bytes; a
+// value the file system refuses (ext4 keeps about 4 KiB per file) is a false
+// result, like every other write failure.
+//
+// Only attributes whose names are metadata keys ("user." and then "A" to "Z"
+// and "_" only) are this backend's: those of other programs, such as
+// "user.xdg.origin.url" of a download, are never listed, read or changed.
+// Names are matched exactly.
 //
 // States: reading (the file is open to read its attributes), writing (after
 // the first write found the file writable on a file system that keeps user
@@ -78,7 +84,7 @@ class VYR_LOCAL VYR_TEA : public QEN_TObject, public virtual VYR_IMetadata {
   // Whether the file lies on a file system that keeps user attributes.
   bool VolumeKeepsAttributes() const;
   bool WriteRecord(QEN_TString const& key, void const* value, unsigned int length);
-  // The record of `key` in the block, compared without regard to case.
+  // The record of `key` in the block.
   const unsigned char* FindRecord(QEN_TString const& key);
 
   QEN_TURL mFile;

@@ -113,44 +113,93 @@ VYR_API void VYR_PlatformClearFaults();
 // The calls of the two metadata backends, implemented in
 // vyr_platform_posix_metadata.cpp.
 //
+// A job folder is shared with other users and machines, so nothing here
+// follows a link it did not make. The ".metadata" folder is opened once per
+// operation without following a link and must be a folder; every file in it
+// is opened, created, renamed and removed relative to that descriptor, again
+// without following a link.
+//
 // A side-car file is replaced whole, never written in place: the bytes go to
-// "<path>.new" in the same folder, are flushed to the disk, and that file is
-// renamed over <path>. A reader therefore sees the old store or the new one,
-// and a writer that dies leaves the old one (and a stale "<path>.new", which
-// the next writer overwrites). Writers of one path take turns by an
-// exclusive flock(2) on "<path>.lock", which exists while a writer works,
-// without waiting: another writer's lock is the "held" answer. Readers lock
-// the store itself, shared, as OpenShared does; no writer locks a store, so
-// readers and these writers never wait for each other.
+// a temporary file of a name nobody else uses ("<name>.new-<pid>-<n>",
+// created exclusively), are flushed to the disk, and that file is renamed
+// over <name>. A reader therefore sees the old store or the new one, and a
+// writer that dies leaves the old one. Writers of one store take turns by an
+// exclusive flock(2) on "<name>.lock", a file opened for reading and writing
+// (which network file systems need for an exclusive lock) that stays while
+// the store exists. flock(2) locks belong to the open file, so the threads of
+// one process take turns by it as processes do. Readers lock the store
+// itself, shared, without waiting; no writer locks a store, so readers and
+// writers never wait for each other.
+#include <string>
+#include <vector>
+
 namespace vyr {
 namespace platform {
 
-// Makes `size` bytes the content of `path`. A missing folder is kFailed with
-// ENOENT or ENOTDIR.
-VYR_LOCAL OpenResult ReplaceFile(const char* path, const void* data, std::size_t size, int& error);
-// Removes `path`, taking turns with its writers. Nothing to remove is kFailed
-// with ENOENT (or ENOTDIR).
-VYR_LOCAL OpenResult RemoveFile(const char* path, int& error);
-// Creates one folder; EEXIST when it is there already.
-VYR_LOCAL bool MakeFolder(const char* path, int& error);
+enum class FolderResult {
+  kOpened,
+  kMissing,  // no such folder (or no folder above it)
+  kRefused,  // a link, or something else than a folder
+  kFailed,   // anything else: no access, out of descriptors, ...
+};
+
+// Opens the folder `path` (made first when `create` is set and it is
+// missing), never through a link.
+VYR_LOCAL FolderResult OpenStoreFolder(const char* path, bool create, Handle& folder, int& error);
+
+enum class StoreRead {
+  kRead,     // `bytes` holds the whole file
+  kAbsent,   // no file, or an empty one
+  kForeign,  // a link, not a regular file, or larger than the limit: not a store
+  kHeld,     // another process holds the file exclusively; worth trying again
+  kFailed,   // could not be read now: no access, out of descriptors, I/O error
+};
+
+// Reads the file `name` of `folder`, shared-locked, when it has at most
+// `limit` bytes.
+VYR_LOCAL StoreRead ReadStore(Handle folder, const char* name, unsigned long long limit,
+                              std::vector<unsigned char>& bytes, int& error);
+
+// Takes the writer lock of the store `name`, waiting up to `waitMilliseconds`
+// for another writer to let go of it: kHeld when it did not in that time.
+VYR_LOCAL OpenResult LockStore(Handle folder, const char* name, unsigned waitMilliseconds,
+                               Handle& lock, int& error);
+// Lets go of the writer lock. With `removeLock` (the store is gone) the lock
+// file goes too, while it is still held.
+VYR_LOCAL void UnlockStore(Handle folder, const char* name, Handle lock, bool removeLock);
+
+// Under the writer lock: makes `size` bytes the content of `name`.
+VYR_LOCAL bool WriteStore(Handle folder, const char* name, const void* data, std::size_t size,
+                          int& error);
+// Under the writer lock: removes `name`; one that is not there is no failure.
+VYR_LOCAL bool RemoveStore(Handle folder, const char* name, int& error);
+// Under the writer lock: renames what stands at `name` (file, link or
+// anything else) to a new name that says it could not be read; `aside` is
+// that name.
+VYR_LOCAL bool SetStoreAside(Handle folder, const char* name, std::string& aside, int& error);
+// Under the writer lock: removes the temporary files of writers of `name`
+// that died while writing; all others hold the lock while theirs exists.
+VYR_LOCAL void RemoveLeftovers(Handle folder, const char* name);
 
 // The "user." extended attributes of a file or folder. Names going in and
-// out are without the "user." prefix, and they are matched without regard to
-// case, as the metadata keys are: writing "ABC" replaces "abc".
+// out are without the "user." prefix. Only names that are metadata keys (one
+// or more of "A" to "Z" and "_", which key normalisation leaves as they are)
+// are listed, read or changed: the attributes of other programs, such as
+// "user.xdg.origin.url", are left alone.
 //
 // Opens the file to read its attributes.
 VYR_LOCAL bool OpenForAttributes(const char* path, Handle& file, int& error);
 // Whether this process may change the attributes of `path`: the file's own
 // write permission, as the system asks it of setxattr(2).
 VYR_LOCAL bool CanWriteAttributes(const char* path, int& error);
-// Whether the file has any user attribute.
+// Whether the file has any attribute of a metadata key.
 VYR_LOCAL bool HasAttributes(Handle file, bool& any, int& error);
-// All user attributes as one block of records (vyr_ea_records.h), allocated
+// All attributes of metadata keys as one block of records (vyr_ea_records.h), allocated
 // with malloc and owned by the caller; null and size 0 when there are none.
 // An attribute whose value does not fit a record's 16-bit length is left
 // out.
 VYR_LOCAL bool ReadAttributes(Handle file, unsigned char*& block, unsigned& size, int& error);
-// The one user attribute of that name, as a block of one record like
+// The one attribute of that name, as a block of one record like
 // ReadAttributes gives; null and size 0 when there is none.
 VYR_LOCAL bool ReadAttribute(Handle file, const char* name, unsigned char*& block, unsigned& size,
                              int& error);

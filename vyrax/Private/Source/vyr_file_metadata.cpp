@@ -5,12 +5,13 @@
 
 #include <ordonotes/ordonotes.h>
 #include <qen/qen_stream.h>
-#include <qen/qen_sync.h>
 
 #include <cerrno>
+#include <new>
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "vyr_platform.h"
 #include "vyr_trace.h"
@@ -20,19 +21,21 @@ VYR_VERSION_STAMP()
 
 namespace {
 
-constexpr unsigned kAttempts = 5;
+// A reader retries a store that another process holds exclusively.
+constexpr unsigned kReadAttempts = 5;
 constexpr unsigned kRetryDelayMilliseconds = 20;
-// A store is a few megabytes at most; a larger file is not read into memory.
+// How long a commit waits for the writer lock: another writer holds it for
+// one read and one write of the store; far longer means it is stuck.
+constexpr unsigned kLockWaitMilliseconds = 2000;
+// The one size limit of a store, for the reader and the writer alike: a
+// store is a few megabytes at most, and the writer never makes one that its
+// reader would refuse.
 constexpr unsigned long long kMaxStoreSize = 1ull << 30;
 
+using vyr::platform::FolderResult;
+using vyr::platform::Handle;
 using vyr::platform::OpenResult;
-
-// Guards the file calls of all side-car objects of the process, with their
-// retries; lives for the process.
-QEN_TRWLock& SideCarLock() {
-  static QEN_TRWLock lock;
-  return lock;
-}
+using vyr::platform::StoreRead;
 
 void Log(std::ostringstream const& text) { QENMESG_Log(text.str().c_str()); }
 
@@ -43,56 +46,17 @@ void LogFailure(const char* what, QEN_TString const& path, int code) {
   Log(text);
 }
 
-bool IsMissing(int code) { return code == ENOENT || code == ENOTDIR; }
+// A descriptor closed at the end of the scope.
+struct Closer {
+  Handle handle = vyr::platform::kInvalidHandle;
+  ~Closer() { vyr::platform::CloseFile(handle); }
+};
 
-// The bytes of the side-car file, read under the side-car lock; false when
-// there is no file, an empty one, or one that cannot be read (logged).
-bool ReadStore(QEN_TString const& path, QEN_TMemoryStream& memory) {
-  QEN_TWriteGuard guard(SideCarLock());
-  vyr::platform::Handle file = vyr::platform::kInvalidHandle;
-  int error = 0;
-  OpenResult opened = OpenResult::kFailed;
-  for (unsigned attempt = 0; attempt < kAttempts; ++attempt) {
-    opened = vyr::platform::OpenShared(path.c_str(), file, error);
-    if (opened != OpenResult::kHeld) break;
-    vyr::platform::SleepMilliseconds(kRetryDelayMilliseconds);
-  }
-  if (opened != OpenResult::kOpened) {
-    if (!IsMissing(error)) LogFailure("ReadMetadata file open failed", path, error);
-    return false;
-  }
-  struct Closer {
-    vyr::platform::Handle file;
-    ~Closer() { vyr::platform::CloseFile(file); }
-  } closer{file};
-  unsigned long long size = 0;
-  if (!vyr::platform::FileSize(file, size, error)) {
-    LogFailure("ReadMetadata file size failed", path, error);
-    return false;
-  }
-  if (size > kMaxStoreSize) {
-    LogFailure("ReadMetadata file too large", path, EFBIG);
-    return false;
-  }
-  if (size == 0) return false;
-  try {
-    memory.SetSize(static_cast<unsigned>(size));
-  } catch (...) {
-    LogFailure("ReadMetadata file read failed", path, ENOMEM);
-    return false;
-  }
-  std::size_t got = 0;
-  if (!vyr::platform::ReadAt(file, memory.Data(), static_cast<std::size_t>(size), 0, got, error) ||
-      got != size) {
-    LogFailure("ReadMetadata file read failed", path, got != size ? EIO : error);
-    return false;
-  }
-  return true;
-}
-
-// The dictionary packed in `memory`: exactly one QEN_TDict whose keys are
+// The dictionary packed in `bytes`: exactly one QEN_TDict whose keys are
 // strings and whose values are data blocks. Anything else throws.
-QEN_TDict UnpackStore(QEN_TMemoryStream& memory) {
+QEN_TDict UnpackStore(std::vector<unsigned char>& bytes) {
+  QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
+                           static_cast<unsigned>(bytes.size()));
   QEN_TDataStream stream(memory);
   QEN_TDict dictionary;
   stream >> dictionary;
@@ -101,24 +65,11 @@ QEN_TDict UnpackStore(QEN_TMemoryStream& memory) {
               QEN_TString::Format("side-car store: %llu bytes behind the dictionary",
                                   static_cast<unsigned long long>(memory.Available())));
   for (QEN_TConstIterator entry(dictionary); !entry.IsDone(); ++entry) {
-    if (entry.Value().DynamicCast<QEN_TDataBlock>() == nullptr)
-      QEN_THROW(QEN_EStreamException, "side-car store: a value is no data block");
+    if (entry.Key().DynamicCast<QEN_TString>() == nullptr ||
+        entry.Value().DynamicCast<QEN_TDataBlock>() == nullptr)
+      QEN_THROW(QEN_EStreamException, "side-car store: an entry is no string and data block");
   }
   return dictionary;
-}
-
-// Makes the .metadata folder of a side-car file that could not be created.
-void MakeFolderOf(QEN_TString const& metadataPath) {
-  const int slash = metadataPath.Find('/', -1, true);
-  const QEN_TString folder = slash > 0 ? metadataPath.Substring(0, slash) : metadataPath;
-  int error = 0;
-  if (!vyr::platform::MakeFolder(folder.c_str(), error) && error != EEXIST) {
-    std::ostringstream text;
-    text << "VYR_TFileMetadata::WriteMetadata (metadata folder creation) failed (" << folder.c_str()
-         << ")" << std::endl
-         << "Error code = " << error << std::endl;
-    Log(text);
-  }
 }
 
 }  // namespace
@@ -127,7 +78,6 @@ QEN_DEFINE_OBJECT(VYR_TFileMetadata, QEN_TObject, VYR_IMetadata)
 
 bool VYR_TFileMetadata::QEN_Initialize() {
   VYR_TRACE(vyr::kTraceLifeCycle, "QEN_Initialize of VYR_TFileMetadata\n");
-  SideCarLock();
   return true;
 }
 
@@ -136,59 +86,105 @@ VYR_TFileMetadata::VYR_TFileMetadata(QEN_TURL const& file)
   // There are no short names to expand here: the name is taken as given.
   const QEN_TString name = file.FileName();
   const QEN_TString folder = file.PathName();
-  mMetadataFile.SetFileName("." + name + ".info");
+  mStoreName = "." + name + ".info";
+  mMetadataFile.SetFileName(mStoreName);
   mMetadataFile.SetPathName(folder + "/.metadata");
   mMetadataPath = mMetadataFile.LocalPath();
+  const int slash = mMetadataPath.Find('/', -1, true);
+  mFolderPath = slash > 0 ? mMetadataPath.Substring(0, slash) : QEN_TString(".");
 }
 
 VYR_TFileMetadata::~VYR_TFileMetadata() = default;
 
+bool VYR_TFileMetadata::OpenFolder(bool create, vyr::platform::Handle& folder, int& error) {
+  switch (vyr::platform::OpenStoreFolder(mFolderPath.c_str(), create, folder, error)) {
+    case FolderResult::kOpened:
+      return true;
+    case FolderResult::kMissing:
+      if (create)
+        LogFailure("WriteMetadata (metadata folder creation) failed", mFolderPath, error);
+      return false;
+    case FolderResult::kRefused: {
+      // Somebody else put it there: nothing is read or written through it.
+      error = ELOOP;
+      std::ostringstream text;
+      text << "VYR_TFileMetadata: refused the metadata folder, a link or not a folder ("
+           << mFolderPath.c_str() << ")" << std::endl;
+      Log(text);
+      return false;
+    }
+    case FolderResult::kFailed:
+      break;
+  }
+  LogFailure(create ? "WriteMetadata (metadata folder creation) failed"
+                    : "ReadMetadata file open failed",
+             mFolderPath, error);
+  return false;
+}
+
+VYR_TFileMetadata::Found VYR_TFileMetadata::ReadStore(vyr::platform::Handle folder,
+                                                      QEN_TDict& dictionary) {
+  std::vector<unsigned char> bytes;
+  int error = 0;
+  StoreRead read = StoreRead::kFailed;
+  for (unsigned attempt = 0; attempt < kReadAttempts; ++attempt) {
+    read = vyr::platform::ReadStore(folder, mStoreName.c_str(), kMaxStoreSize, bytes, error);
+    if (read != StoreRead::kHeld) break;
+    vyr::platform::SleepMilliseconds(kRetryDelayMilliseconds);
+  }
+  switch (read) {
+    case StoreRead::kAbsent:
+      dictionary = QEN_TDict();
+      return Found::kNone;
+    case StoreRead::kForeign:
+      LogFailure(error == EFBIG ? "ReadMetadata file too large" : "ReadMetadata not a regular file",
+                 mMetadataPath, error);
+      return Found::kUndecodable;
+    case StoreRead::kHeld:
+    case StoreRead::kFailed:
+      LogFailure("ReadMetadata file open failed", mMetadataPath, error);
+      return Found::kUnreadable;
+    case StoreRead::kRead:
+      break;
+  }
+  try {
+    dictionary = UnpackStore(bytes);
+    return Found::kStore;
+  } catch (std::bad_alloc const&) {
+    // Not the store's fault: it may read another time.
+    LogFailure("ReadMetadata file read failed", mMetadataPath, ENOMEM);
+    return Found::kUnreadable;
+  } catch (...) {
+    std::ostringstream text;
+    text << "VYR_TFileMetadata::ReadMetadata failed during unpacking (" << mMetadataPath.c_str()
+         << ")" << std::endl;
+    Log(text);
+    return Found::kUndecodable;
+  }
+}
+
 bool VYR_TFileMetadata::ReadMetadata() {
   if (mRead) return true;
-  QEN_TMemoryStream memory;
-  if (ReadStore(mMetadataPath, memory)) {
-    try {
-      memory.Rewind();
-      mDictionary = UnpackStore(memory);
+  // What was read before, and the changes on it, go: a store that cannot be
+  // read now is empty to look at, though a commit will not take it as empty.
+  mDictionary = QEN_TDict();
+  mChanges = QEN_TDict();
+  Closer folder;
+  int error = 0;
+  if (OpenFolder(false, folder.handle, error)) {
+    QEN_TDict dictionary;
+    if (ReadStore(folder.handle, dictionary) == Found::kStore) {
+      mDictionary = std::move(dictionary);
       mRead = true;
-    } catch (...) {
-      std::ostringstream text;
-      text << "VYR_TFileMetadata::ReadMetadata failed during unpacking (" << mMetadataPath.c_str()
-           << ")" << std::endl;
-      Log(text);
     }
   }
-  if (!mRead) mDictionary = QEN_TDict();
   return mRead;
 }
 
 bool VYR_TFileMetadata::WriteMetadata() {
-  if (mDictionary.IsEmpty()) return DeleteMetadata();
+  mWriteResult = false;
   try {
-    QEN_TMemoryStream memory;
-    QEN_TDataStream stream(memory);
-    stream << mDictionary;
-    stream.Flush();
-
-    QEN_TWriteGuard guard(SideCarLock());
-    int error = 0;
-    for (unsigned attempt = 1;; ++attempt) {
-      const OpenResult written =
-          vyr::platform::ReplaceFile(mMetadataPath.c_str(), memory.Data(), memory.Length(), error);
-      if (written == OpenResult::kOpened) {
-        mWriteResult = true;
-        break;
-      }
-      if (written == OpenResult::kHeld)
-        vyr::platform::SleepMilliseconds(kRetryDelayMilliseconds);
-      else if (IsMissing(error))
-        MakeFolderOf(mMetadataPath);
-      if (attempt >= kAttempts || (written == OpenResult::kFailed && !IsMissing(error))) {
-        LogFailure("WriteMetadata (file write) failed", mMetadataPath, error);
-        mWriteResult = false;
-        break;
-      }
-    }
+    mWriteResult = Commit();
   } catch (...) {
     std::ostringstream text;
     text << "VYR_TFileMetadata::WriteMetadata failed (" << mMetadataPath.c_str() << ")"
@@ -200,29 +196,102 @@ bool VYR_TFileMetadata::WriteMetadata() {
     } catch (...) {
     }
     Log(text);
-    mWriteResult = false;
   }
   return mWriteResult;
 }
 
-bool VYR_TFileMetadata::DeleteMetadata() {
-  QEN_TWriteGuard guard(SideCarLock());
+bool VYR_TFileMetadata::Commit() {
+  if (mChanges.IsEmpty()) return true;
+  Closer folder;
   int error = 0;
-  for (unsigned attempt = 1;; ++attempt) {
-    const OpenResult removed = vyr::platform::RemoveFile(mMetadataPath.c_str(), error);
-    if (removed == OpenResult::kOpened || (removed == OpenResult::kFailed && IsMissing(error))) {
-      mWriteResult = true;
+  if (!OpenFolder(true, folder.handle, error)) {
+    LogFailure("WriteMetadata (file write) failed", mMetadataPath, error);
+    return false;
+  }
+  Handle lock = vyr::platform::kInvalidHandle;
+  const OpenResult locked = vyr::platform::LockStore(folder.handle, mStoreName.c_str(),
+                                                     kLockWaitMilliseconds, lock, error);
+  if (locked != OpenResult::kOpened) {
+    LogFailure("WriteMetadata (file write) failed", mMetadataPath, error);
+    return false;
+  }
+  bool removeLock = false;
+  struct Unlocker {
+    Handle folder, lock;
+    const char* name;
+    bool& removeLock;
+    ~Unlocker() { vyr::platform::UnlockStore(folder, name, lock, removeLock); }
+  } unlocker{folder.handle, lock, mStoreName.c_str(), removeLock};
+
+  // The store as it is now, under the lock: the changes of other writers
+  // since this object read it stay.
+  QEN_TDict store;
+  switch (ReadStore(folder.handle, store)) {
+    case Found::kStore:
+    case Found::kNone:
+      break;
+    case Found::kUnreadable: {
+      // It is there and may hold anything: it is not replaced blindly.
+      std::ostringstream text;
+      text << "VYR_TFileMetadata::WriteMetadata left the store as it is, as it could not be read ("
+           << mMetadataPath.c_str() << ")" << std::endl;
+      Log(text);
+      return false;
+    }
+    case Found::kUndecodable: {
+      // Kept aside, for a person to look at, before it is replaced.
+      std::string aside;
+      if (!vyr::platform::SetStoreAside(folder.handle, mStoreName.c_str(), aside, error)) {
+        LogFailure("WriteMetadata (setting the unreadable store aside) failed", mMetadataPath,
+                   error);
+        return false;
+      }
+      std::ostringstream text;
+      text << "VYR_TFileMetadata::WriteMetadata kept the unreadable store aside as "
+           << mFolderPath.c_str() << "/" << aside << std::endl;
+      Log(text);
+      store = QEN_TDict();
       break;
     }
-    if (removed == OpenResult::kHeld && attempt < kAttempts) {
-      vyr::platform::SleepMilliseconds(kRetryDelayMilliseconds);
-      continue;
-    }
-    LogFailure("WriteMetadata (file delete) failed", mMetadataPath, error);
-    mWriteResult = false;
-    break;
   }
-  return mWriteResult;
+  for (QEN_TConstIterator change(mChanges); !change.IsDone(); ++change) {
+    const QEN_TString* key = change.Key().DynamicCast<QEN_TString>();
+    if (key == nullptr) continue;
+    const QEN_TAny* value = mDictionary.Lookup(*key);
+    if (change.Value().AsBool() && value != nullptr)
+      store.Add(*key, *value);
+    else
+      store.Remove(*key);
+  }
+  vyr::platform::RemoveLeftovers(folder.handle, mStoreName.c_str());
+
+  if (store.IsEmpty()) {
+    if (!vyr::platform::RemoveStore(folder.handle, mStoreName.c_str(), error)) {
+      LogFailure("WriteMetadata (file delete) failed", mMetadataPath, error);
+      return false;
+    }
+    removeLock = true;
+  } else {
+    QEN_TMemoryStream memory;
+    QEN_TDataStream stream(memory);
+    stream << store;
+    stream.Flush();
+    if (memory.Length() > kMaxStoreSize) {
+      LogFailure("WriteMetadata (file write) failed", mMetadataPath, EFBIG);
+      return false;
+    }
+    if (!vyr::platform::WriteStore(folder.handle, mStoreName.c_str(), memory.Data(),
+                                   memory.Length(), error)) {
+      LogFailure("WriteMetadata (file write) failed", mMetadataPath, error);
+      return false;
+    }
+  }
+  // What is stored now is this object's state: another object's keys that
+  // came in with it are seen without a Rescan.
+  mDictionary = std::move(store);
+  mChanges = QEN_TDict();
+  mRead = !mDictionary.IsEmpty();
+  return true;
 }
 
 void VYR_TFileMetadata::PostSetArchiveData(QEN_TDict const&, QEN_TURL const& from,
@@ -247,6 +316,7 @@ void VYR_TFileMetadata::Rescan() {
 bool VYR_TFileMetadata::SetKeyValue(QEN_TString const& key, unsigned int size, void const* data,
                                     bool commit) {
   mDictionary.Add(key, QEN_TAny(QEN_TDataBlock(data, size)));
+  mChanges.Add(key, QEN_TAny(true));
   return commit ? WriteMetadata() : false;
 }
 
@@ -276,6 +346,7 @@ bool VYR_TFileMetadata::HasAnyKey() { return !mDictionary.IsEmpty(); }
 
 bool VYR_TFileMetadata::RemoveKey(QEN_TString const& key) {
   if (!mDictionary.Remove(key)) return false;
+  mChanges.Add(key, QEN_TAny(false));
   return WriteMetadata();
 }
 

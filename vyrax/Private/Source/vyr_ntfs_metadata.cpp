@@ -4,7 +4,6 @@
 #include "vyr_ntfs_metadata.h"
 
 #include <qen/qen_file.h>
-#include <strings.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -109,7 +108,7 @@ const unsigned char* VYR_TEA::FindRecord(QEN_TString const& key) {
   const char* name = key.c_str();
   for (mCursor = vyr::ea::FirstRecord(mBlock, mBlockSize); mCursor != nullptr;
        mCursor = vyr::ea::NextRecord(mBlock, mBlockSize, mCursor)) {
-    if (::strcasecmp(vyr::ea::Name(mCursor), name) == 0) return mCursor;
+    if (std::strcmp(vyr::ea::Name(mCursor), name) == 0) return mCursor;
   }
   return nullptr;
 }
@@ -209,6 +208,8 @@ bool VYR_TEA::SetKeyValue(QEN_TString const& key, VYR_IBuffer const& value, bool
 }
 
 bool VYR_TEA::RemoveKey(QEN_TString const& key) {
+  // The listing read before would still name the key.
+  FreeBlock();
   if (!AskWriteAccess() || mHandle == kInvalidHandle || mReadOnly) return false;
   return WriteRecord(key, nullptr, 0);
 }

@@ -2,14 +2,19 @@
 // files replaced by rename(2), and "user." extended attributes. See
 // vyr_platform.h for the protocol of writers.
 #include <fcntl.h>
-#include <strings.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <dirent.h>
+
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -28,56 +33,24 @@ constexpr std::size_t kMaxSystemValue = 65536;
 // Attempts at a list that changes while it is read.
 constexpr int kListAttempts = 8;
 
-bool IsUserName(const char* name) {
-  return std::strncmp(name, kUserPrefix, kUserPrefixLength) == 0;
+// Whether an attribute's full name is "user." and a metadata key: one or
+// more of "A" to "Z" and "_", which is exactly what key normalisation leaves
+// as it is. Everything else belongs to other programs and is left alone.
+bool IsKeyName(const char* name) {
+  if (std::strncmp(name, kUserPrefix, kUserPrefixLength) != 0) return false;
+  const char* key = name + kUserPrefixLength;
+  if (*key == '\0') return false;
+  for (; *key != '\0'; ++key)
+    if (!((*key >= 'A' && *key <= 'Z') || *key == '_')) return false;
+  return true;
 }
 
 int Descriptor(Handle file) { return static_cast<int>(file); }
 
-// Further attempts at the writer lock after finding that its file was
-// replaced while it was being locked.
-constexpr int kLockAttempts = 8;
+bool IsMissingError(int error) { return error == ENOENT || error == ENOTDIR; }
 
-// Takes the writer lock of a side-car file: an exclusive flock(2), without
-// waiting, on "<path>.lock", which is created for it. The lock is only good
-// while that file is still the one at its name: a writer that opened it just
-// before the holder removed it would otherwise hold a lock nobody else sees.
-OpenResult LockWriter(const std::string& lockPath, int& fd, int& error) {
-  for (int attempt = 0; attempt < kLockAttempts; ++attempt) {
-    do {
-      fd = ::open(lockPath.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
-    } while (fd < 0 && errno == EINTR);
-    if (fd < 0) {
-      error = errno;
-      return OpenResult::kFailed;
-    }
-    int locked;
-    do {
-      locked = ::flock(fd, LOCK_EX | LOCK_NB);
-    } while (locked != 0 && errno == EINTR);
-    // A file system without flock(2) is written without the lock.
-    if (locked != 0 && errno != ENOLCK && errno != EOPNOTSUPP && errno != EINVAL) {
-      error = errno;
-      ::close(fd);
-      fd = -1;
-      return error == EWOULDBLOCK || error == EAGAIN ? OpenResult::kHeld : OpenResult::kFailed;
-    }
-    struct stat held, named;
-    if (::fstat(fd, &held) == 0 && ::stat(lockPath.c_str(), &named) == 0 &&
-        held.st_dev == named.st_dev && held.st_ino == named.st_ino)
-      return OpenResult::kOpened;
-    ::close(fd);
-    fd = -1;
-  }
-  error = EWOULDBLOCK;
-  return OpenResult::kHeld;
-}
-
-// Lets go of the writer lock; the lock file goes first, while it is held.
-void UnlockWriter(const std::string& lockPath, int fd) {
-  ::unlink(lockPath.c_str());
-  ::close(fd);
-}
+// What a temporary file of a store has behind the store's name.
+const char kNewInfix[] = ".new-";
 
 bool WriteAll(int fd, const unsigned char* data, std::size_t size, int& error) {
   std::size_t done = 0;
@@ -135,53 +108,244 @@ void ForEachName(const std::vector<char>& names, Visit visit) {
 
 // --- Side-car files ----------------------------------------------------------------
 
-OpenResult ReplaceFile(const char* path, const void* data, std::size_t size, int& error) {
-  const std::string lockPath = std::string(path) + ".lock";
-  int lock = -1;
-  const OpenResult locked = LockWriter(lockPath, lock, error);
-  if (locked != OpenResult::kOpened) return locked;
-  // The new file is written beside the store under the lock, so nobody else
-  // writes it at the same time; what a writer that died left there is cut.
-  const std::string fresh = std::string(path) + ".new";
+FolderResult OpenStoreFolder(const char* path, bool create, Handle& folder, int& error) {
+  folder = kInvalidHandle;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    int fd;
+    do {
+      fd = ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    } while (fd < 0 && errno == EINTR);
+    if (fd >= 0) {
+      folder = fd;
+      return FolderResult::kOpened;
+    }
+    error = errno;
+    // A link, or something else than a folder, at the name itself: refused.
+    // ENOTDIR may also mean that a folder above is missing, which lstat tells.
+    struct stat info;
+    if (error == ELOOP || error == ENOTDIR) {
+      if (::lstat(path, &info) == 0) return FolderResult::kRefused;
+      return FolderResult::kMissing;
+    }
+    if (error != ENOENT) return FolderResult::kFailed;
+    if (!create || attempt > 0) return FolderResult::kMissing;
+    // Made here, or by another writer at the same time; opened again either
+    // way, without trusting what is at the name now.
+    if (::mkdir(path, 0777) != 0 && errno != EEXIST) {
+      error = errno;
+      return IsMissingError(error) ? FolderResult::kMissing : FolderResult::kFailed;
+    }
+  }
+  return FolderResult::kFailed;
+}
+
+StoreRead ReadStore(Handle folder, const char* name, unsigned long long limit,
+                    std::vector<unsigned char>& bytes, int& error) {
+  bytes.clear();
   int fd;
+  // Non-blocking, so that a FIFO at the name does not wait for a writer.
   do {
-    fd = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, 0666);
+    fd = ::openat(Descriptor(folder), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
   } while (fd < 0 && errno == EINTR);
-  bool ok = fd >= 0;
-  if (!ok) error = errno;
-  ok = ok && WriteAll(fd, static_cast<const unsigned char*>(data), size, error);
+  if (fd < 0) {
+    error = errno;
+    if (error == ENOENT) return StoreRead::kAbsent;
+    return error == ELOOP ? StoreRead::kForeign : StoreRead::kFailed;
+  }
+  struct Closer {
+    int fd;
+    ~Closer() { ::close(fd); }
+  } closer{fd};
+  int locked;
+  do {
+    locked = ::flock(fd, LOCK_SH | LOCK_NB);
+  } while (locked != 0 && errno == EINTR);
+  // A file system without flock(2) is read without the lock.
+  if (locked != 0 && errno != ENOLCK && errno != EOPNOTSUPP && errno != EINVAL) {
+    error = errno;
+    return error == EWOULDBLOCK || error == EAGAIN ? StoreRead::kHeld : StoreRead::kFailed;
+  }
+  struct stat info;
+  if (::fstat(fd, &info) != 0) {
+    error = errno;
+    return StoreRead::kFailed;
+  }
+  if (!S_ISREG(info.st_mode) || static_cast<unsigned long long>(info.st_size) > limit) {
+    error = S_ISREG(info.st_mode) ? EFBIG : EINVAL;
+    return StoreRead::kForeign;
+  }
+  if (info.st_size == 0) return StoreRead::kAbsent;
+  try {
+    bytes.resize(static_cast<std::size_t>(info.st_size));
+  } catch (...) {
+    error = ENOMEM;
+    return StoreRead::kFailed;
+  }
+  // The file may shrink or grow while it is read (a writer that ignores the
+  // lock): what counts is exactly the size it had, or the read fails.
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t n = ::pread(fd, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      error = n < 0 ? errno : EIO;
+      bytes.clear();
+      return StoreRead::kFailed;
+    }
+    done += static_cast<std::size_t>(n);
+  }
+  return StoreRead::kRead;
+}
+
+OpenResult LockStore(Handle folder, const char* name, unsigned waitMilliseconds, Handle& lock,
+                     int& error) {
+  lock = kInvalidHandle;
+  const std::string lockName = std::string(name) + ".lock";
+  const int dir = Descriptor(folder);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMilliseconds);
+  // The pause between two looks at a held lock: short at first, as a writer
+  // holds it for one read and one write only.
+  unsigned pauseMicroseconds = 200;
+  bool removedLink = false;
+  for (;;) {
+    int fd;
+    // Read-write: an exclusive lock over NFS needs a file open for writing.
+    do {
+      fd = ::openat(dir, lockName.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY,
+                    0666);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) {
+      error = errno;
+      // A link planted at the lock's name is removed, never followed; the
+      // writer then makes its own lock file.
+      if (error == ELOOP && !removedLink && ::unlinkat(dir, lockName.c_str(), 0) == 0) {
+        removedLink = true;
+        continue;
+      }
+      return OpenResult::kFailed;
+    }
+    struct stat held;
+    const bool stated = ::fstat(fd, &held) == 0;
+    if (!stated || !S_ISREG(held.st_mode)) {
+      error = stated ? EINVAL : errno;
+      ::close(fd);
+      return OpenResult::kFailed;
+    }
+    int locked;
+    do {
+      locked = ::flock(fd, LOCK_EX | LOCK_NB);
+    } while (locked != 0 && errno == EINTR);
+    // A file system without flock(2) is written without the lock.
+    if (locked != 0 && errno != EWOULDBLOCK && errno != EAGAIN && errno != ENOLCK &&
+        errno != EOPNOTSUPP && errno != EINVAL) {
+      error = errno;
+      ::close(fd);
+      return OpenResult::kFailed;
+    }
+    if (locked != 0 && (errno == EWOULDBLOCK || errno == EAGAIN)) {
+      ::close(fd);
+      if (std::chrono::steady_clock::now() >= deadline) {
+        error = EWOULDBLOCK;
+        return OpenResult::kHeld;
+      }
+      ::usleep(pauseMicroseconds);
+      pauseMicroseconds = std::min(pauseMicroseconds * 2, 10000u);
+      continue;
+    }
+    // The lock is only good while its file is still the one at the name: the
+    // writer that removed the store removed the lock file too, while holding
+    // it, and a lock on that file is seen by nobody else.
+    struct stat named;
+    if (::fstatat(dir, lockName.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+        held.st_dev == named.st_dev && held.st_ino == named.st_ino) {
+      lock = fd;
+      return OpenResult::kOpened;
+    }
+    ::close(fd);
+  }
+}
+
+void UnlockStore(Handle folder, const char* name, Handle lock, bool removeLock) {
+  if (removeLock) ::unlinkat(Descriptor(folder), (std::string(name) + ".lock").c_str(), 0);
+  ::close(Descriptor(lock));
+}
+
+bool WriteStore(Handle folder, const char* name, const void* data, std::size_t size, int& error) {
+  static std::atomic<unsigned> sCounter{0};
+  const int dir = Descriptor(folder);
+  std::string fresh;
+  int fd = -1;
+  // A name of this process and this call, created exclusively: no file of
+  // anybody else is opened, whatever stands in the folder.
+  for (int attempt = 0; fd < 0 && attempt < 16; ++attempt) {
+    fresh = std::string(name) + kNewInfix + std::to_string(::getpid()) + "-" +
+            std::to_string(sCounter.fetch_add(1, std::memory_order_relaxed));
+    do {
+      fd = ::openat(dir, fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY,
+                    0666);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0 && errno != EEXIST) break;
+  }
+  if (fd < 0) {
+    error = errno;
+    return false;
+  }
+  bool ok = WriteAll(fd, static_cast<const unsigned char*>(data), size, error);
   // The bytes reach the disk before the name does, so that not even a crash
   // of the machine leaves a torn store behind the name.
   if (ok && ::fdatasync(fd) != 0) {
     error = errno;
     ok = false;
   }
-  if (fd >= 0) ::close(fd);
-  if (ok && ::rename(fresh.c_str(), path) != 0) {
+  if (::close(fd) != 0 && ok) {
+    // NFS reports a failed write back at the latest here.
     error = errno;
     ok = false;
   }
-  if (!ok && fd >= 0) ::unlink(fresh.c_str());
-  UnlockWriter(lockPath, lock);
-  return ok ? OpenResult::kOpened : OpenResult::kFailed;
+  if (ok && ::renameat(dir, fresh.c_str(), dir, name) != 0) {
+    error = errno;
+    ok = false;
+  }
+  if (!ok) ::unlinkat(dir, fresh.c_str(), 0);
+  return ok;
 }
 
-OpenResult RemoveFile(const char* path, int& error) {
-  const std::string lockPath = std::string(path) + ".lock";
-  int lock = -1;
-  const OpenResult locked = LockWriter(lockPath, lock, error);
-  if (locked != OpenResult::kOpened) return locked;
-  const bool removed = ::unlink(path) == 0;
-  if (!removed) error = errno;
-  ::unlink((std::string(path) + ".new").c_str());
-  UnlockWriter(lockPath, lock);
-  return removed ? OpenResult::kOpened : OpenResult::kFailed;
-}
-
-bool MakeFolder(const char* path, int& error) {
-  if (::mkdir(path, 0777) == 0) return true;
+bool RemoveStore(Handle folder, const char* name, int& error) {
+  if (::unlinkat(Descriptor(folder), name, 0) == 0 || errno == ENOENT) return true;
   error = errno;
   return false;
+}
+
+bool SetStoreAside(Handle folder, const char* name, std::string& aside, int& error) {
+  static std::atomic<unsigned> sCounter{0};
+  const std::time_t now = std::time(nullptr);
+  struct tm parts;
+  char stamp[32] = "0";
+  if (::gmtime_r(&now, &parts) != nullptr) std::strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &parts);
+  aside = std::string(name) + ".unreadable-" + stamp + "-" + std::to_string(::getpid()) + "-" +
+          std::to_string(sCounter.fetch_add(1, std::memory_order_relaxed));
+  // rename(2) moves a link itself, never what it points to.
+  if (::renameat(Descriptor(folder), name, Descriptor(folder), aside.c_str()) == 0) return true;
+  error = errno;
+  return false;
+}
+
+void RemoveLeftovers(Handle folder, const char* name) {
+  const int copy = ::fcntl(Descriptor(folder), F_DUPFD_CLOEXEC, 0);
+  if (copy < 0) return;
+  DIR* entries = ::fdopendir(copy);
+  if (entries == nullptr) {
+    ::close(copy);
+    return;
+  }
+  const std::string prefix = std::string(name) + kNewInfix;
+  std::vector<std::string> leftovers;
+  while (const struct dirent* entry = ::readdir(entries)) {
+    if (std::strncmp(entry->d_name, prefix.c_str(), prefix.size()) == 0)
+      leftovers.push_back(entry->d_name);
+  }
+  ::closedir(entries);
+  for (const std::string& leftover : leftovers) ::unlinkat(Descriptor(folder), leftover.c_str(), 0);
 }
 
 // --- Extended attributes -----------------------------------------------------------
@@ -212,7 +376,7 @@ bool HasAttributes(Handle file, bool& any, int& error) {
   std::vector<char> names;
   if (!ListNames(Descriptor(file), names, error)) return false;
   ForEachName(names, [&](const char* name, std::size_t) {
-    any = IsUserName(name);
+    any = IsKeyName(name);
     return !any;
   });
   return true;
@@ -238,7 +402,7 @@ bool ReadAttributes(Handle file, unsigned char*& block, unsigned& size, int& err
   std::vector<unsigned char> value(kMaxSystemValue);
   bool failed = false;
   ForEachName(names, [&](const char* name, std::size_t length) {
-    if (!IsUserName(name) || length - kUserPrefixLength > ea::kMaxNameLength) return true;
+    if (!IsKeyName(name) || length - kUserPrefixLength > ea::kMaxNameLength) return true;
     const ssize_t got = ::fgetxattr(fd, name, value.data(), value.size());
     if (got < 0) {
       // Removed since the list was read: it is not there any more.
@@ -288,24 +452,11 @@ bool ReadAttribute(Handle file, const char* name, unsigned char*& block, unsigne
                    int& error) {
   block = nullptr;
   size = 0;
-  const int fd = Descriptor(file);
-  std::string wanted = std::string(kUserPrefix) + name;
-  // The spelling on the file may differ in case; the exact one is tried
-  // first, so that only a miss costs the list.
+  const std::string wanted = std::string(kUserPrefix) + name;
+  // A name that is no key is nobody's value here.
+  if (!IsKeyName(wanted.c_str())) return true;
   std::vector<unsigned char> value(kMaxSystemValue);
-  ssize_t got = ::fgetxattr(fd, wanted.c_str(), value.data(), value.size());
-  if (got < 0 && errno == ENODATA) {
-    std::vector<char> names;
-    if (!ListNames(fd, names, error)) return false;
-    bool found = false;
-    ForEachName(names, [&](const char* existing, std::size_t) {
-      found = IsUserName(existing) && ::strcasecmp(existing, wanted.c_str()) == 0;
-      if (found) wanted = existing;
-      return !found;
-    });
-    if (!found) return true;
-    got = ::fgetxattr(fd, wanted.c_str(), value.data(), value.size());
-  }
+  const ssize_t got = ::fgetxattr(Descriptor(file), wanted.c_str(), value.data(), value.size());
   if (got < 0) {
     if (errno == ENODATA) return true;
     error = errno;
@@ -319,8 +470,8 @@ bool ReadAttribute(Handle file, const char* name, unsigned char*& block, unsigne
     error = ENOMEM;
     return false;
   }
-  ea::WriteRecord(record, 0, wanted.c_str() + kUserPrefixLength, static_cast<unsigned>(nameLength),
-                  value.data(), static_cast<unsigned>(got));
+  ea::WriteRecord(record, 0, name, static_cast<unsigned>(nameLength), value.data(),
+                  static_cast<unsigned>(got));
   block = record;
   size = static_cast<unsigned>(total);
   return true;
@@ -333,22 +484,13 @@ bool WriteAttribute(Handle file, const unsigned char* record, unsigned size, int
   }
   const int fd = Descriptor(file);
   const std::string name = std::string(kUserPrefix) + ea::Name(record);
+  // Only keys are written: an attribute of another program is never
+  // replaced or removed.
+  if (!IsKeyName(name.c_str())) {
+    error = EINVAL;
+    return false;
+  }
   const unsigned valueLength = ea::ValueLength(record);
-
-  // Other spellings of the name go first: one key has one attribute.
-  std::vector<char> names;
-  if (!ListNames(fd, names, error)) return false;
-  bool failed = false;
-  ForEachName(names, [&](const char* existing, std::size_t) {
-    if (IsUserName(existing) && name != existing && ::strcasecmp(name.c_str(), existing) == 0 &&
-        ::fremovexattr(fd, existing) != 0 && errno != ENODATA) {
-      error = errno;
-      failed = true;
-    }
-    return !failed;
-  });
-  if (failed) return false;
-
   if (valueLength == 0) {
     if (::fremovexattr(fd, name.c_str()) == 0 || errno == ENODATA) return true;
     error = errno;

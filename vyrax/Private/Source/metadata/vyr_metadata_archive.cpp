@@ -11,6 +11,7 @@
 
 #include "vyr_trace.h"
 #include "vyrax/vyr_buffer.h"
+#include "vyrax/vyr_exceptions.h"
 #include "vyrax/vyr_metadata.h"
 
 namespace {
@@ -48,7 +49,16 @@ QEN_TDict* VYR_TMetadata::ListTimestamps() {
     TraceStamps(text);
   }
 
-  std::unique_ptr<QEN_IPackable> object(GetKeyObject(kStampsKey));
+  std::unique_ptr<QEN_IPackable> object;
+  try {
+    object.reset(GetKeyObject(kStampsKey));
+  } catch (VYR_EMetadataException const&) {
+    // The store's own answer (on the attribute backend, no such key).
+    throw;
+  } catch (...) {
+    // Bytes that are no packed object: no stamps, so that the next stamp
+    // replaces them instead of failing on them for ever.
+  }
   QEN_TTime recorded;
   QEN_TDict* stamps = StampsIn(object.get(), recorded);
   if (stamps == nullptr) {
