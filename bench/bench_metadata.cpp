@@ -1,7 +1,10 @@
 // Metadata: one committed SetKeyValue of a 1 KiB value, a Rescan and a
 // GetKeyValue, on a store of 1, 100 and 1000 keys of 1 KiB, for the side-car
 // backend, the extended-attribute backend and the floor that writes and
-// reads the same bytes with setxattr(2) and getxattr(2) directly.
+// reads the same bytes with setxattr(2) and getxattr(2) directly. And the
+// side-car commit alone (lock, read the store again, merge, write, flush,
+// rename) against the floor of writing the same bytes durably by hand: a
+// temporary file, fdatasync(2), rename(2).
 //
 // The backend is chosen once per process from VYR_EMULATE_METADATA, so each
 // case runs in a worker: this program started again with the variable set
@@ -35,7 +38,15 @@ constexpr int kCommandFd = 3;
 constexpr int kAnswerFd = 4;
 constexpr unsigned kValueSize = 1024;
 
-enum class Backend { kSideCar = 's', kAttributes = 'a', kFloor = 'f' };
+enum class Backend {
+  kSideCar = 's',
+  kAttributes = 'a',
+  kFloor = 'f',
+  // A committed SetKeyValue alone on the side-car backend, and its floor:
+  // the same bytes written durably by hand.
+  kCommit = 'c',
+  kCommitFloor = 'd'
+};
 
 std::string KeyOf(unsigned number) {
   std::string key = "KEY_";
@@ -89,9 +100,12 @@ class FrontOperation : public Operation {
     }
   }
   bool Ok() const { return mOk; }
-  bool Run() override {
+  bool Commit() {
     mValue[0] = static_cast<char>('a' + (++mRound % 26));
-    if (!mMetadata->SetKeyValue("KEY_AAAA", kValueSize, mValue.data(), true)) return false;
+    return mMetadata->SetKeyValue("KEY_AAAA", kValueSize, mValue.data(), true);
+  }
+  bool Run() override {
+    if (!Commit()) return false;
     mMetadata->Rescan();
     std::unique_ptr<const VYR_IBuffer> value(mMetadata->GetKeyValue("KEY_AAAA"));
     return value != nullptr && value->Size() == kValueSize &&
@@ -103,6 +117,50 @@ class FrontOperation : public Operation {
   std::string mValue;
   unsigned mRound = 0;
   bool mOk = false;
+};
+
+// Only the commit of one changed value: read the store again under the lock,
+// merge, pack, write a temporary file, flush it, rename it.
+class CommitOperation : public Operation {
+ public:
+  CommitOperation(const std::string& data, unsigned keys) : mFront(data, keys, false) {}
+  bool Ok() const { return mFront.Ok(); }
+  bool Run() override { return mFront.Commit(); }
+
+ private:
+  FrontOperation mFront;
+};
+
+// The floor of a commit: the bytes of the same store written to a temporary
+// file, flushed with fdatasync(2) and renamed over the store.
+class CommitFloorOperation : public Operation {
+ public:
+  CommitFloorOperation(const std::string& data, unsigned keys) {
+    const std::string folder = data.substr(0, data.rfind('/'));
+    mStore = folder + "/.floor.info";
+    mTemporary = mStore + ".new";
+    QEN_TDict store;
+    const std::string value(kValueSize, 'v');
+    for (unsigned i = 0; i < keys; ++i)
+      store.Add(QEN_TString(KeyOf(i).c_str()), QEN_TAny(QEN_TDataBlock(value.data(), kValueSize)));
+    QEN_TMemoryStream memory;
+    QEN_TDataStream stream(memory);
+    stream << store;
+    stream.Flush();
+    mBytes.assign(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+  }
+  bool Ok() const { return !mBytes.empty(); }
+  bool Run() override {
+    mBytes[mBytes.size() - 1] = static_cast<char>('a' + (++mRound % 26));
+    const int fd = ::open(mTemporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return false;
+    const bool ok = WriteAll(fd, mBytes.data(), mBytes.size()) && ::fdatasync(fd) == 0;
+    return ::close(fd) == 0 && ok && ::rename(mTemporary.c_str(), mStore.c_str()) == 0;
+  }
+
+ private:
+  std::string mStore, mTemporary, mBytes;
+  unsigned mRound = 0;
 };
 
 class FloorOperation : public Operation {
@@ -147,7 +205,15 @@ class FloorOperation : public Operation {
   std::unique_ptr<Operation> operation;
   bool ok = false;
   try {
-    if (backend == static_cast<char>(Backend::kFloor)) {
+    if (backend == static_cast<char>(Backend::kCommit)) {
+      auto commit = std::make_unique<CommitOperation>(data, keys);
+      ok = commit->Ok();
+      operation = std::move(commit);
+    } else if (backend == static_cast<char>(Backend::kCommitFloor)) {
+      auto floor = std::make_unique<CommitFloorOperation>(data, keys);
+      ok = floor->Ok();
+      operation = std::move(floor);
+    } else if (backend == static_cast<char>(Backend::kFloor)) {
       auto floor = std::make_unique<FloorOperation>(data, keys);
       ok = floor->Ok();
       operation = std::move(floor);
@@ -201,7 +267,7 @@ class Worker {
       const std::string settings =
           std::string(1, static_cast<char>(backend)) + ":" + std::to_string(keys) + ":" + mFolder;
       ::setenv(kWorkerVariable, settings.c_str(), 1);
-      ::setenv("VYR_EMULATE_METADATA", backend == Backend::kSideCar ? "yes" : "off", 1);
+      ::setenv("VYR_EMULATE_METADATA", backend == Backend::kAttributes ? "off" : "yes", 1);
       ::execl("/proc/self/exe", "vyrax_bench_metadata_worker", static_cast<char*>(nullptr));
       std::_Exit(127);
     }
@@ -279,6 +345,17 @@ BENCHMARK_CAPTURE(BM_Metadata, sidecar_disk, Backend::kSideCar, "/tmp")
     ->Arg(1000)
     ->UseManualTime();
 BENCHMARK_CAPTURE(BM_Metadata, xattr_disk, Backend::kAttributes, "/tmp")->Arg(1)->UseManualTime();
+// The commit against writing the same bytes durably by hand, on the disk.
+BENCHMARK_CAPTURE(BM_Metadata, commit_disk, Backend::kCommit, "/tmp")
+    ->Arg(1)
+    ->Arg(100)
+    ->Arg(1000)
+    ->UseManualTime();
+BENCHMARK_CAPTURE(BM_Metadata, commit_floor_disk, Backend::kCommitFloor, "/tmp")
+    ->Arg(1)
+    ->Arg(100)
+    ->Arg(1000)
+    ->UseManualTime();
 BENCHMARK_CAPTURE(BM_Metadata, floor_disk, Backend::kFloor, "/tmp")->Arg(1)->UseManualTime();
 
 }  // namespace
