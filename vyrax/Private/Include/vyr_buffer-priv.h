@@ -30,8 +30,18 @@ class VYR_LOCAL VYR_TMemoryBuffer : public VYR_TBuffPriv, public virtual VYR_IBu
   VYR_TMemoryBuffer() { vyr::ThrowException<VYR_EBufferInternal>(__LINE__, VYR_BUFFER_PRIV_SOURCE); }
   ~VYR_TMemoryBuffer() override;
 
+  // `size` bytes of zeros; a large block costs no memory until written.
+  static VYR_TMemoryBuffer* Zeroed(unsigned int size);
+
   VYR_IBuffer const* Duplicate(bool copy) const override;
   VYR_TBufferAccess BufferAccess() const override { return VYR_ReadWrite; }
+
+ private:
+  struct ZeroedTag {};
+  VYR_TMemoryBuffer(ZeroedTag, unsigned int size, bool& mapped);
+
+  // The bytes are a mapping of their own rather than heap memory.
+  bool mMapped = false;
 };
 
 // Bytes that somebody else keeps. Nothing here frees them; a duplicate is an
@@ -127,11 +137,9 @@ VYR_LOCAL QEN_TRWLock& TableLock();
 // bytes can't all be reached that way (a partial file view).
 VYR_LOCAL unsigned char const* AllBytes(VYR_IBuffer const& buffer);
 
-// Heap bytes for a memory buffer, not initialised or all zeros;
-// VYR_EBufferNotEnoughMemory wrapping the system error when there are none.
-// Size 0 is never a failure.
-VYR_LOCAL void* AllocateBytes(unsigned int size, const char* sourceName, unsigned line,
-                              bool zeroed = false);
+// Heap bytes for a memory buffer; VYR_EBufferNotEnoughMemory wrapping the
+// system error when there are none. Size 0 is never a failure.
+VYR_LOCAL void* AllocateBytes(unsigned int size, const char* sourceName, unsigned line);
 
 // The "embed" route of Create.
 VYR_LOCAL VYR_IBuffer const* OpenEmbedded(QEN_TURL const& url, unsigned int positionLow,

@@ -89,8 +89,11 @@ VYR_LOCAL bool ReadAt(Handle file, void* into, std::size_t size, unsigned long l
 
 // Heap memory for buffers, released with free(). Never null for size 0.
 VYR_LOCAL void* Allocate(std::size_t size, int& error);
-// The same, all zeros; a large block costs no memory until it is written.
-VYR_LOCAL void* AllocateZeroed(std::size_t size, int& error);
+// Memory of zeros for buffers. A large block is a mapping of fresh pages
+// (`mapped` true), which costs no memory until it is written; a small one
+// comes from the heap. Released with ReleaseZeroed.
+VYR_LOCAL void* AllocateZeroed(std::size_t size, bool& mapped, int& error);
+VYR_LOCAL void ReleaseZeroed(void* memory, std::size_t size, bool mapped);
 
 VYR_LOCAL void SleepMilliseconds(unsigned milliseconds);
 

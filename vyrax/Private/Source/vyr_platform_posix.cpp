@@ -214,13 +214,31 @@ void* Allocate(std::size_t size, int& error) {
   return memory;
 }
 
-void* AllocateZeroed(std::size_t size, int& error) {
+void* AllocateZeroed(std::size_t size, bool& mapped, int& error) {
+  mapped = false;
   if (Injected(VYR_PlatformAllocate, error)) return nullptr;
-  // calloc takes a large block straight from fresh anonymous pages, which
-  // are zero already and cost nothing until they are touched.
-  void* memory = std::calloc(size > 0 ? size : 1, 1);
-  if (memory == nullptr) error = errno != 0 ? errno : ENOMEM;
+  // Below this a system call costs more than clearing the bytes.
+  constexpr std::size_t kMapFrom = 256 * 1024;
+  if (size < kMapFrom) {
+    void* memory = std::calloc(size > 0 ? size : 1, 1);
+    if (memory == nullptr) error = errno != 0 ? errno : ENOMEM;
+    return memory;
+  }
+  void* memory =
+      ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (memory == MAP_FAILED) {
+    error = errno;
+    return nullptr;
+  }
+  mapped = true;
   return memory;
+}
+
+void ReleaseZeroed(void* memory, std::size_t size, bool mapped) {
+  if (mapped)
+    ::munmap(memory, size);
+  else
+    std::free(memory);
 }
 
 void SleepMilliseconds(unsigned milliseconds) {

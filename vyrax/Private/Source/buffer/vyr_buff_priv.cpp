@@ -30,9 +30,9 @@ unsigned char const* AllBytes(VYR_IBuffer const& buffer) {
   return static_cast<unsigned char const*>(first);
 }
 
-void* AllocateBytes(unsigned int size, const char* sourceName, unsigned line, bool zeroed) {
+void* AllocateBytes(unsigned int size, const char* sourceName, unsigned line) {
   int error = 0;
-  void* bytes = zeroed ? platform::AllocateZeroed(size, error) : platform::Allocate(size, error);
+  void* bytes = platform::Allocate(size, error);
   if (bytes == nullptr)
     ThrowException<VYR_EBufferNotEnoughMemory>(line, sourceName, "VYR_EBufferNotEnoughMemory",
                                                SystemError(error));

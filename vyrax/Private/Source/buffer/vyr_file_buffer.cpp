@@ -314,9 +314,7 @@ void const* VYR_TFileBuffer::ReadOutside(unsigned long long offset, unsigned lon
               QEN_TString::Format("offset = %llu, size = %llu", offset, size));
   // Zeros from the start: behind the end of the file the block shows zero
   // bytes, and the pages nobody reads into cost no memory.
-  VYR_TMemoryBuffer* const block = new VYR_TMemoryBuffer(
-      static_cast<unsigned int>(size),
-      vyr::AllocateBytes(static_cast<unsigned int>(size), VYR_SOURCE_NAME, __LINE__, true));
+  VYR_TMemoryBuffer* const block = VYR_TMemoryBuffer::Zeroed(static_cast<unsigned int>(size));
   Reserve(block);
   unsigned char* const bytes = static_cast<unsigned char*>(const_cast<void*>(block->Buffer()));
   // A position past what 64 bits can count lies past the end of any file.
