@@ -291,6 +291,61 @@ TEST_F(FileBufferTest, ThreadsOpeningOneFileAtOnce) {
 
 // --- Another process holds the file ---------------------------------------------------
 
+// Run in a fresh process by the test below: maps a file, truncates it and
+// reads a lost byte. With the guard on, a SIGBUS handler of the program's
+// own comes first, and the probe exits 0 when the guard handled the read
+// and passed a SIGBUS it does not own on to that handler. With the guard
+// off the read ends the process.
+volatile sig_atomic_t gEarlierHandlerRan = 0;
+
+TEST(MappingGuardProbe, ReadsATruncatedFile) {
+  const char* path = std::getenv("VYR_GUARD_PROBE_FILE");
+  if (path == nullptr) GTEST_SKIP() << "runs only as a child of TheGuardChainsAndCanBeSwitchedOff";
+  struct sigaction earlier;
+  earlier.sa_handler = [](int) { gEarlierHandlerRan = 1; };
+  earlier.sa_flags = 0;
+  sigemptyset(&earlier.sa_mask);
+  if (std::strcmp(std::getenv("VYR_MAPPING_GUARD"), "off") != 0)
+    ASSERT_EQ(sigaction(SIGBUS, &earlier, nullptr), 0);
+  ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__());
+  Owned whole(VYR_IBuffer::Create(QEN_TString(path), 0, 0, 0));
+  ASSERT_EQ(truncate(path, 10), 0);
+  // With the guard off this ends the process.
+  const unsigned char lost = static_cast<const volatile unsigned char*>(whole->Buffer())[3 * 4096];
+  if (std::strcmp(std::getenv("VYR_MAPPING_GUARD"), "off") == 0) std::exit(3);  // survived
+  EXPECT_EQ(lost, 0);
+  EXPECT_EQ(gEarlierHandlerRan, 0);
+  raise(SIGBUS);  // not about a view: the earlier handler's
+  EXPECT_EQ(gEarlierHandlerRan, 1);
+  std::exit(::testing::Test::HasFailure() ? 1 : 0);
+}
+
+TEST_F(FileBufferTest, TheGuardChainsAndCanBeSwitchedOff) {
+  for (const char* guard : {"on", "off"}) {
+    const std::string path = WriteFile(mDir.File(std::string("probe-") + guard), Pattern(8 * G));
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      setenv("VYR_GUARD_PROBE_FILE", path.c_str(), 1);
+      setenv("VYR_MAPPING_GUARD", guard, 1);
+      const int quiet = open("/dev/null", O_WRONLY);
+      if (quiet >= 0) dup2(quiet, STDOUT_FILENO);
+      execl("/proc/self/exe", "vyr_file_buffer_test", "--gtest_filter=MappingGuardProbe.*",
+            static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (std::string(guard) == "on") {
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    } else {
+      // Killed by SIGBUS, or ended by a sanitizer's report of it.
+      EXPECT_TRUE(WIFSIGNALED(status) || (WEXITSTATUS(status) != 0 && WEXITSTATUS(status) != 3 &&
+                                          WEXITSTATUS(status) != 127)) << status;
+    }
+  }
+}
+
 TEST_F(FileBufferTest, OpenWaitsForAnotherProcessThatLetsGoInTime) {
   const std::string path = WriteFile(mDir.File("held.bin"), Pattern(1000));
   // The child lets go after 150 ms; the retries wait up to 500 ms.
