@@ -5,7 +5,8 @@
 //     reading the whole file into memory;
 //   - a second Create of a path that is open already, against the first;
 //   - summing every byte through Buffer(), against summing after a read();
-//   - Duplicate(false), Slice and operator() inside the view, per call.
+//   - Duplicate(false), Slice, a step of a chain of slices and operator()
+//     inside the view, per call.
 // The files are written once, with real bytes, into a temporary folder that
 // is removed at exit.
 #include <fcntl.h>
@@ -199,6 +200,27 @@ void BM_Slice(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_Slice);
+
+// A slice of the previous slice, which then goes: the cost of a step does
+// not grow with the length of the chain.
+void BM_SliceOfSliceChain(benchmark::State& state) {
+  Started();
+  const QEN_TString path(Files::Get().Path(1).c_str());
+  std::unique_ptr<const VYR_IBuffer> file(VYR_IBuffer::Create(path, 0, 0, 0));
+  const VYR_IBuffer* current = file->Slice(0, 0, false);
+  for (auto _ : state) {
+    if (current->Size() < 2) {
+      delete current;
+      current = file->Slice(0, 0, false);
+    }
+    const VYR_IBuffer* next = current->Slice(1, 0, false);
+    delete current;
+    current = next;
+    benchmark::DoNotOptimize(current->Buffer());
+  }
+  delete current;
+}
+BENCHMARK(BM_SliceOfSliceChain);
 
 void BM_OperatorInsideView(benchmark::State& state) {
   Started();

@@ -84,6 +84,14 @@ inline unsigned MappingsOf(const std::string& path) {
   return count;
 }
 
+// Memory the process holds now, in KiB.
+inline long ResidentKiB() {
+  std::ifstream status("/proc/self/statm");
+  long pages = 0, resident = 0;
+  status >> pages >> resident;
+  return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
 // Open file descriptors of the process.
 inline unsigned OpenDescriptors() {
   unsigned count = 0;

@@ -154,6 +154,18 @@ TEST_F(EmbedTest, BuffersOnRangesOfAContainer) {
   const QEN_TURL nested = VYR_EmbeddedFile(range, 100, 50, 0, 0.0, 0.0);
   EXPECT_EQ(BytesOf(VYR_TBuffer(nested, VYR_TTag(0u, 0u, 0u, 0u))), part(1050, 100));
 
+  // The range confines its readers: positions at or past its length find
+  // nothing, sizes stop at its end, and positions that wrap are refused.
+  EXPECT_EQ(BytesOf(*Owned(VYR_IBuffer::Create(range, 950, 0, 0))), part(1950, 50));
+  EXPECT_EQ(BytesOf(*Owned(VYR_IBuffer::Create(range, 950, 0, 100))), part(1950, 50));
+  QEN_TURL wrapping = range;
+  wrapping.SetParam(QEN_TString("embed.position_high"), QEN_TString("4294967295l"));
+  wrapping.SetParam(QEN_TString("embed.length"), QEN_TString("0l"));
+  const struct { const QEN_TURL* url; unsigned low, high; } outside[] = {
+      {&range, 1000, 0, }, {&range, 1500, 0}, {&range, 0, 1}, {&wrapping, 0, 1}, {&wrapping, 0xFFFFFFFFu, 0xFFFFFFFFu}};
+  for (const auto& row : outside)
+    EXPECT_THROW(Owned(VYR_IBuffer::Create(*row.url, row.low, row.high, 0)), VYR_EBufferSliceStartsAfterEnd) << row.low;
+
   const QEN_TURL behind = VYR_EmbeddedFile(file, 10, 6000, 0, 0.0, 0.0);
   EXPECT_THROW(Owned(VYR_IBuffer::Create(behind, 0, 0, 0)), VYR_EBufferSliceStartsAfterEnd);
   const QEN_TURL missing = VYR_EmbeddedFile(FileUrl("missing"), 10, 0, 0, 0.0, 0.0);

@@ -1,6 +1,8 @@
 // Slices, the reservation behind operator(), ExtendBuffer and hexadecimal
 // decoding.
 
+#include <pthread.h>
+
 #include "buffer_test_support.h"
 #include "stream_test_support.h"
 
@@ -105,6 +107,52 @@ TEST_F(SliceTest, ExtendBufferReachesTheParentsEnd) {
     EXPECT_EQ(VYR_IBuffer::ExtendBuffer(none), nullptr);
 }
 
+// Each step slices the previous slice and deletes it: a chain of any length
+// costs the same per step and unwinds without recursion, on a small stack.
+TEST_F(SliceTest, ChainsOfSlicesStayFlat) {
+  Owned slice(mBuffer->Slice(10, 80, false));
+  Owned nested(slice->Slice(5, 10, false));
+  // Bounds as if each level held the one before it.
+  EXPECT_EQ(nested->Buffer(), At(15));
+  EXPECT_EQ((*nested)(0, 0), At(15));
+  EXPECT_EQ(nested->Reserved()->Size(), 85u);  // operator() reaches the owner's end
+  Owned extended(VYR_IBuffer::ExtendBuffer(nested.get()));
+  EXPECT_EQ(extended->Buffer(), At(15));
+  EXPECT_EQ(extended->Size(), 75u);  // the end of the slice it was cut from
+  Owned atTheEnd(slice->Slice(80, 0, false));
+  EXPECT_EQ(Owned(VYR_IBuffer::ExtendBuffer(atTheEnd.get()))->Size(), 0u);
+
+  std::vector<unsigned char> big(1 << 20);
+  Owned owner(VYR_IBuffer::Create(static_cast<unsigned>(big.size()), big.data(), true));
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 1 << 20);
+  struct Chain {
+    const VYR_IBuffer* owner;
+    bool ok;
+  } chain{owner.get(), false};
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(&thread, &attributes, [](void* arg) -> void* {
+    Chain* chain = static_cast<Chain*>(arg);
+    const VYR_IBuffer* current = chain->owner->Slice(0, 0, false);
+    const unsigned steps = 200000;
+    for (unsigned step = 0; step < steps; ++step) {
+      const VYR_IBuffer* next = current->Slice(1, 0, false);
+      delete current;
+      current = next;
+    }
+    chain->ok = current->Size() == chain->owner->Size() - steps &&
+                current->Buffer() == static_cast<const unsigned char*>(chain->owner->Buffer()) + steps;
+    Owned extended(VYR_IBuffer::ExtendBuffer(current));
+    chain->ok = chain->ok && extended->Size() == current->Size();
+    delete current;
+    return nullptr;
+  }, &chain), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+  EXPECT_TRUE(chain.ok);
+}
+
 // --- DecodeHex ------------------------------------------------------------------------
 
 struct HexCase {
@@ -130,8 +178,10 @@ TEST(DecodeHexTest, TableOfTexts) {
       {"x4y1z", 0, "\x41", 1, true},
       {"00112233", 3, "\x00\x11\x22", 3, false},
       // No digit at all, with a destination of its own: 0 bytes asks for
-      // size 0, which gives the whole destination, and the flag says so.
-      {"zz z", 0, nullptr, 2, true},
+      // size 0, which gives the whole destination, cleared, and the flag
+      // says so.
+      {"zz z", 0, "\0\0", 2, true},
+      {"z", 0, "\0", 1, true},
       {"", 0, nullptr, 0, false},  // an empty source gives an empty result
   };
   for (const HexCase& row : cases) {
@@ -156,6 +206,9 @@ TEST(DecodeHexTest, DestinationsOfTheCaller) {
   EXPECT_EQ(decoded->Buffer(), destination->Buffer());
   EXPECT_EQ(decoded->Size(), 2u);
   EXPECT_EQ(std::memcmp(destination->Buffer(), "\xCA\xFE....", 6), 0);
+  // When nothing decodes, the whole destination comes back, cleared.
+  Owned none(Owned(VYR_IBuffer::Create(2, "zz", true))->DecodeHex(destination.get(), incomplete));
+  EXPECT_EQ(std::memcmp(none->Buffer(), "\0\0\0\0\0\0", 6), 0);
 
   // Decoding through a handle and into a slice of a larger buffer.
   Owned big(VYR_IBuffer::Create(10, "0123456789", true));

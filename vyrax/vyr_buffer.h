@@ -229,8 +229,10 @@ class VYR_API VYR_TBuffer : public QEN_TObject,
 };
 
 // The bytes of a file through a read-only mapping. One mapping is shared by
-// everybody in the process who opens the same name at the same position and
-// size. Opening retries while another process holds the file.
+// everybody in the process who opens the same file (the same device, inode,
+// size and modification time, whatever the name) at the same position and
+// size; a file replaced or changed since gets a mapping of its own. Opening
+// retries while another process holds the file.
 //
 // Size() is the low half of the size of the whole file, whatever part of it
 // is mapped; Buffer() is the start of the view. A view that does not cover
@@ -238,6 +240,12 @@ class VYR_API VYR_TBuffer : public QEN_TObject,
 // mapped) is not IsValid(): addresses and slices reach only the mapped
 // bytes, an operation that needs all Size() bytes by address fails with
 // VYR_EBufferRegionTooLarge, and operator() reads what lies outside.
+//
+// A file that another process truncates under the view never ends the
+// process: the lost pages read as zeros, and from then on IsValid() is false
+// and operator() throws VYR_EBufferCannotReadFile naming the file (see
+// docs/buffers.md; the environment variable VYR_MAPPING_GUARD=off leaves
+// SIGBUS to the program).
 class VYR_API VYR_TFileBuffer : public VYR_TBuffPriv, public virtual VYR_IBuffer {
   QEN_OBJECT_FRAME(VYR_TFileBuffer)
 
@@ -271,15 +279,26 @@ class VYR_API VYR_TFileBuffer : public VYR_TBuffPriv, public virtual VYR_IBuffer
   void const* Buffer(unsigned int offset) const override;
   bool IsValid() const override;
   // Inside the view: an address in the mapping. Outside: the bytes read from
-  // the file into a private block.
+  // the file into a private block, zeros behind the file's end.
   void const* operator()(unsigned long long offset, unsigned long long size) const override;
 
   // Builds the ring and table locks and reads the page size.
   static bool QEN_Initialize();
 
  private:
+  friend class VYR_IBuffer;
+  struct Opened;
+
+  VYR_TFileBuffer(Opened& file, unsigned long long size, unsigned long long position);
+  // The file route of VYR_IBuffer::Create: one open, the whole file mapped
+  // (or a view around the range), and a slice of it for the range.
+  static VYR_IBuffer const* OpenByPath(QEN_TString const& name, unsigned int positionLow,
+                                       unsigned int positionHigh, unsigned int size);
+
   // The bytes that can be reached by address: the view, at most Size().
   unsigned int Reach() const;
+  // Throws VYR_EBufferCannotReadFile when the file shrank under the view.
+  void CheckIntact() const;
   // Reads `size` bytes at `offset` from the view's start into a new
   // reservation.
   void const* ReadOutside(unsigned long long offset, unsigned long long size) const;

@@ -26,7 +26,7 @@ constexpr unsigned kBlockSize = 64 * 1024;
 }  // namespace
 
 QEN_TFile::QEN_TFile(const QEN_TString& path, unsigned char mode) : mPath(path) {
-  int flags;
+  int flags = O_RDONLY;
   if (mode == ReadOnly)
     flags = O_RDONLY;
   else if (mode == WriteOnly)
@@ -37,8 +37,16 @@ QEN_TFile::QEN_TFile(const QEN_TString& path, unsigned char mode) : mPath(path) 
     QEN_THROW(QEN_EFileException,
               QEN_TString::Format("cannot open \"%s\": unknown mode %u", mPath.c_str(), mode));
 
+  // A NUL in the name would open the shorter name before it.
+  if (mPath.Chars().find(u'\0') != std::u16string::npos) {
+    errno = EINVAL;
+    Fail("cannot open");
+  }
+  // Without waiting: opening a FIFO would block until somebody opens its
+  // other end. What is opened must be a file or a device; the flag goes
+  // again once that is known.
   do {
-    mFd = ::open(mPath.c_str(), flags | O_CLOEXEC, 0666);
+    mFd = ::open(mPath.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666);
   } while (mFd < 0 && errno == EINTR);
   if (mFd < 0) Fail("cannot open");
 
@@ -50,12 +58,13 @@ QEN_TFile::QEN_TFile(const QEN_TString& path, unsigned char mode) : mPath(path) 
     errno = error;
     Fail("cannot get the size of");
   }
-  if (S_ISDIR(info.st_mode)) {
+  if (S_ISDIR(info.st_mode) || S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode)) {
     ::close(mFd);
     mFd = -1;
-    errno = EISDIR;
+    errno = S_ISDIR(info.st_mode) ? EISDIR : ESPIPE;
     Fail("cannot open");
   }
+  ::fcntl(mFd, F_SETFL, ::fcntl(mFd, F_GETFL) & ~O_NONBLOCK);
   mSize = static_cast<unsigned long long>(info.st_size);
   mBuffer = new (std::nothrow) unsigned char[kBlockSize];
   if (mBuffer == nullptr) {

@@ -6,6 +6,7 @@
 #include <qen/qen_string.h>
 #include <qen/qen_sync.h>
 
+#include "vyr_platform.h"
 #include "vyr_throw.h"
 #include "vyrax/vyr_buffer.h"
 
@@ -29,8 +30,18 @@ class VYR_LOCAL VYR_TMemoryBuffer : public VYR_TBuffPriv, public virtual VYR_IBu
   VYR_TMemoryBuffer() { vyr::ThrowException<VYR_EBufferInternal>(__LINE__, VYR_BUFFER_PRIV_SOURCE); }
   ~VYR_TMemoryBuffer() override;
 
+  // `size` bytes of zeros; a large block costs no memory until written.
+  static VYR_TMemoryBuffer* Zeroed(unsigned int size);
+
   VYR_IBuffer const* Duplicate(bool copy) const override;
   VYR_TBufferAccess BufferAccess() const override { return VYR_ReadWrite; }
+
+ private:
+  struct ZeroedTag {};
+  VYR_TMemoryBuffer(ZeroedTag, unsigned int size, bool& mapped);
+
+  // The bytes are a mapping of their own rather than heap memory.
+  bool mMapped = false;
 };
 
 // Bytes that somebody else keeps. Nothing here frees them; a duplicate is an
@@ -49,11 +60,12 @@ class VYR_LOCAL VYR_TMemoryRef : public VYR_TBuffPriv, public virtual VYR_IBuffe
   VYR_TBufferAccess BufferAccess() const override { return VYR_ReadWrite; }
 };
 
-// A part of another buffer. The slice holds its own duplicate of that buffer
-// (mParent), which keeps the bytes alive; it is a ring of one itself.
-// Addresses are relative to the slice and limited by it; operator() and the
-// reservation are the parent's, so operator() counts from the slice's start
-// but is limited by the parent's end.
+// A part of another buffer. The slice holds its own duplicate of the buffer
+// that owns the bytes (mParent), which keeps them alive; it is a ring of one
+// itself. A slice of a slice refers to that same owner, so chains of slices
+// stay one level deep. Addresses are relative to the slice and limited by
+// it; operator() and the reservation are the owner's, so operator() counts
+// from the slice's start but is limited by the owner's end.
 class VYR_LOCAL VYR_TSliceBuffer : public VYR_TBuffPriv, public virtual VYR_IBuffer {
   QEN_OBJECT_FRAME(VYR_TSliceBuffer)
 
@@ -65,42 +77,50 @@ class VYR_LOCAL VYR_TSliceBuffer : public VYR_TBuffPriv, public virtual VYR_IBuf
   ~VYR_TSliceBuffer() override;
 
   // Exactly `size` bytes from `offset`, also 0 of them, within `limit` bytes
-  // of the parent that may be reached by address.
-  static VYR_TSliceBuffer* Exact(VYR_IBuffer const& parent, unsigned int offset,
-                                 unsigned int size, unsigned int limit);
+  // of the owner that may be reached by address. `mapping` is the owner's
+  // when it is a file buffer, whose damage the slice then reports too.
+  static VYR_TSliceBuffer* Exact(VYR_IBuffer const& owner, unsigned int offset,
+                                 unsigned int size, unsigned int limit,
+                                 std::intptr_t mapping = -1);
 
   VYR_IBuffer const* Duplicate(bool copy) const override;
+  VYR_IBuffer const* Slice(unsigned int offset, unsigned int size, bool copy) const override;
+  bool IsValid() const override;
   VYR_TBufferAccess BufferAccess() const override;
   void const* operator()(unsigned long long offset, unsigned long long size) const override;
   VYR_IBuffer const* Reserved() const override;
   void FreeReservation() const override;
 
-  VYR_IBuffer const* Parent() const { return mParent; }
-  unsigned int Offset() const { return mOffset; }
+  // The rest of the buffer this slice was cut from, from the slice's start.
+  VYR_IBuffer const* Extend() const;
 
  private:
-  struct ExactTag {};
-  VYR_TSliceBuffer(ExactTag, VYR_IBuffer const& parent, unsigned int offset, unsigned int size,
-                   unsigned int limit);
+  // The end, in the owner, of the buffer the slice was cut from; kOwnersEnd
+  // when that buffer is the owner itself.
+  static constexpr unsigned long long kOwnersEnd = ~0ull;
+
+  VYR_TSliceBuffer(VYR_IBuffer const* owner, unsigned char const* data, unsigned int size,
+                   unsigned int offset, unsigned long long cutFromEnd, std::intptr_t mapping);
 
   VYR_IBuffer const* mParent;
   unsigned int mOffset;
+  unsigned long long mCutFromEnd;
+  std::intptr_t mMapping;
 };
 
-// One record of the table of file mappings: everything opened by one name at
-// one position and size, shared by all the sharing rings that use it.
+// One record of the table of file mappings: one view of one file, shared by
+// all the sharing rings that use it. A file is known by its identity, never
+// by its name.
 struct VYR_TMappedFile {
   unsigned int size;  // as given to the mapping, 0 for the whole file
   unsigned int positionLow;
   unsigned int positionHigh;
   unsigned int useCount;  // sharing rings using this record
-  QEN_TString name;       // exactly as given
+  QEN_TString name;       // as first given, for messages
   std::intptr_t file;
   std::intptr_t mapping;
   void* view;
-  // The file's size when it was mapped: a later open that finds the file at
-  // another size maps it anew.
-  unsigned long long fileSize;
+  vyr::platform::FileIdentity identity;
   VYR_TMappedFile* next;
 };
 
@@ -120,11 +140,6 @@ VYR_LOCAL unsigned char const* AllBytes(VYR_IBuffer const& buffer);
 // Heap bytes for a memory buffer; VYR_EBufferNotEnoughMemory wrapping the
 // system error when there are none. Size 0 is never a failure.
 VYR_LOCAL void* AllocateBytes(unsigned int size, const char* sourceName, unsigned line);
-
-// The file route of Create: the whole file mapped (or a fallback view), and
-// a slice of it for the range.
-VYR_LOCAL VYR_IBuffer const* OpenByPath(QEN_TString const& name, unsigned int positionLow,
-                                        unsigned int positionHigh, unsigned int size);
 
 // The "embed" route of Create.
 VYR_LOCAL VYR_IBuffer const* OpenEmbedded(QEN_TURL const& url, unsigned int positionLow,

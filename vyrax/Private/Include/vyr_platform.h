@@ -6,18 +6,21 @@
 // vyr::SystemErrorText. A file held by another process is a distinct answer
 // of OpenShared: the one that opening loops retry on.
 //
-// The POSIX implementation (vyr_platform_posix.cpp):
+// The POSIX implementation (vyr_platform_posix*.cpp):
 //   - a file is opened for reading and then locked with a shared flock(2),
 //     without waiting. An exclusive lock of somebody else is the "held"
 //     answer. The lock stays for as long as the file is open, so writers that
 //     take the exclusive lock wait while the file is mapped.
+//   - a file is known by its identity: device, inode, size and modification
+//     time, all from one fstat(2).
 //   - a mapping object has no system counterpart. It is a small record of the
 //     file's size at the time it was made (what its views may cover) and of
 //     its one view, which munmap(2) needs the length of.
-//   - views are mmap(2) with PROT_READ and MAP_SHARED at page-aligned offsets.
-//     A file that another process truncates while it is mapped raises SIGBUS
-//     on access to the lost pages; the shared lock is what keeps cooperating
-//     writers from doing that.
+//   - views are mmap(2) with PROT_READ and MAP_SHARED at page-aligned offsets,
+//     watched by the guard (vyr_platform_posix_guard.cpp): a file truncated
+//     under a view raises SIGBUS on the lost pages, and the guard puts zero
+//     pages in their place and marks the view as damaged instead of letting
+//     the process die.
 //   - reads at a position are pread(2): no file position is shared.
 #ifndef VYR_PLATFORM_H
 #define VYR_PLATFORM_H
@@ -46,8 +49,28 @@ VYR_LOCAL OpenResult OpenShared(const char* path, Handle& file, int& error);
 VYR_LOCAL void CloseFile(Handle file);
 VYR_LOCAL bool FileSize(Handle file, unsigned long long& size, int& error);
 
-// A read-only mapping object for the whole file as it is now.
-VYR_LOCAL bool CreateMapping(Handle file, Handle& mapping, int& error);
+// What tells one file from another, and one state of a file from a later one.
+struct FileIdentity {
+  unsigned long long device = 0;
+  unsigned long long inode = 0;
+  unsigned long long size = 0;
+  long long modifiedSeconds = 0;
+  long modifiedNanoseconds = 0;
+
+  bool operator==(FileIdentity const& other) const {
+    return device == other.device && inode == other.inode && size == other.size &&
+           modifiedSeconds == other.modifiedSeconds &&
+           modifiedNanoseconds == other.modifiedNanoseconds;
+  }
+};
+
+// The identity of an open regular file; anything else fails (EISDIR for a
+// folder, ENODEV otherwise). Faulted as a failed FileSize.
+VYR_LOCAL bool Identify(Handle file, FileIdentity& identity, int& error);
+
+// A read-only mapping object for the first `size` bytes of the file, its
+// size as the caller found it.
+VYR_LOCAL bool CreateMapping(Handle file, unsigned long long size, Handle& mapping, int& error);
 VYR_LOCAL void CloseMapping(Handle mapping);
 // Maps `length` bytes from `offset` (a multiple of AllocationGranularity());
 // length 0 means to the end of the mapping. A view that would reach behind
@@ -55,6 +78,9 @@ VYR_LOCAL void CloseMapping(Handle mapping);
 VYR_LOCAL void* MapView(Handle mapping, unsigned long long offset, unsigned long long length,
                         int& error);
 VYR_LOCAL void UnmapView(Handle mapping, void* view);
+// Whether the file shrank under the view of this mapping and some of its
+// pages now show zeros instead of the file's bytes. Once true, always true.
+VYR_LOCAL bool ViewDamaged(Handle mapping);
 
 // Reads up to `size` bytes from `offset`; `got` is what arrived, fewer only at
 // the end of the file.
@@ -63,6 +89,11 @@ VYR_LOCAL bool ReadAt(Handle file, void* into, std::size_t size, unsigned long l
 
 // Heap memory for buffers, released with free(). Never null for size 0.
 VYR_LOCAL void* Allocate(std::size_t size, int& error);
+// Memory of zeros for buffers. A large block is a mapping of fresh pages
+// (`mapped` true), which costs no memory until it is written; a small one
+// comes from the heap. Released with ReleaseZeroed.
+VYR_LOCAL void* AllocateZeroed(std::size_t size, bool& mapped, int& error);
+VYR_LOCAL void ReleaseZeroed(void* memory, std::size_t size, bool mapped);
 
 VYR_LOCAL void SleepMilliseconds(unsigned milliseconds);
 
@@ -77,6 +108,14 @@ namespace platform {
 // Whether a fault set by VYR_PlatformInjectFault makes this call fail now,
 // and with which error number. Costs one relaxed load while no fault is set.
 VYR_LOCAL bool Injected(VYR_TPlatformCall call, int& error);
+
+// The guard of views against SIGBUS (vyr_platform_posix_guard.cpp). A view
+// handed to GuardView is watched until ReleaseView; null when the guard is
+// off (the environment variable VYR_MAPPING_GUARD is "off").
+struct GuardedView;
+VYR_LOCAL GuardedView* GuardView(void* view, std::size_t length);
+VYR_LOCAL void ReleaseView(GuardedView* view);
+VYR_LOCAL bool IsDamaged(GuardedView const* view);
 
 // The alignment a view's start needs: the page size.
 VYR_LOCAL unsigned AllocationGranularity();

@@ -40,6 +40,7 @@ struct MappingRecord {
   unsigned long long covered;
   void* view;
   std::size_t viewLength;
+  GuardedView* guard;
 };
 
 MappingRecord* RecordOf(Handle mapping) { return reinterpret_cast<MappingRecord*>(mapping); }
@@ -95,7 +96,7 @@ void CloseFile(Handle file) {
   if (file != kInvalidHandle) ::close(static_cast<int>(file));
 }
 
-bool FileSize(Handle file, unsigned long long& size, int& error) {
+bool Identify(Handle file, FileIdentity& identity, int& error) {
   if (Injected(VYR_PlatformFileSize, error)) return false;
   struct stat info;
   if (::fstat(static_cast<int>(file), &info) != 0) {
@@ -107,16 +108,26 @@ bool FileSize(Handle file, unsigned long long& size, int& error) {
     error = S_ISDIR(info.st_mode) ? EISDIR : ENODEV;
     return false;
   }
-  size = static_cast<unsigned long long>(info.st_size);
+  identity.device = static_cast<unsigned long long>(info.st_dev);
+  identity.inode = static_cast<unsigned long long>(info.st_ino);
+  identity.size = static_cast<unsigned long long>(info.st_size);
+  identity.modifiedSeconds = static_cast<long long>(info.st_mtim.tv_sec);
+  identity.modifiedNanoseconds = static_cast<long>(info.st_mtim.tv_nsec);
   return true;
 }
 
-bool CreateMapping(Handle file, Handle& mapping, int& error) {
+bool FileSize(Handle file, unsigned long long& size, int& error) {
+  FileIdentity identity;
+  if (!Identify(file, identity, error)) return false;
+  size = identity.size;
+  return true;
+}
+
+bool CreateMapping(Handle file, unsigned long long size, Handle& mapping, int& error) {
   mapping = kInvalidHandle;
   if (Injected(VYR_PlatformCreateMapping, error)) return false;
-  unsigned long long size = 0;
-  if (!FileSize(file, size, error)) return false;
-  MappingRecord* record = new (std::nothrow) MappingRecord{static_cast<int>(file), size, nullptr, 0};
+  MappingRecord* record =
+      new (std::nothrow) MappingRecord{static_cast<int>(file), size, nullptr, 0, nullptr};
   if (record == nullptr) {
     error = ENOMEM;
     return false;
@@ -151,6 +162,7 @@ void* MapView(Handle mapping, unsigned long long offset, unsigned long long leng
   }
   record->view = view;
   record->viewLength = static_cast<std::size_t>(length);
+  record->guard = GuardView(view, record->viewLength);
   return view;
 }
 
@@ -158,9 +170,16 @@ void UnmapView(Handle mapping, void* view) {
   if (mapping == kInvalidHandle || view == nullptr) return;
   MappingRecord* record = RecordOf(mapping);
   if (record->view != view) return;
+  // The guard lets go first: the address range may be handed out again.
+  ReleaseView(record->guard);
+  record->guard = nullptr;
   ::munmap(view, record->viewLength);
   record->view = nullptr;
   record->viewLength = 0;
+}
+
+bool ViewDamaged(Handle mapping) {
+  return mapping != kInvalidHandle && IsDamaged(RecordOf(mapping)->guard);
 }
 
 bool ReadAt(Handle file, void* into, std::size_t size, unsigned long long offset,
@@ -193,6 +212,33 @@ void* Allocate(std::size_t size, int& error) {
   void* memory = std::malloc(size > 0 ? size : 1);
   if (memory == nullptr) error = errno != 0 ? errno : ENOMEM;
   return memory;
+}
+
+void* AllocateZeroed(std::size_t size, bool& mapped, int& error) {
+  mapped = false;
+  if (Injected(VYR_PlatformAllocate, error)) return nullptr;
+  // Below this a system call costs more than clearing the bytes.
+  constexpr std::size_t kMapFrom = 256 * 1024;
+  if (size < kMapFrom) {
+    void* memory = std::calloc(size > 0 ? size : 1, 1);
+    if (memory == nullptr) error = errno != 0 ? errno : ENOMEM;
+    return memory;
+  }
+  void* memory =
+      ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (memory == MAP_FAILED) {
+    error = errno;
+    return nullptr;
+  }
+  mapped = true;
+  return memory;
+}
+
+void ReleaseZeroed(void* memory, std::size_t size, bool mapped) {
+  if (mapped)
+    ::munmap(memory, size);
+  else
+    std::free(memory);
 }
 
 void SleepMilliseconds(unsigned milliseconds) {

@@ -1,6 +1,8 @@
 // The buffer interface: its non-virtual members and its factories.
 #define VYR_SOURCE_NAME "Private/Source/vyr_buffer"
 
+#include <exception>
+
 #include "vyr_buffer-priv.h"
 #include "vyr_throw.h"
 
@@ -14,14 +16,27 @@ void const* VYR_IBuffer::Buffer(unsigned int offset, unsigned int size) const {
 
 VYR_IBuffer const* VYR_IBuffer::Create(QEN_TString const& name, unsigned int positionLow,
                                        unsigned int positionHigh, unsigned int size) {
-  if (name.Find("://") >= 0) {
-    // Whatever goes wrong on the URL route, the name is tried as a path.
+  if (name.Find("://") < 0) return VYR_TFileBuffer::OpenByPath(name, positionLow, positionHigh, size);
+  // Whatever goes wrong on the URL route, the name is tried as a path. When
+  // that fails too, a URL of a protocol this library knows reports its own
+  // failure, the real cause; any other name reports the path's.
+  std::exception_ptr urlFailure;
+  try {
+    const QEN_TURL url(name);
     try {
-      return Create(QEN_TURL(name), positionLow, positionHigh, size);
+      return Create(url, positionLow, positionHigh, size);
+    } catch (VYR_EBufferUnknownProtocol const&) {
     } catch (...) {
+      urlFailure = std::current_exception();
     }
+  } catch (...) {
   }
-  return vyr::OpenByPath(name, positionLow, positionHigh, size);
+  try {
+    return VYR_TFileBuffer::OpenByPath(name, positionLow, positionHigh, size);
+  } catch (...) {
+    if (urlFailure) std::rethrow_exception(urlFailure);
+    throw;
+  }
 }
 
 VYR_IBuffer const* VYR_IBuffer::Create(QEN_TString const& name, VYR_TTag const& tag) {
@@ -34,7 +49,8 @@ VYR_IBuffer const* VYR_IBuffer::Create(QEN_TURL const& url, unsigned int positio
   // A "file" URL names a local file: its path goes straight to the file
   // route and is never read as a URL again, so no text can send the
   // factories around in circles.
-  if (protocol == "file") return vyr::OpenByPath(url.LocalPath(), positionLow, positionHigh, size);
+  if (protocol == "file")
+    return VYR_TFileBuffer::OpenByPath(url.LocalPath(), positionLow, positionHigh, size);
   if (protocol == "embed") return vyr::OpenEmbedded(url, positionLow, positionHigh, size);
   if (protocol == "extern") VYR_THROW(VYR_EBufferInternal);
   VYR_THROW(VYR_EBufferUnknownProtocol);
@@ -63,7 +79,5 @@ VYR_IBuffer const* VYR_IBuffer::ExtendBuffer(VYR_IBuffer const* buffer) {
   if (buffer == nullptr || !buffer->HasSuperclass("VYR_TSliceBuffer")) return nullptr;
   const VYR_TSliceBuffer* slice =
       static_cast<const VYR_TSliceBuffer*>(buffer->DynamicCast("VYR_TSliceBuffer"));
-  if (slice == nullptr) return nullptr;
-  // Size 0: to the end of the parent, or of what a partial file view reaches.
-  return slice->Parent()->Slice(slice->Offset(), 0, false);
+  return slice != nullptr ? slice->Extend() : nullptr;
 }

@@ -1,6 +1,7 @@
 // Hexadecimal text in a buffer, decoded into bytes.
 #define VYR_SOURCE_NAME "Private/Source/vyr_buffer"
 
+#include <cstring>
 #include <memory>
 
 #include "vyr_buffer-priv.h"
@@ -77,7 +78,9 @@ VYR_IBuffer const* VYR_IBuffer::DecodeHex(VYR_IBuffer const* destination, bool& 
   const unsigned int room = destination->Size();
   const unsigned int written = DecodePairs(in, Size(), out, room, incomplete);
   // A result of 0 bytes asks for size 0, which means to the end: the whole
-  // destination comes back, with the flag telling that nothing was decoded.
+  // destination comes back, with the flag telling that nothing was decoded,
+  // and cleared, so that it never shows bytes that nobody wrote.
+  if (written == 0 && room > 0) std::memset(out, 0, room);
   return destination->Slice(0, written, false);
 }
 

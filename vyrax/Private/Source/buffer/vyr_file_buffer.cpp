@@ -1,4 +1,4 @@
-// File buffers: one shared read-only mapping per name, position and size in
+// File buffers: one shared read-only mapping per file, position and size in
 // the process, opened with retries against other processes that hold the
 // file; and the file route of VYR_IBuffer::Create.
 #define VYR_SOURCE_NAME "Private/Source/vyr_buffer"
@@ -38,47 +38,26 @@ using vyr::platform::kInvalidHandle;
 // The table of mappings, newest first; guarded by the table lock.
 VYR_TMappedFile* gMappedFiles = nullptr;
 
+constexpr unsigned long long kLargestSize = std::numeric_limits<unsigned int>::max();
+
 unsigned long long Join(unsigned int low, unsigned int high) {
   return (static_cast<unsigned long long>(high) << 32) | low;
 }
 
-// Opens the file, trying again while another process holds it.
-Handle OpenWithRetries(QEN_TString const& name) {
-  const char* const path = name.c_str();
-  Handle file = kInvalidHandle;
-  int error = 0;
-  unsigned int attempts = VYR_TFileBuffer::sNrOfRetries;
-  vyr::platform::OpenResult result = vyr::platform::OpenShared(path, file, error);
-  while (result == vyr::platform::OpenResult::kHeld && attempts != 0) {
-    char line[8192];
-    std::snprintf(line, sizeof line,
-                  "VYR_TFileBuffer - file open attempt failed due to sharing violation (%s), "
-                  "remaining attempts: %d\n",
-                  path, static_cast<int>(attempts));
-    QENMESG_Log(line);
-    --attempts;
-    vyr::platform::SleepMilliseconds(VYR_TFileBuffer::sRetryDelay);
-    result = vyr::platform::OpenShared(path, file, error);
-  }
-  if (result != vyr::platform::OpenResult::kOpened)
-    VYR_THROW(VYR_EBufferCannotOpenFile, QEN_TString(), vyr::SystemError(error, name));
-  return file;
+[[noreturn]] void ThrowTooLarge(QEN_TString const& name, unsigned long long bytes) {
+  VYR_THROW(VYR_EBufferRegionTooLarge, "%s: %llu bytes are more than a buffer can count", name,
+            bytes);
 }
 
-// The record of a mapping that another open of the same key made, if it
-// still shows the file at the size it has now.
-VYR_TMappedFile* FindShared(QEN_TString const& name, unsigned int size, unsigned int positionLow,
-                            unsigned int positionHigh, unsigned long long fileSize) {
+// The record of a mapping of this very file, in the state it has now, with
+// the same view.
+VYR_TMappedFile* FindShared(vyr::platform::FileIdentity const& identity, unsigned int size,
+                            unsigned long long position) {
   for (VYR_TMappedFile* record = gMappedFiles; record != nullptr; record = record->next) {
-    if (record->size != size || record->positionLow != positionLow ||
-        record->positionHigh != positionHigh || record->name.CompareWith(name, false) != 0)
-      continue;
-    // A record nobody uses ends the search as if nothing matched.
-    if (record->useCount == 0) return nullptr;
-    // A file that changed its size since is mapped anew: the old view does
-    // not cover what the new size promises.
-    if (record->fileSize != fileSize) continue;
-    return record;
+    if (record->useCount != 0 && record->size == size &&
+        Join(record->positionLow, record->positionHigh) == position &&
+        record->identity == identity)
+      return record;
   }
   return nullptr;
 }
@@ -91,62 +70,110 @@ void Unmap(Handle file, Handle mapping, void* view) {
 
 }  // namespace
 
+// A file opened for reading, with retries while another process holds it,
+// and what it is. Closed at the end unless a new mapping record took it.
+struct VYR_TFileBuffer::Opened {
+  explicit Opened(QEN_TString const& path);
+  ~Opened() { vyr::platform::CloseFile(file); }
+  Opened(Opened const&) = delete;
+  Opened& operator=(Opened const&) = delete;
+
+  QEN_TString name;
+  Handle file = kInvalidHandle;
+  vyr::platform::FileIdentity identity;
+};
+
+VYR_TFileBuffer::Opened::Opened(QEN_TString const& path) : name(path) {
+  // A name with a NUL in it would open the shorter name before it.
+  if (name.Chars().find(u'\0') != std::u16string::npos)
+    VYR_THROW(VYR_EBufferCannotOpenFile, QEN_TString(), vyr::SystemError(EINVAL, name));
+  const char* const text = name.c_str();
+  int error = 0;
+  unsigned int attempts = VYR_TFileBuffer::sNrOfRetries;
+  vyr::platform::OpenResult result = vyr::platform::OpenShared(text, file, error);
+  while (result == vyr::platform::OpenResult::kHeld && attempts != 0) {
+    char line[8192];
+    std::snprintf(line, sizeof line,
+                  "VYR_TFileBuffer - file open attempt failed due to sharing violation (%s), "
+                  "remaining attempts: %d\n",
+                  text, static_cast<int>(attempts));
+    QENMESG_Log(line);
+    --attempts;
+    vyr::platform::SleepMilliseconds(VYR_TFileBuffer::sRetryDelay);
+    result = vyr::platform::OpenShared(text, file, error);
+  }
+  if (result != vyr::platform::OpenResult::kOpened)
+    VYR_THROW(VYR_EBufferCannotOpenFile, QEN_TString(), vyr::SystemError(error, name));
+  // A constructor that throws runs no destructor: the file is closed here.
+  const bool identified = vyr::platform::Identify(file, identity, error);
+  if (!identified || identity.size == 0) {
+    vyr::platform::CloseFile(file);
+    file = kInvalidHandle;
+  }
+  if (!identified)
+    VYR_THROW(VYR_EBufferCannotDetermineFileSize, QEN_TString(), vyr::SystemError(error, name));
+  if (identity.size == 0) VYR_THROW(VYR_EBufferEmptyFile, "VYR_EBufferEmptyFile", name);
+}
+
 VYR_TFileBuffer::VYR_TFileBuffer(QEN_TString const& name, unsigned int size,
                                  unsigned int positionLow, unsigned int positionHigh)
+    : VYR_TFileBuffer(*std::make_unique<Opened>(name), size, Join(positionLow, positionHigh)) {}
+
+VYR_TFileBuffer::VYR_TFileBuffer(Opened& opened, unsigned long long size,
+                                 unsigned long long position)
     : VYR_TBuffPriv(),
       mFile(kInvalidHandle),
       mMapping(kInvalidHandle),
       mView(nullptr),
       mSizeHigh(0),
-      mStart(Join(positionLow, positionHigh)),
+      mStart(position),
       mViewSize(0) {
-  const Handle file = OpenWithRetries(name);
-
-  unsigned long long fileSize = 0;
-  int error = 0;
-  if (!vyr::platform::FileSize(file, fileSize, error)) {
-    vyr::platform::CloseFile(file);
-    VYR_THROW(VYR_EBufferCannotDetermineFileSize, QEN_TString(), vyr::SystemError(error, name));
-  }
+  const unsigned long long fileSize = opened.identity.size;
   mSize = static_cast<unsigned int>(fileSize);
   mSizeHigh = static_cast<unsigned int>(fileSize >> 32);
-  // Only the low half counts here, as everywhere Size() is concerned: a file
-  // of a multiple of 4 GiB has no bytes that Size() could show.
-  if (mSize == 0) {
-    vyr::platform::CloseFile(file);
-    VYR_THROW(VYR_EBufferEmptyFile, "VYR_EBufferEmptyFile", name);
-  }
-  // A view that would run past the end is cut at the end, on the whole
-  // 64-bit position. A view that starts at or past the end stays as asked,
-  // and mapping it fails.
-  if (size != 0 && mStart < fileSize && mStart + size > fileSize)
-    size = static_cast<unsigned int>(fileSize - mStart);
+  // A whole-file buffer shows Size() bytes: a file that 32 bits can't count
+  // is refused rather than shown as its low half.
+  if (position == 0 && size == 0 && fileSize > kLargestSize) ThrowTooLarge(opened.name, fileSize);
+  // A view that would run past the end is cut at the end. A view that starts
+  // at or past the end stays as asked, and mapping it fails.
+  if (size != 0 && position < fileSize && size > fileSize - position) size = fileSize - position;
+  if (size > kLargestSize) ThrowTooLarge(opened.name, size);
 
+  int error = 0;
   {
     QEN_TWriteGuard guard(vyr::TableLock());
-    VYR_TMappedFile* record = FindShared(name, size, positionLow, positionHigh, fileSize);
+    VYR_TMappedFile* record =
+        FindShared(opened.identity, static_cast<unsigned int>(size), position);
     if (record != nullptr) {
-      vyr::platform::CloseFile(file);
       ++record->useCount;
     } else {
       Handle mapping = kInvalidHandle;
-      if (!vyr::platform::CreateMapping(file, mapping, error)) {
-        vyr::platform::CloseFile(file);
-        VYR_THROW(VYR_EBufferCannotCreateMapping, QEN_TString(), vyr::SystemError(error, name));
-      }
-      void* const view = vyr::platform::MapView(mapping, mStart, size, error);
+      if (!vyr::platform::CreateMapping(opened.file, fileSize, mapping, error))
+        VYR_THROW(VYR_EBufferCannotCreateMapping, QEN_TString(),
+                  vyr::SystemError(error, opened.name));
+      void* const view = vyr::platform::MapView(mapping, position, size, error);
       if (view == nullptr) {
-        Unmap(file, mapping, nullptr);
+        vyr::platform::CloseMapping(mapping);
         VYR_THROW(VYR_EBufferCannotMapFile, QEN_TString(), vyr::SystemError(error));
       }
-      record = new (std::nothrow)
-          VYR_TMappedFile{size, positionLow, positionHigh, 1, name, file, mapping, view,
-                          fileSize, gMappedFiles};
+      record = new (std::nothrow) VYR_TMappedFile{static_cast<unsigned int>(size),
+                                                  static_cast<unsigned int>(position),
+                                                  static_cast<unsigned int>(position >> 32),
+                                                  1,
+                                                  opened.name,
+                                                  opened.file,
+                                                  mapping,
+                                                  view,
+                                                  opened.identity,
+                                                  gMappedFiles};
       if (record == nullptr) {
-        Unmap(file, mapping, view);
+        vyr::platform::UnmapView(mapping, view);
+        vyr::platform::CloseMapping(mapping);
         VYR_THROW(VYR_EBufferNotEnoughMemory, "VYR_EBufferNotEnoughMemory",
                   vyr::SystemError(ENOMEM));
       }
+      // The record keeps the file open now.
+      opened.file = kInvalidHandle;
       gMappedFiles = record;
     }
     mFile = record->file;
@@ -154,13 +181,7 @@ VYR_TFileBuffer::VYR_TFileBuffer(QEN_TString const& name, unsigned int size,
     mView = record->view;
   }
   mData = static_cast<unsigned char*>(mView);
-  // What can be reached by address. A whole-file view reaches Size() bytes;
-  // a view from a later position to the end reaches the rest of the file,
-  // not Size() bytes.
-  if (size != 0)
-    mViewSize = size;
-  else
-    mViewSize = mStart == 0 ? mSize : fileSize - mStart;
+  mViewSize = size != 0 ? size : fileSize - position;
 }
 
 VYR_TFileBuffer::VYR_TFileBuffer(VYR_TFileBuffer const& other)
@@ -196,7 +217,7 @@ VYR_TFileBuffer::~VYR_TFileBuffer() {
     --record->useCount;
   } else {
     Unmap(mFile, mMapping, mView);
-    if (record != nullptr && record->useCount == 1) {
+    if (record != nullptr) {
       *link = record->next;
       delete record;
     }
@@ -215,16 +236,32 @@ bool VYR_TFileBuffer::QEN_Initialize() {
 }
 
 unsigned int VYR_TFileBuffer::Reach() const {
-  return mViewSize < mSize ? static_cast<unsigned int>(mViewSize) : mSize;
+  return static_cast<unsigned int>(mViewSize < kLargestSize ? mViewSize : kLargestSize);
+}
+
+void VYR_TFileBuffer::CheckIntact() const {
+  if (!vyr::platform::ViewDamaged(mMapping)) return;
+  QEN_TString name;
+  {
+    QEN_TWriteGuard guard(vyr::TableLock());
+    for (VYR_TMappedFile* record = gMappedFiles; record != nullptr; record = record->next)
+      if (record->mapping == mMapping) name = record->name;
+  }
+  VYR_THROW(VYR_EBufferCannotReadFile,
+            "The file %s shrank while it was mapped: its lost bytes read as zeros", name);
 }
 
 bool VYR_TFileBuffer::IsValid() const {
-  return mViewSize == mSize && mData != nullptr && mSize != 0;
+  return mViewSize == mSize && mData != nullptr && mSize != 0 &&
+         !vyr::platform::ViewDamaged(mMapping);
 }
 
 VYR_IBuffer const* VYR_TFileBuffer::Duplicate(bool copy) const {
-  if (copy) return new VYR_TMemoryBuffer(vyr::AllBytes(*this), Size(), 0);
-  return new VYR_TFileBuffer(*this);
+  if (!copy) return new VYR_TFileBuffer(*this);
+  std::unique_ptr<VYR_IBuffer const> bytes(new VYR_TMemoryBuffer(vyr::AllBytes(*this), Size(), 0));
+  // A copy made while the file shrank holds zeros where its bytes were.
+  CheckIntact();
+  return bytes.release();
 }
 
 void const* VYR_TFileBuffer::Buffer(unsigned int offset) const {
@@ -239,19 +276,21 @@ VYR_IBuffer const* VYR_TFileBuffer::Slice(unsigned int offset, unsigned int size
   if (size == 0 && !copy) {
     // Up to the end of what the view reaches.
     if (offset > reach) VYR_THROW(VYR_EBufferSliceTooLarge);
-    return VYR_TSliceBuffer::Exact(*this, offset, reach - offset, reach);
+    return VYR_TSliceBuffer::Exact(*this, offset, reach - offset, reach, mMapping);
   }
   if (static_cast<unsigned long long>(offset) + size > reach) VYR_THROW(VYR_EBufferSliceTooLarge);
-  if (copy) return new VYR_TMemoryBuffer(mData, size, offset);
-  return VYR_TSliceBuffer::Exact(*this, offset, size, reach);
+  if (!copy) return VYR_TSliceBuffer::Exact(*this, offset, size, reach, mMapping);
+  std::unique_ptr<VYR_IBuffer const> bytes(new VYR_TMemoryBuffer(mData, size, offset));
+  CheckIntact();
+  return bytes.release();
 }
 
 void const* VYR_TFileBuffer::operator()(unsigned long long offset, unsigned long long size) const {
+  CheckIntact();
   bool inside = false;
   if (size != 0 || offset <= mSize) {
     if (size == 0) size = mSize - offset;
-    inside = offset <= mViewSize && size <= mViewSize - offset &&
-             offset + size <= Reach();
+    inside = offset <= mViewSize && size <= mViewSize - offset && offset + size <= Reach();
   }
   if (inside) {
     // An address inside the view: nothing is mapped or read. Should making
@@ -259,7 +298,7 @@ void const* VYR_TFileBuffer::operator()(unsigned long long offset, unsigned long
     try {
       VYR_TBuffPriv* const slice =
           VYR_TSliceBuffer::Exact(*this, static_cast<unsigned int>(offset),
-                                  static_cast<unsigned int>(size), Reach());
+                                  static_cast<unsigned int>(size), Reach(), mMapping);
       Reserve(slice);
       return slice->Buffer();
     } catch (...) {
@@ -270,10 +309,12 @@ void const* VYR_TFileBuffer::operator()(unsigned long long offset, unsigned long
 
 void const* VYR_TFileBuffer::ReadOutside(unsigned long long offset, unsigned long long size) const {
   // One block holds at most what a buffer can count.
-  if (size > std::numeric_limits<unsigned int>::max())
+  if (size > kLargestSize)
     VYR_THROW(VYR_EBufferRegionTooLarge, QEN_TString(),
               QEN_TString::Format("offset = %llu, size = %llu", offset, size));
-  VYR_TMemoryBuffer* const block = new VYR_TMemoryBuffer(static_cast<unsigned int>(size), nullptr);
+  // Zeros from the start: behind the end of the file the block shows zero
+  // bytes, and the pages nobody reads into cost no memory.
+  VYR_TMemoryBuffer* const block = VYR_TMemoryBuffer::Zeroed(static_cast<unsigned int>(size));
   Reserve(block);
   unsigned char* const bytes = static_cast<unsigned char*>(const_cast<void*>(block->Buffer()));
   // A position past what 64 bits can count lies past the end of any file.
@@ -283,51 +324,51 @@ void const* VYR_TFileBuffer::ReadOutside(unsigned long long offset, unsigned lon
   if (position >= offset && size > 0 &&
       !vyr::platform::ReadAt(mFile, bytes, static_cast<std::size_t>(size), position, got, error))
     VYR_THROW(VYR_EBufferCannotReadFile, QEN_TString(), vyr::SystemError(error));
-  // Behind the end of the file there is nothing to read; the block shows
-  // zero bytes there rather than whatever the heap held.
-  for (std::size_t i = got; i < size; ++i) bytes[i] = 0;
   return bytes;
 }
 
 // --- The file route of Create -------------------------------------------------------
 
-namespace vyr {
-
-VYR_IBuffer const* OpenByPath(QEN_TString const& name, unsigned int positionLow,
-                              unsigned int positionHigh, unsigned int size) {
-  unsigned long long position = Join(positionLow, positionHigh);
-  std::unique_ptr<VYR_TFileBuffer> file;
-  try {
+VYR_IBuffer const* VYR_TFileBuffer::OpenByPath(QEN_TString const& name, unsigned int positionLow,
+                                               unsigned int positionHigh, unsigned int size) {
+  // One open serves the whole file and, should that fail, the fallback view.
+  Opened file(name);
+  const unsigned long long fileSize = file.identity.size;
+  const unsigned long long position = Join(positionLow, positionHigh);
+  const bool wholeFile = position == 0 && size == 0;
+  std::unique_ptr<VYR_TFileBuffer> buffer;
+  if (fileSize <= kLargestSize) {
     // The whole file, so that every range of it shares one view and one
     // record; the range shows up only in the slice.
-    file.reset(new VYR_TFileBuffer(name, 0, 0, 0));
-  } catch (VYR_EBuffer const&) {
-    // A view of the part that was asked for, at an aligned position.
-    const unsigned int granularity =
-        VYR_TFileBuffer::sAllocationGranularity != 0 ? VYR_TFileBuffer::sAllocationGranularity : 1;
-    const unsigned int base = positionLow - positionLow % granularity;
-    unsigned long long length = VYR_TFileBuffer::sAllocationBlock;
-    if (size != 0 && positionLow != 0) {
-      length = ((static_cast<unsigned long long>(positionLow - base) + size) / granularity + 1) *
-               granularity;
-      if (length > std::numeric_limits<unsigned int>::max())
-        length = std::numeric_limits<unsigned int>::max() / granularity * granularity;
+    try {
+      buffer.reset(new VYR_TFileBuffer(file, 0, 0));
+    } catch (VYR_EBuffer const&) {
     }
-    file.reset(new VYR_TFileBuffer(name, static_cast<unsigned int>(length), base, positionHigh));
-    position = positionLow - base;
+  } else if (wholeFile) {
+    ThrowTooLarge(name, fileSize);
   }
-  if (position == 0 && size == 0) return file.release();
-  const unsigned long long total = file->Size();
-  VYR_IBuffer const* slice;
-  if (position + size < total)
-    slice = file->Slice(static_cast<unsigned int>(position), size, false);
-  else if (position < total)
-    slice = file->Slice(static_cast<unsigned int>(position),
-                        static_cast<unsigned int>(total - position), false);
-  else
-    VYR_THROW(VYR_EBufferSliceStartsAfterEnd);
+  if (buffer == nullptr) {
+    // A view around the part that was asked for, at an aligned position.
+    if (position >= fileSize) VYR_THROW(VYR_EBufferSliceStartsAfterEnd);
+    const unsigned long long granularity =
+        VYR_TFileBuffer::sAllocationGranularity != 0 ? VYR_TFileBuffer::sAllocationGranularity : 1;
+    const unsigned long long base = position - position % granularity;
+    unsigned long long length = VYR_TFileBuffer::sAllocationBlock;
+    if (!wholeFile) {
+      const unsigned long long rest = fileSize - position;
+      const unsigned long long span = size != 0 && size < rest ? size : rest;
+      if (position - base + span > kLargestSize) ThrowTooLarge(name, span);
+      length = ((position - base + span) / granularity + 1) * granularity;
+      if (length > kLargestSize) length = position - base + span;
+    }
+    buffer.reset(new VYR_TFileBuffer(file, length, base));
+  }
+  if (wholeFile) return buffer.release();
+  // What lies behind the position, up to the end of the file.
+  const unsigned long long at = position - buffer->mStart;
+  const unsigned long long total = fileSize - buffer->mStart;
+  if (at >= total) VYR_THROW(VYR_EBufferSliceStartsAfterEnd);
+  const unsigned long long count = at + size < total ? size : total - at;
   // The slice holds its own duplicate: the mapping lives on.
-  return slice;
+  return buffer->Slice(static_cast<unsigned int>(at), static_cast<unsigned int>(count), false);
 }
-
-}  // namespace vyr

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "vyr_buffer-priv.h"
+#include "vyr_platform.h"
 #include "vyr_throw.h"
 
 QEN_DEFINE_OBJECT(VYR_TMemoryBuffer, VYR_TBuffPriv, VYR_IBuffer)
@@ -16,6 +17,14 @@ namespace {
 void* CopyOf(void const* source, unsigned int size, unsigned int offset) {
   void* bytes = vyr::AllocateBytes(size, VYR_SOURCE_NAME, __LINE__);
   if (size > 0) std::memcpy(bytes, static_cast<unsigned char const*>(source) + offset, size);
+  return bytes;
+}
+
+void* ZeroBytes(unsigned int size, bool& mapped) {
+  int error = 0;
+  void* bytes = vyr::platform::AllocateZeroed(size, mapped, error);
+  if (bytes == nullptr)
+    VYR_THROW(VYR_EBufferNotEnoughMemory, "VYR_EBufferNotEnoughMemory", vyr::SystemError(error));
   return bytes;
 }
 
@@ -35,14 +44,22 @@ VYR_TMemoryBuffer::VYR_TMemoryBuffer(unsigned int size, void* data)
 VYR_TMemoryBuffer::VYR_TMemoryBuffer(void const* source, unsigned int size, unsigned int offset)
     : VYR_TBuffPriv(CopyOf(source, size, offset), size) {}
 
+VYR_TMemoryBuffer::VYR_TMemoryBuffer(ZeroedTag, unsigned int size, bool& mapped)
+    : VYR_TBuffPriv(ZeroBytes(size, mapped), size), mMapped(mapped) {}
+
+VYR_TMemoryBuffer* VYR_TMemoryBuffer::Zeroed(unsigned int size) {
+  bool mapped = false;
+  return new VYR_TMemoryBuffer(ZeroedTag(), size, mapped);
+}
+
 VYR_TMemoryBuffer::VYR_TMemoryBuffer(VYR_TMemoryBuffer const& other)
-    : VYR_IBuffer(), VYR_TBuffPriv(other) {}
+    : VYR_IBuffer(), VYR_TBuffPriv(other), mMapped(other.mMapped) {}
 
 VYR_TMemoryBuffer::~VYR_TMemoryBuffer() {
   // Leaving the ring tells, under the ring lock, whether this was the last
   // holder of the bytes.
   if (mData != nullptr && Unlink()) {
-    std::free(mData);
+    vyr::platform::ReleaseZeroed(mData, mSize, mMapped);
     mData = nullptr;
   }
 }

@@ -58,14 +58,21 @@ unsigned int ParseEmbedNumber(QEN_TString const& text) {
 VYR_IBuffer const* OpenEmbedded(QEN_TURL const& url, unsigned int positionLow,
                                 unsigned int positionHigh, unsigned int size) {
   const QEN_TURL container = VYR_Embedded2Original(url);
-  // The position counts from the start of the range. The sum is taken on 64
-  // bits, so a range behind the first 4 GiB is found where it is.
-  const unsigned long long position =
-      Join(positionLow, positionHigh) +
-      Join(NumberParam(url, kPositionLow), NumberParam(url, kPositionHigh));
-  // A caller can narrow the range, not widen it.
+  // The position counts from the start of the range, on 64 bits, so a range
+  // behind the first 4 GiB is found where it is; one that wraps is nowhere.
+  const unsigned long long inRange = Join(positionLow, positionHigh);
+  const unsigned long long start = Join(NumberParam(url, kPositionLow), NumberParam(url, kPositionHigh));
+  const unsigned long long position = start + inRange;
+  if (position < start) VYR_THROW(VYR_EBufferSliceStartsAfterEnd);
+  // The range confines its readers: a position at or past its length finds
+  // nothing, and a size runs to the range's end at most. A length of 0 runs
+  // to the end of the file.
   const unsigned int length = NumberParam(url, kLength);
-  if (size == 0 || size > length) size = length;
+  if (length != 0) {
+    if (inRange >= length) VYR_THROW(VYR_EBufferSliceStartsAfterEnd);
+    const unsigned int rest = length - static_cast<unsigned int>(inRange);
+    if (size == 0 || size > rest) size = rest;
+  }
   return VYR_IBuffer::Create(container, static_cast<unsigned int>(position),
                              static_cast<unsigned int>(position >> 32), size);
 }
