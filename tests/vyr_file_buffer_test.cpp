@@ -305,8 +305,9 @@ TEST(MappingGuardProbe, ReadsATruncatedFile) {
   earlier.sa_handler = [](int) { gEarlierHandlerRan = 1; };
   earlier.sa_flags = 0;
   sigemptyset(&earlier.sa_mask);
-  if (std::strcmp(std::getenv("VYR_MAPPING_GUARD"), "off") != 0)
+  if (std::strcmp(std::getenv("VYR_MAPPING_GUARD"), "off") != 0) {
     ASSERT_EQ(sigaction(SIGBUS, &earlier, nullptr), 0);
+  }
   ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__());
   Owned whole(VYR_IBuffer::Create(QEN_TString(path), 0, 0, 0));
   ASSERT_EQ(truncate(path, 10), 0);

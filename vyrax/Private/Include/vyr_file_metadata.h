@@ -94,12 +94,18 @@ class VYR_LOCAL VYR_TFileMetadata : public QEN_TObject, public virtual VYR_IMeta
     kStore,       // a store, now in the dictionary given
     kNone,        // no store, or an empty file
     kUnreadable,  // a store that cannot be read now: held, no access, no descriptors
-    kUndecodable  // something at the store's name that is no store of this library
+    kUndecodable, // something at the store's name that is no store of this library
+    kUnchanged    // the very bytes this object read or wrote last; dictionary untouched
   };
   // Opens the .metadata folder, made first when `create` is set; logs why not.
   bool OpenFolder(bool create, std::intptr_t& folder, int& error);
   // Reads the store of `folder` into `dictionary`; logs what went wrong.
-  Found ReadStore(std::intptr_t folder, QEN_TDict& dictionary);
+  // With `mayBeUnchanged` (a commit's look), a store of exactly the bytes
+  // this object read or wrote last is kUnchanged and is not unpacked again,
+  // and what is read is not remembered.
+  Found ReadStore(std::intptr_t folder, QEN_TDict& dictionary, bool mayBeUnchanged = false);
+  // Notes the bytes the dictionary was read from or written as.
+  void Remember(std::vector<unsigned char>&& bytes);
   // WriteMetadata without its catch.
   bool Commit();
 
@@ -115,6 +121,11 @@ class VYR_LOCAL VYR_TFileMetadata : public QEN_TObject, public virtual VYR_IMeta
   QEN_TDict mChanges;
   bool mRead;
   bool mWriteResult;
+  // The store's bytes as this object read or wrote them last, while
+  // mDictionary is those bytes with mChanges applied (mStoreKnown). A commit
+  // that finds them unchanged under the lock need not merge.
+  std::vector<unsigned char> mStoreBytes;
+  bool mStoreKnown = false;
 };
 
 #endif

@@ -208,17 +208,20 @@ VYR_LOCAL OpenResult LockStore(Handle folder, const char* name, unsigned waitMil
 VYR_LOCAL void UnlockStore(Handle folder, const char* name, Handle lock, bool removeLock);
 
 // Under the writer lock: makes `size` bytes the content of `name`.
-VYR_LOCAL bool WriteStore(Handle folder, const char* name, const void* data, std::size_t size,
-                          int& error);
+// The temporary file's name is noted in the lock file first, so that the
+// next writer can remove it should this one die before the rename.
+VYR_LOCAL bool WriteStore(Handle folder, const char* name, Handle lock, const void* data,
+                          std::size_t size, int& error);
 // Under the writer lock: removes `name`; one that is not there is no failure.
 VYR_LOCAL bool RemoveStore(Handle folder, const char* name, int& error);
 // Under the writer lock: renames what stands at `name` (file, link or
 // anything else) to a new name that says it could not be read; `aside` is
 // that name.
 VYR_LOCAL bool SetStoreAside(Handle folder, const char* name, std::string& aside, int& error);
-// Under the writer lock: removes the temporary files of writers of `name`
-// that died while writing; all others hold the lock while theirs exists.
-VYR_LOCAL void RemoveLeftovers(Handle folder, const char* name);
+// Under the writer lock: removes the temporary file of a writer of `name`
+// that died while writing, as its lock file names it; all others hold the
+// lock while theirs exists.
+VYR_LOCAL void RemoveLeftovers(Handle folder, const char* name, Handle lock);
 
 // The "user." extended attributes of a file or folder. Names going in and
 // out are without the "user." prefix. Only names that are metadata keys (one

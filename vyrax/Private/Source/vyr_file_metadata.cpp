@@ -122,8 +122,19 @@ bool VYR_TFileMetadata::OpenFolder(bool create, vyr::platform::Handle& folder, i
   return false;
 }
 
+void VYR_TFileMetadata::Remember(std::vector<unsigned char>&& bytes) {
+  // Beyond this the copy costs more memory than the merge it saves costs time.
+  constexpr std::size_t kRememberedBytes = 64u << 20;
+  mStoreKnown = bytes.size() <= kRememberedBytes;
+  if (mStoreKnown)
+    mStoreBytes = std::move(bytes);
+  else
+    mStoreBytes.clear();
+}
+
 VYR_TFileMetadata::Found VYR_TFileMetadata::ReadStore(vyr::platform::Handle folder,
-                                                      QEN_TDict& dictionary) {
+                                                      QEN_TDict& dictionary,
+                                                      bool mayBeUnchanged) {
   std::vector<unsigned char> bytes;
   int error = 0;
   StoreRead read = StoreRead::kFailed;
@@ -147,8 +158,12 @@ VYR_TFileMetadata::Found VYR_TFileMetadata::ReadStore(vyr::platform::Handle fold
     case StoreRead::kRead:
       break;
   }
+  if (mayBeUnchanged && mStoreKnown && bytes == mStoreBytes) return Found::kUnchanged;
   try {
     dictionary = UnpackStore(bytes);
+    // A commit's look does not replace what the dictionary stands on: should
+    // the commit fail, the dictionary is still the last read with changes.
+    if (!mayBeUnchanged) Remember(std::move(bytes));
     return Found::kStore;
   } catch (std::bad_alloc const&) {
     // Not the store's fault: it may read another time.
@@ -169,6 +184,7 @@ bool VYR_TFileMetadata::ReadMetadata() {
   // read now is empty to look at, though a commit will not take it as empty.
   mDictionary = QEN_TDict();
   mChanges = QEN_TDict();
+  mStoreKnown = false;
   Closer folder;
   int error = 0;
   if (OpenFolder(false, folder.handle, error)) {
@@ -226,9 +242,12 @@ bool VYR_TFileMetadata::Commit() {
   // The store as it is now, under the lock: the changes of other writers
   // since this object read it stay.
   QEN_TDict store;
-  switch (ReadStore(folder.handle, store)) {
+  const Found found = ReadStore(folder.handle, store, true);
+  switch (found) {
     case Found::kStore:
     case Found::kNone:
+      break;
+    case Found::kUnchanged:
       break;
     case Found::kUnreadable: {
       // It is there and may hold anything: it is not replaced blindly.
@@ -254,7 +273,10 @@ bool VYR_TFileMetadata::Commit() {
       break;
     }
   }
-  for (QEN_TConstIterator change(mChanges); !change.IsDone(); ++change) {
+  // Nobody wrote since this object read or wrote the store: its own
+  // dictionary is the merge already.
+  QEN_TDict& merged = found == Found::kUnchanged ? mDictionary : store;
+  for (QEN_TConstIterator change(mChanges); &merged == &store && !change.IsDone(); ++change) {
     const QEN_TString* key = change.Key().DynamicCast<QEN_TString>();
     if (key == nullptr) continue;
     const QEN_TAny* value = mDictionary.Lookup(*key);
@@ -263,32 +285,35 @@ bool VYR_TFileMetadata::Commit() {
     else
       store.Remove(*key);
   }
-  vyr::platform::RemoveLeftovers(folder.handle, mStoreName.c_str());
+  vyr::platform::RemoveLeftovers(folder.handle, mStoreName.c_str(), lock);
 
-  if (store.IsEmpty()) {
+  if (merged.IsEmpty()) {
     if (!vyr::platform::RemoveStore(folder.handle, mStoreName.c_str(), error)) {
       LogFailure("WriteMetadata (file delete) failed", mMetadataPath, error);
       return false;
     }
     removeLock = true;
+    mStoreKnown = false;
   } else {
     QEN_TMemoryStream memory;
     QEN_TDataStream stream(memory);
-    stream << store;
+    stream << merged;
     stream.Flush();
     if (memory.Length() > kMaxStoreSize) {
       LogFailure("WriteMetadata (file write) failed", mMetadataPath, EFBIG);
       return false;
     }
-    if (!vyr::platform::WriteStore(folder.handle, mStoreName.c_str(), memory.Data(),
+    if (!vyr::platform::WriteStore(folder.handle, mStoreName.c_str(), lock, memory.Data(),
                                    memory.Length(), error)) {
       LogFailure("WriteMetadata (file write) failed", mMetadataPath, error);
       return false;
     }
+    const unsigned char* const packed = static_cast<const unsigned char*>(memory.Data());
+    Remember(std::vector<unsigned char>(packed, packed + memory.Length()));
   }
   // What is stored now is this object's state: another object's keys that
   // came in with it are seen without a Rescan.
-  mDictionary = std::move(store);
+  if (&merged == &store) mDictionary = std::move(store);
   mChanges = QEN_TDict();
   mRead = !mDictionary.IsEmpty();
   return true;

@@ -7,7 +7,6 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <dirent.h>
 
 #include <algorithm>
 #include <atomic>
@@ -270,7 +269,8 @@ void UnlockStore(Handle folder, const char* name, Handle lock, bool removeLock) 
   ::close(Descriptor(lock));
 }
 
-bool WriteStore(Handle folder, const char* name, const void* data, std::size_t size, int& error) {
+bool WriteStore(Handle folder, const char* name, Handle lock, const void* data, std::size_t size,
+                int& error) {
   static std::atomic<unsigned> sCounter{0};
   const int dir = Descriptor(folder);
   std::string fresh;
@@ -289,6 +289,13 @@ bool WriteStore(Handle folder, const char* name, const void* data, std::size_t s
   if (fd < 0) {
     error = errno;
     return false;
+  }
+  // Noted for the next writer, should this one die before the rename. Not
+  // flushed: after a crash of the machine a leftover may stay, harmless.
+  const std::string note = fresh + "\n";
+  if (lock != kInvalidHandle) {
+    const ssize_t noted = ::pwrite(Descriptor(lock), note.data(), note.size(), 0);
+    (void)noted;
   }
   bool ok = WriteAll(fd, static_cast<const unsigned char*>(data), size, error);
   // The bytes reach the disk before the name does, so that not even a crash
@@ -330,22 +337,21 @@ bool SetStoreAside(Handle folder, const char* name, std::string& aside, int& err
   return false;
 }
 
-void RemoveLeftovers(Handle folder, const char* name) {
-  const int copy = ::fcntl(Descriptor(folder), F_DUPFD_CLOEXEC, 0);
-  if (copy < 0) return;
-  DIR* entries = ::fdopendir(copy);
-  if (entries == nullptr) {
-    ::close(copy);
-    return;
-  }
+void RemoveLeftovers(Handle folder, const char* name, Handle lock) {
+  // The lock file holds the name of the last writer's temporary file, ended
+  // by a line end. Only a name of this store's temporary files is removed,
+  // whatever else somebody wrote there.
+  char noted[256];
+  const ssize_t length = ::pread(Descriptor(lock), noted, sizeof noted - 1, 0);
+  if (length <= 0) return;
+  noted[length] = '\0';
+  char* const end = std::strchr(noted, '\n');
+  if (end == nullptr) return;
+  *end = '\0';
   const std::string prefix = std::string(name) + kNewInfix;
-  std::vector<std::string> leftovers;
-  while (const struct dirent* entry = ::readdir(entries)) {
-    if (std::strncmp(entry->d_name, prefix.c_str(), prefix.size()) == 0)
-      leftovers.push_back(entry->d_name);
-  }
-  ::closedir(entries);
-  for (const std::string& leftover : leftovers) ::unlinkat(Descriptor(folder), leftover.c_str(), 0);
+  if (std::strncmp(noted, prefix.c_str(), prefix.size()) != 0 || std::strchr(noted, '/') != nullptr)
+    return;
+  ::unlinkat(Descriptor(folder), noted, 0);
 }
 
 // --- Extended attributes -----------------------------------------------------------
