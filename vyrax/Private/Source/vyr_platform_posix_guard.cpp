@@ -48,6 +48,8 @@ std::mutex gGuardMutex;  // taken by those who add and remove views
 bool gGuardDecided = false;
 bool gGuardOn = false;
 struct sigaction gPrevious;
+// Read before the handler is installed: sysconf(3) is no call for a handler.
+std::uintptr_t gPageSize = 4096;
 
 // What the process would have done without the guard, for a SIGBUS that is
 // not about a view of this library.
@@ -93,8 +95,7 @@ void OnBusError(int signal, siginfo_t* info, void* context) {
     errno = saved;
     return;
   }
-  const std::uintptr_t page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
-  const std::uintptr_t from = reinterpret_cast<std::uintptr_t>(info->si_addr) & ~(page - 1);
+  const std::uintptr_t from = reinterpret_cast<std::uintptr_t>(info->si_addr) & ~(gPageSize - 1);
   const std::uintptr_t end = view->end.load(std::memory_order_relaxed);
   // Zero pages cost no memory until written, and nobody writes a view.
   void* replaced = ::mmap(reinterpret_cast<void*>(from), end - from, PROT_READ,
@@ -119,6 +120,8 @@ bool GuardInstalled() {
   if (gGuardDecided) return gGuardOn;
   gGuardDecided = true;
   if (!GuardWanted()) return false;
+  const long page = ::sysconf(_SC_PAGESIZE);
+  if (page > 0) gPageSize = static_cast<std::uintptr_t>(page);
   struct sigaction action;
   action.sa_sigaction = OnBusError;
   action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART;
