@@ -124,9 +124,14 @@ void CheckOpening(const QEN_TURL& url, unsigned low, unsigned high, unsigned siz
   }
   const unsigned long long total = gBytes.size();
   Check(position < total);
-  // The caller narrows the range, never widens it; 0 means to the end.
+  // The range confines its reader: the position lies inside it, and the size
+  // (0: all that is left) ends at its end. A length of 0 runs to the file's end.
   const unsigned rangeLength = Number(range, "embed.length");
-  const unsigned asked = size == 0 || size > rangeLength ? rangeLength : size;
+  const unsigned long long inRange = Join(low, high);
+  if (rangeLength != 0) Check(inRange < rangeLength);
+  const unsigned long long rangeRest = rangeLength != 0 ? rangeLength - inRange : 0;
+  const unsigned long long asked =
+      rangeLength == 0 ? size : (size == 0 || size > rangeRest ? rangeRest : size);
   const unsigned long long rest = total - position;
   Check(buffer->Size() == (asked == 0 || asked > rest ? rest : asked));
   Check(std::memcmp(buffer->Buffer(), &gBytes[position], buffer->Size()) == 0);
