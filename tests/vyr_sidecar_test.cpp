@@ -303,6 +303,17 @@ TEST_F(SideCarTest, AStoreThatCannotBeReadNowIsNeverReplaced) {
   });
   EXPECT_EQ(0, metadatatest::Wait(stranger));
   EXPECT_EQ(after, ReadFile(mSideCar));
+
+  // A lock file of another user that this one may only read still locks.
+  ASSERT_EQ(0, ::chmod(mSideCar.c_str(), 0644));
+  ASSERT_EQ(0, ::chmod((mSideCar + ".lock").c_str(), 0644));
+  const pid_t neighbour = metadatatest::Spawn([&] {
+    if (::setgid(65534) != 0 || ::setuid(65534) != 0) return 30;
+    auto writer = Open();
+    return writer && Store(*writer, "E", "e") ? 0 : 31;
+  });
+  EXPECT_EQ(0, metadatatest::Wait(neighbour));
+  EXPECT_EQ("e", ValueOf(*Open(), "E"));
 }
 
 TEST_F(SideCarTest, AWriterRetriesWhileAnotherWriterHoldsTheStore) {

@@ -213,6 +213,13 @@ OpenResult LockStore(Handle folder, const char* name, unsigned waitMilliseconds,
       fd = ::openat(dir, lockName.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY,
                     0666);
     } while (fd < 0 && errno == EINTR);
+    // Another user's lock file may be closed to this one for writing; a
+    // local file system locks a file opened for reading just as well.
+    if (fd < 0 && errno == EACCES) {
+      do {
+        fd = ::openat(dir, lockName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+      } while (fd < 0 && errno == EINTR);
+    }
     if (fd < 0) {
       error = errno;
       // A link planted at the lock's name is removed, never followed; the
