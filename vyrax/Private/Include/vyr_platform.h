@@ -96,6 +96,8 @@ VYR_LOCAL void* AllocateZeroed(std::size_t size, bool& mapped, int& error);
 VYR_LOCAL void ReleaseZeroed(void* memory, std::size_t size, bool mapped);
 
 VYR_LOCAL void SleepMilliseconds(unsigned milliseconds);
+// The alignment a view's start needs: the page size.
+VYR_LOCAL unsigned AllocationGranularity();
 
 }  // namespace platform
 }  // namespace vyr
@@ -116,9 +118,6 @@ struct GuardedView;
 VYR_LOCAL GuardedView* GuardView(void* view, std::size_t length);
 VYR_LOCAL void ReleaseView(GuardedView* view);
 VYR_LOCAL bool IsDamaged(GuardedView const* view);
-
-// The alignment a view's start needs: the page size.
-VYR_LOCAL unsigned AllocationGranularity();
 
 }  // namespace platform
 }  // namespace vyr
