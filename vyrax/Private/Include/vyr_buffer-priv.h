@@ -101,6 +101,10 @@ class VYR_LOCAL VYR_TSliceBuffer : public VYR_TBuffPriv, public virtual VYR_IBuf
 
   VYR_TSliceBuffer(VYR_IBuffer const* owner, unsigned char const* data, unsigned int size,
                    unsigned int offset, unsigned long long cutFromEnd, std::intptr_t mapping);
+  // A slice holding a duplicate of `owner`; `data` lies at `offset` in it.
+  static VYR_TSliceBuffer* Cut(VYR_IBuffer const& owner, unsigned char const* data,
+                               unsigned int size, unsigned int offset,
+                               unsigned long long cutFromEnd, std::intptr_t mapping);
 
   VYR_IBuffer const* mParent;
   unsigned int mOffset;

@@ -57,10 +57,16 @@ VYR_TSliceBuffer::~VYR_TSliceBuffer() { delete mParent; }
 VYR_TSliceBuffer* VYR_TSliceBuffer::Exact(VYR_IBuffer const& owner, unsigned int offset,
                                           unsigned int size, unsigned int limit,
                                           std::intptr_t mapping) {
-  unsigned char const* const data = StartOf(owner, offset, size, limit);
+  return Cut(owner, StartOf(owner, offset, size, limit), size, offset, kOwnersEnd, mapping);
+}
+
+VYR_TSliceBuffer* VYR_TSliceBuffer::Cut(VYR_IBuffer const& owner, unsigned char const* data,
+                                        unsigned int size, unsigned int offset,
+                                        unsigned long long cutFromEnd, std::intptr_t mapping) {
+  // The owner's duplicate belongs to the slice once the slice exists.
   std::unique_ptr<VYR_IBuffer const> duplicate(owner.Duplicate(false));
   VYR_TSliceBuffer* slice =
-      new VYR_TSliceBuffer(duplicate.get(), data, size, offset, kOwnersEnd, mapping);
+      new VYR_TSliceBuffer(duplicate.get(), data, size, offset, cutFromEnd, mapping);
   duplicate.release();
   return slice;
 }
@@ -75,23 +81,14 @@ VYR_IBuffer const* VYR_TSliceBuffer::Slice(unsigned int offset, unsigned int siz
   if (copy) return new VYR_TMemoryBuffer(Buffer(), size, offset);
   // A slice of the owner, not of this slice: chains stay one level deep.
   if (size == 0) size = mSize - offset;
-  std::unique_ptr<VYR_IBuffer const> duplicate(mParent->Duplicate(false));
-  VYR_TSliceBuffer* slice = new VYR_TSliceBuffer(duplicate.get(), mData + offset, size,
-                                                 mOffset + offset, mOffset + mSize, mMapping);
-  duplicate.release();
-  return slice;
+  return Cut(*mParent, mData + offset, size, mOffset + offset, mOffset + mSize, mMapping);
 }
 
 VYR_IBuffer const* VYR_TSliceBuffer::Extend() const {
   // Size 0: to the end of the owner, or of what a partial file view reaches.
   if (mCutFromEnd == kOwnersEnd) return mParent->Slice(mOffset, 0, false);
-  const unsigned long long rest = mCutFromEnd - mOffset;
-  std::unique_ptr<VYR_IBuffer const> duplicate(mParent->Duplicate(false));
-  VYR_TSliceBuffer* slice =
-      new VYR_TSliceBuffer(duplicate.get(), mData, static_cast<unsigned int>(rest), mOffset,
-                           mCutFromEnd, mMapping);
-  duplicate.release();
-  return slice;
+  return Cut(*mParent, mData, static_cast<unsigned int>(mCutFromEnd - mOffset), mOffset,
+             mCutFromEnd, mMapping);
 }
 
 bool VYR_TSliceBuffer::IsValid() const {
