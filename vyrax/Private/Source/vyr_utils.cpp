@@ -330,32 +330,135 @@ constexpr unsigned kMaxNesting = 64;
 // makes a text of unbounded size.
 constexpr long kMaxFieldWidth = 1 << 16;
 
-const char kConversions[] = "cCdiouxXeEfgGnpsS";
+const char kConversions[] = "cCdiouxXeEfFgGaAnpsS";
 
-// What may stand between '%' and the conversion: flags, width, precision,
-// length. Anything else (a '$' position, a second '%', a letter) would make
-// the C library read arguments that aren't there, so such a conversion is
-// copied unchanged like %n.
-bool IsSafeConversion(const std::string& conversion, int* stars, bool* wide) {
-  *stars = 0;
-  *wide = false;
+// The size of value a conversion takes, from its length letters: the C
+// forms, and the explicit forms that messages from older modules use
+// ("I64", "I32", and "I" alone for a pointer-sized number).
+enum class Length { kDefault, kChar, kShort, k32, k64 };
+
+// One conversion: what stands between '%' and its letter, taken apart.
+struct Conversion {
+  std::string flags;
+  int width = -1;  // -1: none
+  bool widthFromData = false;
+  int precision = -1;  // -1: none
+  bool precisionFromData = false;
+  Length length = Length::kDefault;
+  char letter = 0;
+};
+
+bool ReadNumber(const std::string& text, std::size_t& at, int* value) {
   long number = 0;
-  for (char c : conversion) {
-    if (c >= '0' && c <= '9') {
-      number = number * 10 + (c - '0');
-      if (number > kMaxFieldWidth) return false;
-      continue;
+  while (at < text.size() && text[at] >= '0' && text[at] <= '9') {
+    number = number * 10 + (text[at++] - '0');
+    if (number > kMaxFieldWidth) return false;
+  }
+  *value = static_cast<int>(number);
+  return true;
+}
+
+Length ReadLength(const std::string& text, std::size_t& at) {
+  const std::string rest = text.substr(at);
+  static const struct {
+    const char* letters;
+    Length length;
+  } kLengths[] = {{"I64", Length::k64}, {"I32", Length::k32}, {"hh", Length::kChar},
+                  {"ll", Length::k64},  {"h", Length::kShort}, {"l", Length::k64},
+                  {"L", Length::k64},   {"q", Length::k64},    {"j", Length::k64},
+                  {"z", Length::k64},   {"t", Length::k64},    {"I", Length::k64}};
+  for (const auto& entry : kLengths) {
+    if (rest.compare(0, std::strlen(entry.letters), entry.letters) == 0) {
+      at += std::strlen(entry.letters);
+      return entry.length;
     }
-    number = 0;
-    if (c == '*') {
-      if (++*stars > 2) return false;
-    } else if (c == 'l' || c == 'L' || c == 'q' || c == 'j' || c == 'z' || c == 't') {
-      *wide = true;
-    } else if (std::strchr("-+ #'I.h", c) == nullptr) {
+  }
+  return Length::kDefault;
+}
+
+// Takes apart what stands between '%' and the letter: flags, width,
+// precision, length. Anything else (a '$' position, a second '%', a letter,
+// a width beyond sense) would make the C library read arguments that aren't
+// there, so such a conversion is copied unchanged like %n.
+bool ParseConversion(const std::string& text, char letter, Conversion* out) {
+  std::size_t at = 0;
+  while (at < text.size() && std::strchr("-+ #0'", text[at]) != nullptr) out->flags += text[at++];
+  if (at < text.size() && text[at] == '*') {
+    out->widthFromData = true;
+    ++at;
+  } else if (at < text.size() && text[at] >= '1' && text[at] <= '9') {
+    if (!ReadNumber(text, at, &out->width)) return false;
+  }
+  if (at < text.size() && text[at] == '.') {
+    ++at;
+    if (at < text.size() && text[at] == '*') {
+      out->precisionFromData = true;
+      ++at;
+    } else if (!ReadNumber(text, at, &out->precision)) {
       return false;
     }
   }
-  return true;
+  // "l" before a character or a text makes it the wide form; before a
+  // floating conversion it says nothing.
+  const bool wide = text.compare(at, std::string::npos, "l") == 0;
+  out->length = ReadLength(text, at);
+  out->letter = letter;
+  if (wide && letter == 'c') out->letter = 'C';
+  if (wide && letter == 's') out->letter = 'S';
+  return at == text.size();
+}
+
+// The conversion in its C form, with the numbers from the data put in and
+// the length letters that match the value passed.
+std::string CForm(const Conversion& c, const char* length, char letter) {
+  std::string form = "%" + c.flags;
+  if (c.width >= 0) form += std::to_string(c.width);
+  if (c.precision >= 0) form += "." + std::to_string(c.precision);
+  form += length;
+  form += letter;
+  return form;
+}
+
+// A code point as UTF-8; what is no character reads as U+FFFD.
+std::string Utf8Of(unsigned long long code) {
+  if (code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) code = 0xFFFD;
+  std::string out;
+  if (code < 0x80) {
+    out += static_cast<char>(code);
+  } else if (code < 0x800) {
+    out += static_cast<char>(0xC0 | (code >> 6));
+    out += static_cast<char>(0x80 | (code & 0x3F));
+  } else if (code < 0x10000) {
+    out += static_cast<char>(0xE0 | (code >> 12));
+    out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (code & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (code >> 18));
+    out += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (code & 0x3F));
+  }
+  return out;
+}
+
+// A text conversion done here, in characters rather than bytes: the
+// precision keeps that many characters, the width pads to that many.
+std::string PadText(const std::string& utf8, const Conversion& c) {
+  std::string text;
+  int characters = 0;
+  for (std::size_t i = 0; i < utf8.size(); ++i) {
+    const bool starts = (static_cast<unsigned char>(utf8[i]) & 0xC0) != 0x80;
+    if (starts) {
+      if (c.precision >= 0 && characters == c.precision) break;
+      ++characters;
+    }
+    text += utf8[i];
+  }
+  if (c.width > characters) {
+    const std::string padding(static_cast<std::size_t>(c.width - characters), ' ');
+    text = c.flags.find('-') != std::string::npos ? text + padding : padding + text;
+  }
+  return text;
 }
 
 // One line break at the end of a text goes.
@@ -409,25 +512,73 @@ QEN_TString TextOf(const QEN_TAny& element) {
   throw QEN_EAnyConversion("A text conversion of the message needs a string or a URL");
 }
 
-// The piece with its wide text conversion ("%S", "%ls") made "%s". Only
-// the conversion's own length letters go; the literal text stays.
-std::string NarrowConversion(std::string piece) {
-  const std::size_t percent = piece.rfind('%');
-  piece.back() = 's';
-  for (std::size_t i = piece.size() - 1; i-- > percent;)
-    if (piece[i] == 'l') piece.erase(i, 1);
-  return piece;
+// A number from the data, and the C library's text of it for a conversion
+// of integers: the value is passed at the size the length letters name,
+// signed unless it only fits unsigned.
+std::string IntegerText(const Conversion& c, const QEN_TAny& element) {
+  bool isSigned = true;
+  long long signedValue = 0;
+  unsigned long long unsignedValue = 0;
+  try {
+    signedValue = element.AsInt64();
+  } catch (const QEN_EException&) {
+    unsignedValue = element.AsUInt64();
+    isSigned = false;
+  }
+  const char letter = c.letter;
+  switch (c.length) {
+    case Length::k64:
+      return isSigned ? QEN_TString::Format(CForm(c, "ll", letter).c_str(), signedValue).Utf8()
+                      : QEN_TString::Format(CForm(c, "ll", letter).c_str(), unsignedValue).Utf8();
+    case Length::kShort:
+    case Length::kChar: {
+      const char* length = c.length == Length::kShort ? "h" : "hh";
+      return isSigned ? QEN_TString::Format(CForm(c, length, letter).c_str(),
+                                            static_cast<int>(signedValue)).Utf8()
+                      : QEN_TString::Format(CForm(c, length, letter).c_str(),
+                                            static_cast<unsigned>(unsignedValue)).Utf8();
+    }
+    default:
+      return isSigned ? QEN_TString::Format(CForm(c, "", letter).c_str(),
+                                            static_cast<int>(signedValue)).Utf8()
+                      : QEN_TString::Format(CForm(c, "", letter).c_str(),
+                                            static_cast<unsigned>(unsignedValue)).Utf8();
+  }
 }
 
-template <class Value>
-QEN_TString FormatPiece(const char* piece, const int* stars, int starCount, Value value) {
-  switch (starCount) {
-    case 0:
-      return QEN_TString::Format(piece, value);
-    case 1:
-      return QEN_TString::Format(piece, stars[0], value);
+// The text of one conversion with its value.
+std::string ConversionText(const Conversion& c, const QEN_TAny& element) {
+  switch (c.letter) {
+    case 'e':
+    case 'E':
+    case 'f':
+    case 'F':
+    case 'g':
+    case 'G':
+    case 'a':
+    case 'A':
+      // Every floating conversion takes a double ("l" says nothing more,
+      // and "L" is read as the same double).
+      return QEN_TString::Format(CForm(c, "", c.letter).c_str(), element.AsDouble()).Utf8();
+    case 's':
+    case 'S':
+      // Texts are UTF-8 whatever the letter; the C library's wide forms
+      // would pass through the locale, which drops what it can't encode.
+      return PadText(TextOf(element).Utf8(), c);
+    case 'c':
+    case 'C': {
+      // A character as UTF-8: any code point for the wide forms ("%C",
+      // "%lc"), a byte read as Latin-1 for "%c".
+      const long long value = element.AsInt64();
+      const unsigned long long code =
+          c.letter == 'c' ? static_cast<unsigned char>(value)
+                          : (value < 0 ? 0xFFFD : static_cast<unsigned long long>(value));
+      Conversion asText = c;
+      asText.precision = -1;
+      return PadText(Utf8Of(code), asText);
+    }
     default:
-      return QEN_TString::Format(piece, stars[0], stars[1], value);
+      return IntegerText(c, element);
   }
 }
 
@@ -436,88 +587,45 @@ QEN_TString FormatPiece(const char* piece, const int* stars, int starCount, Valu
 QEN_TString FormatMessage(const QEN_TString& message, const QEN_TAny& data) {
   const std::string format = message.c_str();
   const ArgumentList arguments(data);
-  QEN_TString out;
+  std::string out;
   std::size_t position = 0;
   unsigned index = 0;
   while (position < format.size()) {
     const std::size_t percent = format.find('%', position);
     if (percent == std::string::npos || percent + 1 == format.size()) {
-      out += format.substr(position).c_str();
+      out += format.substr(position);
       break;
     }
     if (format[percent + 1] == '%') {
-      out += format.substr(position, percent + 1 - position).c_str();
+      out += format.substr(position, percent + 1 - position);
       position = percent + 2;
       continue;
     }
-    const std::size_t conversionAt = format.find_first_of(kConversions, percent + 1);
-    int starCount = 0;
-    bool wide = false;
-    if (conversionAt == std::string::npos || format[conversionAt] == 'n' ||
-        format[conversionAt] == 'p' ||
-        !IsSafeConversion(format.substr(percent + 1, conversionAt - percent - 1), &starCount,
-                             &wide)) {
-      out += format.substr(position).c_str();
+    const std::size_t letterAt = format.find_first_of(kConversions, percent + 1);
+    Conversion c;
+    if (letterAt == std::string::npos || format[letterAt] == 'n' || format[letterAt] == 'p' ||
+        !ParseConversion(format.substr(percent + 1, letterAt - percent - 1), format[letterAt],
+                         &c)) {
+      out += format.substr(position);
       break;
     }
-    const std::string piece = format.substr(position, conversionAt + 1 - position);
-    position = conversionAt + 1;
+    out += format.substr(position, percent - position);
+    position = letterAt + 1;
 
-    int stars[2] = {0, 0};
-    for (int i = 0; i < starCount; ++i) stars[i] = StarValue(arguments.At(index + i));
-    const QEN_TAny& element = arguments.At(index + starCount);
-    const char conversion = format[conversionAt];
-    switch (conversion) {
-      case 'e':
-      case 'E':
-      case 'f':
-      case 'g':
-      case 'G':
-        if (wide) {
-          out += FormatPiece(piece.c_str(), stars, starCount,
-                             static_cast<long double>(element.AsDouble()));
-        } else {
-          out += FormatPiece(piece.c_str(), stars, starCount, element.AsDouble());
-        }
-        break;
-      case 's':
-      case 'S': {
-        // Wide text would pass through the C library's locale, which drops
-        // what the "C" locale can't encode; the 8-bit form is the same text
-        // in UTF-8, so wide conversions are made narrow ones.
-        const QEN_TString text = TextOf(element);
-        const std::string narrow = conversion == 'S' || wide ? NarrowConversion(piece) : piece;
-        out += FormatPiece(narrow.c_str(), stars, starCount, text.c_str());
-        break;
-      }
-      default: {
-        // The signed value, or the unsigned one where it doesn't fit, with
-        // the width that the length modifier asks for.
-        bool isSigned = true;
-        long long signedValue = 0;
-        unsigned long long unsignedValue = 0;
-        try {
-          signedValue = element.AsInt64();
-        } catch (const QEN_EException&) {
-          unsignedValue = element.AsUInt64();
-          isSigned = false;
-        }
-        const bool integerWide = wide && conversion != 'c' && conversion != 'C';
-        if (isSigned && integerWide) {
-          out += FormatPiece(piece.c_str(), stars, starCount, signedValue);
-        } else if (isSigned) {
-          out += FormatPiece(piece.c_str(), stars, starCount, static_cast<int>(signedValue));
-        } else if (integerWide) {
-          out += FormatPiece(piece.c_str(), stars, starCount, unsignedValue);
-        } else {
-          out += FormatPiece(piece.c_str(), stars, starCount, static_cast<unsigned>(unsignedValue));
-        }
-        break;
+    if (c.widthFromData) {
+      c.width = StarValue(arguments.At(index++));
+      if (c.width < 0) {  // a negative width from the data means "left-justified"
+        c.flags += '-';
+        c.width = -c.width;
       }
     }
-    index += 1 + starCount;
+    if (c.precisionFromData) {
+      c.precision = StarValue(arguments.At(index++));
+      if (c.precision < 0) c.precision = -1;  // a negative precision is none
+    }
+    out += ConversionText(c, arguments.At(index++));
   }
-  return out;
+  return QEN_TString(out);
 }
 
 QEN_TString FallbackText(const QEN_EException& exception) {
