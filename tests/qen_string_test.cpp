@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cwchar>
+
 #include <sstream>
 #include <string>
 #include <thread>
@@ -203,6 +205,14 @@ TEST(StringEditing, JoinReplaceFormat) {
   QEN_TString big = QEN_TString::Format("<%s>", longText.c_str());
   EXPECT_EQ(big.Length(), 5002u);
   EXPECT_EQ(big.Substring(-2, -1), QEN_TString("z>"));
+  // A conversion the C library refuses (a character the locale can't
+  // encode) is marked in place; the literal text and the other conversions
+  // stay, whatever their argument types and '*'s.
+  EXPECT_EQ(QEN_TString::Format("a %lc b %*d %s %.1f %lld %ls|", static_cast<wint_t>(0xE9), 4, 7,
+                                "x", 2.25, -(1LL << 40), L"\u00e9"),
+            QEN_TString("a [refused: %lc] b    7 x 2.2 -1099511627776 [refused: %ls]|"));
+  EXPECT_EQ(QEN_TString::Format("%lc %1$d", static_cast<wint_t>(0xE9)),
+            QEN_TString("[refused: %lc] %1$d"));
 }
 
 TEST(StringKeys, HashAgreesWithEquality) {

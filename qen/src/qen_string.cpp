@@ -489,6 +489,163 @@ QEN_TString QEN_TString::ReplaceChars(const QEN_TString& what, const QEN_TString
   return QEN_TString(std::move(out));
 }
 
+namespace {
+
+// One conversion formatted alone, with the numbers of its '*'s.
+template <class Value>
+int FormatOne(std::string& out, const std::string& spec, const int* stars, int starCount,
+              Value value) {
+  char small[512];
+  int n;
+  switch (starCount) {
+    case 0:
+      n = std::snprintf(small, sizeof small, spec.c_str(), value);
+      break;
+    case 1:
+      n = std::snprintf(small, sizeof small, spec.c_str(), stars[0], value);
+      break;
+    default:
+      n = std::snprintf(small, sizeof small, spec.c_str(), stars[0], stars[1], value);
+      break;
+  }
+  if (n < 0) return n;
+  if (static_cast<std::size_t>(n) < sizeof small) {
+    out.append(small, static_cast<std::size_t>(n));
+  } else {
+    std::vector<char> big(static_cast<std::size_t>(n) + 1);
+    switch (starCount) {
+      case 0:
+        std::snprintf(big.data(), big.size(), spec.c_str(), value);
+        break;
+      case 1:
+        std::snprintf(big.data(), big.size(), spec.c_str(), stars[0], value);
+        break;
+      default:
+        std::snprintf(big.data(), big.size(), spec.c_str(), stars[0], stars[1], value);
+        break;
+    }
+    out.append(big.data(), static_cast<std::size_t>(n));
+  }
+  return n;
+}
+
+// The format walked one conversion at a time, each argument taken at the
+// type its conversion names. Used when the C library refuses the whole
+// format (a wide character the locale can't encode): the literal text and
+// every other conversion stay, and the refused one is marked in its place.
+std::string FormatPieceByPiece(const char* format, va_list args) {
+  std::string out;
+  const char* p = format;
+  while (*p != '\0') {
+    if (*p != '%') {
+      out += *p++;
+      continue;
+    }
+    const char* start = p++;
+    if (*p == '%') {
+      out += '%';
+      ++p;
+      continue;
+    }
+    int stars[2] = {0, 0};
+    int starCount = 0;
+    while (*p != '\0' && std::strchr("-+ #0'I", *p) != nullptr) ++p;
+    auto numberOrStar = [&] {
+      if (*p == '*') {
+        if (starCount < 2) stars[starCount++] = va_arg(args, int);
+        ++p;
+      }
+      while (*p >= '0' && *p <= '9') ++p;
+    };
+    numberOrStar();
+    if (*p == '.') {
+      ++p;
+      numberOrStar();
+    }
+    int longs = 0;
+    bool longDouble = false, sizeT = false, intMax = false, ptrDiff = false;
+    while (*p != '\0' && std::strchr("hlLqjzt", *p) != nullptr) {
+      if (*p == 'l' || *p == 'q') ++longs;
+      if (*p == 'q') ++longs;
+      if (*p == 'L') longDouble = true;
+      if (*p == 'z') sizeT = true;
+      if (*p == 'j') intMax = true;
+      if (*p == 't') ptrDiff = true;
+      ++p;
+    }
+    if (*p == '\0' || std::memchr(start, '$', static_cast<std::size_t>(p - start)) != nullptr) {
+      out += start;  // unfinished, or positional: nothing more can be taken safely
+      break;
+    }
+    const char letter = *p++;
+    const std::string spec(start, p);
+    const bool wide = longs > 0 || letter == 'C' || letter == 'S';
+    int n = 0;
+    switch (letter) {
+      case 'd':
+      case 'i':
+        if (longs >= 2 || intMax || sizeT || ptrDiff || longDouble)
+          n = FormatOne(out, spec, stars, starCount, va_arg(args, long long));
+        else if (longs == 1)
+          n = FormatOne(out, spec, stars, starCount, va_arg(args, long));
+        else
+          n = FormatOne(out, spec, stars, starCount, va_arg(args, int));
+        break;
+      case 'o':
+      case 'u':
+      case 'x':
+      case 'X':
+        if (longs >= 2 || intMax || sizeT || ptrDiff || longDouble)
+          n = FormatOne(out, spec, stars, starCount, va_arg(args, unsigned long long));
+        else if (longs == 1)
+          n = FormatOne(out, spec, stars, starCount, va_arg(args, unsigned long));
+        else
+          n = FormatOne(out, spec, stars, starCount, va_arg(args, unsigned));
+        break;
+      case 'e':
+      case 'E':
+      case 'f':
+      case 'F':
+      case 'g':
+      case 'G':
+      case 'a':
+      case 'A':
+        if (longDouble)
+          n = FormatOne(out, spec, stars, starCount, va_arg(args, long double));
+        else
+          n = FormatOne(out, spec, stars, starCount, va_arg(args, double));
+        break;
+      case 'c':
+      case 'C':
+        if (wide)
+          n = FormatOne(out, spec, stars, starCount, static_cast<wint_t>(va_arg(args, wint_t)));
+        else
+          n = FormatOne(out, spec, stars, starCount, va_arg(args, int));
+        break;
+      case 's':
+      case 'S':
+        if (wide)
+          n = FormatOne(out, spec, stars, starCount, va_arg(args, const wchar_t*));
+        else
+          n = FormatOne(out, spec, stars, starCount, va_arg(args, const char*));
+        break;
+      case 'p':
+        n = FormatOne(out, spec, stars, starCount, va_arg(args, void*));
+        break;
+      case 'n':
+        (void)va_arg(args, void*);  // never written through
+        break;
+      default:
+        out += start;  // an unknown letter: its argument's type is unknown too
+        return out;
+    }
+    if (n < 0) out += "[refused: " + spec + "]";
+  }
+  return out;
+}
+
+}  // namespace
+
 QEN_TString QEN_TString::Format(const char* format, ...) {
   if (format == nullptr) return QEN_TString();
   char small[512];
@@ -500,8 +657,11 @@ QEN_TString QEN_TString::Format(const char* format, ...) {
   va_end(args);
   QEN_TString result;
   if (n < 0) {
-    // A conversion the C library refuses (such as a bad wide character).
+    // A conversion the C library refuses (such as a wide character the
+    // locale can't encode): the rest of the text is kept.
+    const std::string pieces = FormatPieceByPiece(format, again);
     va_end(again);
+    AppendUtf8(result.mText, pieces.data(), pieces.size());
     return result;
   }
   if (static_cast<std::size_t>(n) < sizeof small) {
