@@ -1,7 +1,6 @@
 // The old ordinal form of the fill level, for tickets of versions below 9000.
 #include "ticket_levels.h"
 
-#include <qen/qen_exception.h>
 
 #include "vyrax/vyr_enums.h"
 
@@ -32,16 +31,21 @@ unsigned LevelFromStored(unsigned stored, const QEN_TDict& internal) {
   return stored;
 }
 
-unsigned LevelToStored(unsigned level, const QEN_TDict& internal) {
-  if (!StoresOrdinal(internal)) return level;
-  for (unsigned ordinal = 0; ordinal < kOrdinals; ++ordinal)
-    if (kLevelOfOrdinal[ordinal] == level) return ordinal;
-  if (level >= kOrdinals) return level;
-  QEN_THROW(QEN_EStreamException,
-            QEN_TString::Format("a VYR_TImageTicket of a version below 9000 cannot store the "
-                                "fill level %u, which would read back as another level",
-                                level));
-  return level;  // not reached: QEN_THROW throws
+StoredLevel LevelToStored(unsigned level, const QEN_TDict& internal) {
+  StoredLevel stored;
+  stored.value = level;
+  if (!StoresOrdinal(internal)) return stored;
+  for (unsigned ordinal = 0; ordinal < kOrdinals; ++ordinal) {
+    if (kLevelOfOrdinal[ordinal] == level) {
+      stored.value = ordinal;
+      return stored;
+    }
+  }
+  if (level >= kOrdinals) return stored;
+  stored.inTodaysForm = true;
+  stored.today = internal;
+  stored.today["version"] = kTicketVersion;
+  return stored;
 }
 
 }  // namespace vyr_ticket

@@ -23,12 +23,21 @@ constexpr unsigned kTicketVersion = 11014;
 // the bit set itself.
 unsigned LevelFromStored(unsigned stored, const QEN_TDict& internal);
 
-// The inverse, for writing: a ticket that still carries a version below 9000
-// is written in its own form, so that what was read reads back the same. A
-// level of such a ticket that the old form can't carry (2, 4, 5 or 6, which
-// would read back as another level and misread every later item) throws
-// QEN_EStreamException.
-unsigned LevelToStored(unsigned level, const QEN_TDict& internal);
+// The inverse, for writing: the level and Internal a ticket stores. A
+// ticket that still carries a version below 9000 is written in its own form,
+// so that what was read reads back the same. A level that form can't carry
+// (2, 4, 5 or 6, which would read back as another level and misread every
+// later item) is written in today's form instead: Internal is then written
+// with today's version, and the level as its bit set.
+struct StoredLevel {
+  unsigned value = 0;
+  bool inTodaysForm = false;
+  QEN_TDict today;  // Internal with today's version, when inTodaysForm
+
+  // The Internal to write, given the ticket's own.
+  const QEN_TDict& Internal(const QEN_TDict& own) const { return inTodaysForm ? today : own; }
+};
+StoredLevel LevelToStored(unsigned level, const QEN_TDict& internal);
 
 }  // namespace vyr_ticket
 

@@ -147,9 +147,10 @@ std::unique_ptr<T> ReadObjectOrNull(QEN_THumanReadableStream& in, const char* wh
 }  // namespace
 
 bool VYR_TImageTicket::WriteTo(QEN_THumanReadableStream& out) const {
-  out << LevelToStored(mFillLevel, mInternal) << cr;
+  const StoredLevel level = LevelToStored(mFillLevel, mInternal);
+  out << level.value << cr;
   // Framed, so that the dictionary's end is plain to the reader.
-  out.WriteObject(mInternal) << cr;
+  out.WriteObject(level.Internal(mInternal)) << cr;
   out << mCreatorId << cr;
   if (mFillLevel & kExternalRefsBit) WriteObjectOrNull(out, mExternalRefs);
   if (mFillLevel & kExtendedInfoBits) WriteObjectOrNull(out, mExtendedInfo);
