@@ -148,16 +148,26 @@ QEN_TTime QEN_TTime::Parse(const QEN_TString& text) {
 
 long long QEN_TTime::Seconds() const { return FloorDiv(mMicros, kMicrosPerSecond); }
 
+// The microseconds within the second, from a remainder rather than from
+// the whole second times a million, which may not fit near the lowest time.
 unsigned QEN_TTime::Micros() const {
-  return static_cast<unsigned>(mMicros - Seconds() * kMicrosPerSecond);
+  long long within = mMicros % kMicrosPerSecond;
+  if (within < 0) within += kMicrosPerSecond;
+  return static_cast<unsigned>(within);
 }
 
 void QEN_TTime::SetMicros(unsigned micros) {
   if (micros >= kMicrosPerSecond)
     QEN_THROW(QEN_EIndexOutOfRange,
               QEN_TString::Format("Microseconds %u out of range 0 to 999999", micros));
-  // The whole second, times a million, lies in range whenever mMicros does.
-  mMicros = Seconds() * kMicrosPerSecond + static_cast<long long>(micros);
+  // Moved within its second. Near the ends of the range the whole second,
+  // times a million, may not fit, so only the difference is added.
+  const long long delta = static_cast<long long>(micros) - static_cast<long long>(Micros());
+  long long moved;
+  if (__builtin_add_overflow(mMicros, delta, &moved))
+    QEN_THROW(QEN_EIndexOutOfRange,
+              QEN_TString::Format("Microseconds %u lie outside the range of times", micros));
+  mMicros = moved;
 }
 
 QEN_TString QEN_TTime::AsString() const {
