@@ -14,7 +14,9 @@
 #include <string>
 #include <vector>
 
+#include "qen/qen_containers.h"
 #include "qen/qen_exception.h"
+#include "qen/qen_file.h"
 #include "qen/qen_string.h"
 #include "stream_test_support.h"
 
@@ -419,6 +421,19 @@ TEST_F(StreamTest, ExtractRefusesWhatItCannotBuild) {
     message = FailureOf<QEN_EStreamException>([&] { extract(c.first); });
     EXPECT_NE(message.find(c.second), std::string::npos) << message;
   }
+  // A reader that admits only some classes refuses the others before it
+  // builds them, however deep they stand; objects read by name still read.
+  QEN_TMemoryStream m;
+  QEN_TDataStream s(m);
+  QEN_TDict outer;
+  outer["block"] = QEN_TAny(QEN_TDataBlock("ab", 2));
+  outer["list"] = QEN_TAny(QEN_TList());
+  s << outer;
+  static const char* const kBlocks[] = {"QEN_TDataBlock", nullptr};
+  s.AdmitOnly(kBlocks);
+  QEN_TDict back;
+  message = FailureOf<QEN_EStreamException>([&] { s >> back; });
+  EXPECT_NE(message.find("\"QEN_TList\" at offset"), std::string::npos) << message;
 }
 
 TEST_F(StreamTest, TruncatedInputThrowsAtEveryLength) {

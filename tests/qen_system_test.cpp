@@ -135,6 +135,17 @@ TEST(QenTime, SetMicrosKeepsTheSecond) {
   EXPECT_EQ(-1750000, before.AsMicros());
   EXPECT_THROW(t.SetMicros(1000000), QEN_EIndexOutOfRange);
   EXPECT_EQ(kSampleMicros - 123456 + 999999, t.AsMicros());
+  // At the ends of the range the whole second doesn't fit: no overflow, and
+  // a place beyond the range is refused.
+  QEN_TTime lowest(LLONG_MIN), highest(LLONG_MAX);
+  EXPECT_EQ(224192u, lowest.Micros());
+  lowest.SetMicros(999999);
+  EXPECT_EQ(LLONG_MIN + (999999 - 224192), lowest.AsMicros());
+  lowest = QEN_TTime(LLONG_MIN);
+  EXPECT_THROW(lowest.SetMicros(0), QEN_EIndexOutOfRange);
+  EXPECT_THROW(highest.SetMicros(999999), QEN_EIndexOutOfRange);
+  highest.SetMicros(0);
+  EXPECT_EQ(LLONG_MAX - 775807, highest.AsMicros());
 
   EXPECT_EQ(kSampleMicros, QEN_TTime::FromSeconds(kSampleMicros / 1000000, 123456).AsMicros());
   EXPECT_THROW(QEN_TTime::FromSeconds(LLONG_MAX / 10), QEN_EIndexOutOfRange);

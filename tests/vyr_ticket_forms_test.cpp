@@ -256,12 +256,13 @@ TEST_F(TicketFormsTest, DamagedBinaryIsAnExceptionAtEveryLength) {
   Bytes packed = PackObject(Sample(VYR_FillFullInfo));
   for (size_t length = 0; length < packed.size(); ++length) {
     Bytes cut(packed.begin(), packed.begin() + length);
-    EXPECT_THROW(Extract(cut), QEN_EException) << "length " << length;
+    EXPECT_THROW(Extract(cut), QEN_EStreamException) << "length " << length;
   }
   Bytes bare = PackBare(Sample(VYR_FillFullInfo));
   for (size_t length = 0; length < bare.size(); length += 7) {
     VYR_TImageTicket ticket;
-    EXPECT_THROW(UnpackBare(Bytes(bare.begin(), bare.begin() + length), ticket), QEN_EException)
+    EXPECT_THROW(UnpackBare(Bytes(bare.begin(), bare.begin() + length), ticket),
+                 QEN_EStreamException)
         << "length " << length;
   }
 }
@@ -287,6 +288,30 @@ TEST_F(TicketFormsTest, ObjectOfTheWrongClassBehindAFlagIsRefused) {
                  QEN_EStreamException);
     EXPECT_FALSE(ticket.HasExternalRefs());
     EXPECT_EQ(ticket.FillLevel(), 0x80u);
+  }
+  // A level variant of another kind is a stream that doesn't fit, in the
+  // bare form and through Extract, where the failure names its offset.
+  const QEN_TAny levels[] = {QEN_TAny(2.5), QEN_TAny(-(1LL << 40)), QEN_TAny(QEN_TList()),
+                             QEN_TAny(QEN_TString("x"))};
+  const VYR_TImageTicket empty;
+  Bytes header = PackObject(empty);
+  header.resize(header.size() - PackBare(empty).size());  // the marker and class name
+  for (const QEN_TAny& level : levels) {
+    QEN_TMemoryStream memory;
+    QEN_TDataStream out(memory);
+    out << level << QEN_TDict() << QEN_TString();
+    out.Flush();
+    Bytes bare(memory.Data(), memory.Data() + memory.Length());
+    Bytes whole = header;
+    whole.insert(whole.end(), bare.begin(), bare.end());
+    VYR_TImageTicket ticket;
+    EXPECT_THROW(UnpackBare(bare, ticket), QEN_EStreamException);
+    try {
+      Extract(whole);
+      ADD_FAILURE() << "read";
+    } catch (const QEN_EStreamException& e) {
+      EXPECT_NE(std::string(e.QEN_Message().c_str()).find("offset"), std::string::npos);
+    }
   }
 }
 

@@ -11,6 +11,7 @@
 // checked, nesting is bounded, and every failure is a QEN_EStreamException
 // (QEN_EUnknownClass for a class nobody registered) that says what was wrong
 // and at which offset.
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -145,17 +146,36 @@ class QEN_TDataStream::Impl {
     QEN_TDataStream& mStream;
   };
 
-  // Runs an object's QEN_Unpack; a failure of the standard library on the
-  // way (a length_error, bad_alloc) becomes a stream failure with a place.
+  static bool Admitted(const QEN_TDataStream& s, const std::string& name) {
+    if (s.mAdmitted == nullptr) return true;
+    for (const char* const* at = s.mAdmitted; *at != nullptr; ++at)
+      if (name == *at) return true;
+    return false;
+  }
+
+  // Runs an object's QEN_Unpack. Whatever else fails on the way (a value
+  // of the wrong kind, a check of the class itself, a length_error or
+  // bad_alloc of the standard library) becomes a stream failure with a
+  // place: a reader of outside bytes has one failure type to catch.
   static void Unpack(QEN_TDataStream& s, QEN_IPackable& object, const std::string& name,
                      unsigned long long start) {
     try {
       object.QEN_Unpack(s);
+    } catch (const QEN_EStreamException&) {
+      throw;
+    } catch (const QEN_EException& e) {
+      CannotRead(name, start, e.QEN_Message().c_str());
     } catch (const std::exception& e) {
-      QEN_THROW(QEN_EStreamException,
-                QEN_TString::Format("cannot read object of class \"%s\" at offset %llu: %s",
-                                    name.c_str(), start, e.what()));
+      CannotRead(name, start, e.what());
     }
+  }
+
+  [[noreturn]] static void CannotRead(const std::string& name, unsigned long long start,
+                                      const char* why) {
+    QEN_THROW(QEN_EStreamException,
+              QEN_TString::Format("cannot read object of class \"%s\" at offset %llu: %s",
+                                  name.c_str(), start, why));
+    std::abort();  // QEN_THROW never comes back
   }
 };
 
@@ -325,6 +345,10 @@ QEN_IPackable* QEN_TDataStream::Extract(bool) {
     QEN_THROW(
         QEN_EStreamException,
         QEN_TString::Format("class \"%s\" at offset %llu is not packable", name.c_str(), start));
+  if (!Impl::Admitted(*this, name))
+    QEN_THROW(QEN_EStreamException,
+              QEN_TString::Format("class \"%s\" at offset %llu is not expected here", name.c_str(),
+                                  start));
   Impl::Depth depth(*this, start);
 
   QEN_TObject* made = found->factory();

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -459,9 +460,28 @@ QEN_THumanReadableStream& QEN_THumanReadableStream::ReadQuoted(QEN_TString& out)
   return *this;
 }
 
+// Runs an object's ReadFrom. Whatever else fails inside (a value of the
+// wrong kind, a check of the class itself, the standard library) becomes a
+// syntax error with its place: a reader of outside text has one failure type
+// to catch.
+static void ReadGuarded(QEN_IHumanReadable& object, QEN_THumanReadableStream& in) {
+  std::string why;
+  try {
+    object.ReadFrom(in);
+    return;
+  } catch (const QEN_EStreamException&) {
+    throw;
+  } catch (const QEN_EException& e) {
+    why = e.QEN_Message().Utf8();
+  } catch (const std::exception& e) {
+    why = e.what();
+  }
+  in.SyntaxError(("cannot read " + std::string(object.ClassObject().name) + ": " + why).c_str());
+}
+
 QEN_THumanReadableStream& QEN_THumanReadableStream::operator>>(QEN_IHumanReadable& object) {
   Impl::Depth depth(*this);
-  object.ReadFrom(*this);
+  ReadGuarded(object, *this);
   return *this;
 }
 
@@ -598,7 +618,7 @@ bool QEN_IHumanReadable::QEN_ReadFrom(QEN_THumanReadableStream& in) {
       QEN_THumanReadableStream& stream;
       ~Leave() { stream.Leave(); }
     } leave{in};
-    ReadFrom(in);
+    ReadGuarded(*this, in);
   }
   in.SkipWhiteSpace();
   in.ReadChar(c);

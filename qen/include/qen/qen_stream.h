@@ -188,11 +188,19 @@ class QEN_API QEN_TDataStream : public QEN_IPacking, public QEN_IUnpacking {
   unsigned long long Offset() const { return mOffset; }
   QEN_IStream& Stream() { return mStream; }
 
+  // Limits what Extract may build to the classes named here (a null-ended
+  // list of names that outlives the reading); any other class name in the
+  // stream fails before an object of it is made. Objects read by name
+  // (operator>> into an existing object) are not affected. A null list
+  // admits every class again.
+  void AdmitOnly(const char* const* classNames) { mAdmitted = classNames; }
+
  private:
   class Impl;
   QEN_IStream& mStream;
   unsigned long long mOffset = 0;
   unsigned mDepth = 0;
+  const char* const* mAdmitted = nullptr;
 };
 
 // The text stream. Writing chains like an ostream; reading gives characters,

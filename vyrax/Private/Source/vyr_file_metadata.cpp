@@ -58,6 +58,11 @@ QEN_TDict UnpackStore(std::vector<unsigned char>& bytes) {
   QEN_TMemoryStream memory(bytes.data(), static_cast<unsigned>(bytes.size()),
                            static_cast<unsigned>(bytes.size()));
   QEN_TDataStream stream(memory);
+  // The dictionary and its keys are read by name; the only object built
+  // from the bytes is the data block of a value, so a crafted store costs
+  // no more memory than its own size.
+  static const char* const kValueClasses[] = {"QEN_TDataBlock", nullptr};
+  stream.AdmitOnly(kValueClasses);
   QEN_TDict dictionary;
   stream >> dictionary;
   if (memory.Available() != 0)

@@ -32,10 +32,22 @@ namespace {
 
 void PutNumber(QEN_IPacking& out, unsigned value) { out << QEN_TAny(value); }
 
+// A number of another kind in its place (a double, a 64-bit number, an
+// object) is a stream that doesn't fit, not a failed conversion.
 unsigned GetNumber(QEN_IUnpacking& in) {
+  const auto* data = dynamic_cast<const QEN_TDataStream*>(&in);
+  const unsigned long long start = data != nullptr ? data->Offset() : 0;
   QEN_TAny any;
   in >> any;
-  return static_cast<unsigned>(any);
+  try {
+    return static_cast<unsigned>(any);
+  } catch (const QEN_EAnyConversion& e) {
+    QEN_THROW(QEN_EStreamException,
+              QEN_TString::Format("VYR_TImageTicket: expected an unsigned 32-bit number at offset "
+                                  "%llu: %s",
+                                  start, e.QEN_Message().c_str()));
+    throw;  // QEN_THROW never comes back
+  }
 }
 
 template <class Enum>
@@ -65,8 +77,9 @@ std::unique_ptr<T> ExtractOwned(QEN_IUnpacking& in, const char* what) {
 }  // namespace
 
 void VYR_TImageTicket::QEN_Pack(QEN_IPacking& out) const {
-  PutNumber(out, LevelToStored(mFillLevel, mInternal));
-  out << mInternal << mCreatorId;
+  const StoredLevel level = LevelToStored(mFillLevel, mInternal);
+  PutNumber(out, level.value);
+  out << level.Internal(mInternal) << mCreatorId;
   if (mFillLevel & kExternalRefsBit) {
     out << static_cast<bool>(mExternalRefs);
     if (mExternalRefs) out << *mExternalRefs;
