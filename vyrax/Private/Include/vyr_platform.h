@@ -108,8 +108,12 @@ namespace vyr {
 namespace platform {
 
 // Whether a fault set by VYR_PlatformInjectFault makes this call fail now,
-// and with which error number. Costs one relaxed load while no fault is set.
+// and with which error number.
 VYR_LOCAL bool Injected(VYR_TPlatformCall call, int& error);
+
+// The C function, exported by the test-only hook library, that the check
+// above looks up by name: int (unsigned call, int* error), 1 for "fail".
+constexpr const char* kFaultHookSymbol = "vyr_platform_take_fault";
 
 // The guard of views against SIGBUS (vyr_platform_posix_guard.cpp). A view
 // handed to GuardView is watched until ReleaseView; null when the guard is
@@ -125,7 +129,9 @@ VYR_LOCAL bool IsDamaged(GuardedView const* view);
 // --- Test hook ----------------------------------------------------------------
 //
 // Makes calls of the platform layer fail on purpose, to drive retry loops and
-// error paths without the real condition. The next `count` calls of `call`,
+// error paths without the real condition. Defined in the test-only library
+// vyrax_test_hooks (tests/platform_faults.cpp), which the tests link; the
+// library itself exports no way to make its calls fail. The next `count` calls of `call`,
 // after letting `skip` calls through, fail with the error number `error`. For
 // kOpen, EWOULDBLOCK (or EAGAIN) stands for a file held by another process.
 // A count of 0 withdraws the fault. Faults are process-wide; a test sets them
@@ -145,6 +151,7 @@ VYR_API void VYR_PlatformInjectFault(VYR_TPlatformCall call, int error, unsigned
                                      unsigned skip = 0);
 // Withdraws every injected fault.
 VYR_API void VYR_PlatformClearFaults();
+extern "C" VYR_API int vyr_platform_take_fault(unsigned call, int* error);
 
 // --- Metadata: side-car files and extended attributes -------------------------
 //

@@ -1,5 +1,6 @@
 // The platform layer on POSIX systems. See vyr_platform.h for the mapping of
 // the library's needs onto the system calls.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -20,17 +21,6 @@ namespace vyr {
 namespace platform {
 namespace {
 
-// --- Injected faults ------------------------------------------------------------
-
-struct Fault {
-  std::atomic<unsigned> count{0};  // calls still to fail
-  unsigned skip = 0;               // calls to let through first
-  int error = 0;
-};
-
-Fault gFaults[VYR_PlatformCallKinds];
-std::mutex gFaultMutex;
-
 bool IsHeldError(int error) { return error == EWOULDBLOCK || error == EAGAIN; }
 
 // What a mapping object is here: the size of the file it was made for, and
@@ -47,20 +37,14 @@ MappingRecord* RecordOf(Handle mapping) { return reinterpret_cast<MappingRecord*
 
 }  // namespace
 
-// Whether this call is to fail; the check costs one relaxed load while no
-// fault is set.
+// Whether this call is to fail. The faults live in the test-only hook
+// library; this library exports nothing to set them, and where the hook
+// library is not loaded (every process but a test) the check is one load of
+// a null pointer.
 bool Injected(VYR_TPlatformCall call, int& error) {
-  Fault& fault = gFaults[call];
-  if (fault.count.load(std::memory_order_relaxed) == 0) return false;
-  std::lock_guard<std::mutex> guard(gFaultMutex);
-  if (fault.count.load(std::memory_order_relaxed) == 0) return false;
-  if (fault.skip > 0) {
-    --fault.skip;
-    return false;
-  }
-  fault.count.fetch_sub(1, std::memory_order_relaxed);
-  error = fault.error;
-  return true;
+  using Take = int (*)(unsigned, int*);
+  static const Take take = reinterpret_cast<Take>(::dlsym(RTLD_DEFAULT, kFaultHookSymbol));
+  return take != nullptr && take(call, &error) != 0;
 }
 
 OpenResult OpenShared(const char* path, Handle& file, int& error) {
@@ -256,20 +240,3 @@ unsigned AllocationGranularity() {
 
 }  // namespace platform
 }  // namespace vyr
-
-void VYR_PlatformInjectFault(VYR_TPlatformCall call, int error, unsigned count, unsigned skip) {
-  if (call >= VYR_PlatformCallKinds) return;
-  std::lock_guard<std::mutex> guard(vyr::platform::gFaultMutex);
-  vyr::platform::Fault& fault = vyr::platform::gFaults[call];
-  fault.error = error;
-  fault.skip = skip;
-  fault.count.store(count, std::memory_order_relaxed);
-}
-
-void VYR_PlatformClearFaults() {
-  std::lock_guard<std::mutex> guard(vyr::platform::gFaultMutex);
-  for (vyr::platform::Fault& fault : vyr::platform::gFaults) {
-    fault.count.store(0, std::memory_order_relaxed);
-    fault.skip = 0;
-  }
-}
