@@ -1,5 +1,6 @@
-// Extract over arbitrary bytes: every input either reads or fails with an
-// exception of the base library, never a crash, a hang or unbounded memory.
+// Extract over arbitrary bytes: every input either reads or fails with a
+// QEN_EStreamException (QEN_EUnknownClass is one), never another exception,
+// a crash, a hang or unbounded memory.
 // What was read must pack again, and what it packs to must read back.
 #include <cstddef>
 #include <cstdint>
@@ -44,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       std::unique_ptr<QEN_IPackable> object(in.Extract());
       Repack(*object);
     }
-  } catch (const QEN_EException&) {
+  } catch (const QEN_EStreamException&) {
   }
   return 0;
 }

@@ -1,5 +1,6 @@
-// Extract over arbitrary text: every input either reads or fails with an
-// exception of the base library, never a crash, a hang or unbounded memory.
+// Extract over arbitrary text: every input either reads or fails with a
+// QEN_EStreamException (a syntax error or an unknown class), never another
+// exception, a crash, a hang or unbounded memory.
 // What was read must write again in the framed form, and that must read back.
 #include <cstddef>
 #include <cstdint>
@@ -47,7 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       std::unique_ptr<QEN_IHumanReadable> object(in.Extract());
       Rewrite(*object);
     }
-  } catch (const QEN_EException&) {
+  } catch (const QEN_EStreamException&) {
   }
   return 0;
 }

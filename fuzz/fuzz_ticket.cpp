@@ -1,6 +1,6 @@
 // A ticket read from arbitrary bytes: every input either reads or fails with
-// an exception of the base library, never a crash, a hang or unbounded
-// memory. A ticket that was read writes again, and what it writes reads back
+// a QEN_EStreamException, never another exception, a crash, a hang or
+// unbounded memory. A ticket that was read writes again, and what it writes reads back
 // to the same form.
 //
 // The first byte picks the reader, the rest is its input:
@@ -64,7 +64,7 @@ void CheckText(const VYR_TImageTicket& ticket) {
   VYR_TImageTicket again;
   try {
     again.ReadFrom(in);
-  } catch (const QEN_EException&) {
+  } catch (const QEN_EStreamException&) {
     // The writer knows names the reader doesn't ("Production", the names of
     // undefined values): such a ticket writes fine and can't be read back.
     return;
@@ -122,7 +122,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         break;
       }
     }
-  } catch (const QEN_EException&) {
+  } catch (const QEN_EStreamException&) {
   }
   return 0;
 }

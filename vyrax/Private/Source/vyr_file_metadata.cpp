@@ -174,7 +174,9 @@ VYR_TFileMetadata::Found VYR_TFileMetadata::ReadStore(vyr::platform::Handle fold
     // Not the store's fault: it may read another time.
     LogFailure("ReadMetadata file read failed", mMetadataPath, ENOMEM);
     return Found::kUnreadable;
-  } catch (...) {
+  } catch (QEN_EStreamException const&) {
+    // The one failure of a decoder of outside bytes; anything else would be
+    // a fault of this library, and is not hidden as a damaged store.
     std::ostringstream text;
     text << "VYR_TFileMetadata::ReadMetadata failed during unpacking (" << mMetadataPath.c_str()
          << ")" << std::endl;
