@@ -12,11 +12,19 @@ JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
 
-.PHONY: all build demo test bench asan tsan fuzz install clean
+# Header-only packages that vyrtool is built with (the library needs none).
+TOOL_PACKAGES := libcli11-dev nlohmann-json3-dev
+
+.PHONY: all build tool-packages demo test bench asan tsan fuzz install clean
 
 all: build
 
-build:
+tool-packages:
+	@dpkg -s $(TOOL_PACKAGES) >/dev/null 2>&1 \
+	  || (apt-get update -qq && apt-get install -y -qq $(TOOL_PACKAGES)) >/dev/null 2>&1 \
+	  || echo "note: $(TOOL_PACKAGES) could not be installed; vyrtool is not built"
+
+build: tool-packages
 	cmake --preset default >/dev/null
 	cmake --build --preset default -j $(JOBS)
 
@@ -28,17 +36,17 @@ test: build
 	  || echo "note: attr (getfattr, setfattr) is missing; the extended-attribute cross-check is skipped"
 	ctest --preset default -j $(JOBS)
 
-bench:
+bench: tool-packages
 	cmake --preset release >/dev/null
 	cmake --build --preset release -j $(JOBS)
 	./build-release/bin/vyrax_bench --benchmark_counters_tabular=true
 
-asan:
+asan: tool-packages
 	cmake --preset asan >/dev/null
 	cmake --build --preset asan -j $(JOBS)
 	ctest --preset asan -j $(JOBS)
 
-tsan:
+tsan: tool-packages
 	cmake --preset tsan >/dev/null
 	cmake --build --preset tsan -j $(JOBS)
 	ctest --preset tsan -j $(JOBS)
