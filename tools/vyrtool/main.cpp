@@ -117,6 +117,11 @@ int main(int argc, char** argv) {
     return kUsage;
   }
 
+  // The library's classes are registered before anything is read by name.
+  if (!__QEN_INITIALIZATION_FUNCTION_VYRAX__()) {
+    std::cerr << "vyrtool: the vyrax library did not start (see its log)\n";
+    return kFailure;
+  }
   const auto run = Runs().find(Chosen(app));
   if (run == Runs().end()) {
     std::cerr << "vyrtool: " << Chosen(app)->get_name() << " needs a subcommand (see --help)\n";

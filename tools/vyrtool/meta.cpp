@@ -141,7 +141,14 @@ int Get() {
   if (Meta().args.size() != 2) throw Failure("meta get", "takes FILE KEY", kUsage);
   const std::string file = Meta().args[0], key = Meta().args[1];
   return ForEachFile({file}, [&](const std::string&, VYR_TMetadata& metadata) {
-    std::unique_ptr<const VYR_IBuffer> value(metadata.GetKeyValue(QEN_TString(key)));
+    std::unique_ptr<const VYR_IBuffer> value;
+    try {
+      // A copy: the backend's buffer lasts only until its next read.
+      std::unique_ptr<const VYR_IBuffer> cached(metadata.GetKeyValue(QEN_TString(key)));
+      if (cached) value.reset(cached->Duplicate(true));
+    } catch (const VYR_EMetadataFileDoesNotExist&) {
+      // The extended attributes say "no such key" this way.
+    }
     if (!value) throw Failure(file, "no key \"" + key + "\"", kNo);
     if (!Meta().out.empty()) {
       WriteFile(Meta().out, value->Buffer(), value->Size());
@@ -212,8 +219,19 @@ int Remove() {
 int Stamp() {
   const auto [files, key] = FilesAndKey("meta stamp");
   return ForEachFile(files, [&](const std::string& file, VYR_TMetadata& metadata) {
-    if (!metadata.SetTimestamp(VYR_TMetadata::NormalizeKey(QEN_TString(key))))
-      throw Failure(file, "the stamp of \"" + key + "\" was not stored");
+    const QEN_TString stored = VYR_TMetadata::NormalizeKey(QEN_TString(key));
+    bool done;
+    try {
+      done = metadata.SetTimestamp(stored);
+    } catch (const VYR_EMetadataFileDoesNotExist&) {
+      // The extended attributes answer a file's first stamp this way, for
+      // want of stamps: they are begun here, at the file's time.
+      QEN_TDict stamps;
+      stamps.Add(QEN_TString("_FILE_"), QEN_TAny(QEN_TFileInfo(FileUrl(file), true).ModificationTime()));
+      if (!metadata.SetKeyObject(QEN_TString("TIMESTAMP"), stamps, true)) throw;
+      done = metadata.SetTimestamp(stored);
+    }
+    if (!done) throw Failure(file, "the stamp of \"" + key + "\" was not stored");
     return kOk;
   });
 }
@@ -233,11 +251,20 @@ int Verify() {
   nlohmann::json all = nlohmann::json::object();
   int code = ForEachFile(Meta().args, [&](const std::string& file, VYR_TMetadata& metadata) {
     std::vector<std::pair<std::string, VYR_TVerifyStatus>> stamps;
+    std::unique_ptr<QEN_TDict> list;
+    try {
+      list.reset(metadata.ListTimestamps());
+    } catch (const VYR_EMetadataFileDoesNotExist&) {
+      // The extended attributes of a file without stamps answer this way.
+      list.reset(new QEN_TDict);
+    }
     if (!Meta().key.empty()) {
-      stamps.emplace_back(Meta().key, metadata.VerifyTimestamp(VYR_TMetadata::NormalizeKey(
-                                          QEN_TString(Meta().key))));
+      const QEN_TAny* stamp =
+          list ? list->Lookup(VYR_TMetadata::NormalizeKey(QEN_TString(Meta().key))) : nullptr;
+      stamps.emplace_back(Meta().key, stamp == nullptr ? VYR_KeyUnknown
+                                      : stamp->AsBool() ? VYR_KeyEqual
+                                                        : VYR_KeyDifferent);
     } else {
-      std::unique_ptr<QEN_TDict> list(metadata.ListTimestamps());
       if (!list) throw Failure(file, "the stamps cannot be read");
       for (QEN_TConstIterator at(*list); !at.IsDone(); ++at) {
         const auto* key = at.Key().DynamicCast<QEN_TString>();

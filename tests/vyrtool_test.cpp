@@ -1,0 +1,175 @@
+// vyrtool, run as a child process on real files, as an operator runs it.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utime.h>
+#include <vyrax/vyrax.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "stream_test_support.h"
+
+namespace {
+
+::testing::Environment* const kStart = ::testing::AddGlobalTestEnvironment(
+    new test_support::LibraryEnvironment<__QEN_INITIALIZATION_FUNCTION_VYRAX__>);
+
+struct Result {
+  int code;
+  std::string out, err;
+};
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteAll(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+class VyrtoolTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/vyrtool-test-XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern), nullptr);
+    mFolder = pattern;
+  }
+  void TearDown() override { std::system(("rm -rf '" + mFolder + "'").c_str()); }
+
+  std::string Path(const std::string& name) const { return mFolder + "/" + name; }
+
+  // Runs the built tool with `args` (quoted for the shell by the caller).
+  Result Run(const std::string& args, const std::string& environment = "") const {
+    const std::string out = Path(".out"), err = Path(".err");
+    const std::string command = "cd '" + mFolder + "' && " + environment + " '" VYRAX_BINARY_DIR
+                                "/bin/vyrtool' " + args + " >'" + out + "' 2>'" + err + "'";
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out), ReadAll(err)};
+  }
+
+  std::string mFolder;
+};
+
+TEST_F(VyrtoolTest, MetaOnBothBackends) {
+  for (const char* backend : {"sidecar", "xattr"}) {
+    SCOPED_TRACE(backend);
+    const std::string meta = std::string("meta --backend ") + backend + " ";
+    WriteAll(Path("page.tif"), "pixels");
+    WriteAll(Path("raw.bin"), std::string("\x00\x01\xFF", 3));
+    ASSERT_EQ(Run(meta + "set page.tif note 'first note'").code, 0);
+    ASSERT_EQ(Run(meta + "set page.tif dict 'QEN_TDict { \"a\" = 1; \"b\" = \"two\"; }'").code, 0);
+    ASSERT_EQ(Run(meta + "set page.tif raw @raw.bin").code, 0);
+    EXPECT_EQ(Run(meta + "get page.tif note").out, "first note\n");
+    EXPECT_EQ(nlohmann::json::parse(Run("--json " + meta + "get page.tif dict").out),
+              nlohmann::json({{"a", 1}, {"b", "two"}}));
+    EXPECT_EQ(Run(meta + "get page.tif raw").out, "0001ff\n");
+    ASSERT_EQ(Run(meta + "get page.tif raw -o copy.bin").code, 0);
+    EXPECT_EQ(ReadAll(Path("copy.bin")), std::string("\x00\x01\xFF", 3));
+    const nlohmann::json keys = nlohmann::json::parse(Run("--json " + meta + "list page.tif").out);
+    EXPECT_EQ(std::set<std::string>(keys["page.tif"].begin(), keys["page.tif"].end()),
+              std::set<std::string>({"NOTE", "DICT", "RAW"}));
+
+    // A stamp matches until the file changes.
+    ASSERT_EQ(Run(meta + "stamp page.tif note").code, 0);
+    Result verify = Run(meta + "verify page.tif");
+    EXPECT_EQ(verify.code, 0);
+    EXPECT_EQ(verify.out, "page.tif\tNOTE\tmatches\n");
+    const struct utimbuf later = {2000000000, 2000000000};
+    ASSERT_EQ(::utime(Path("page.tif").c_str(), &later), 0);
+    verify = Run(meta + "verify page.tif");
+    EXPECT_EQ(verify.code, 1);
+    EXPECT_EQ(verify.out, "page.tif\tNOTE\tstale\n");
+
+    ASSERT_EQ(Run(meta + "rm page.tif note").code, 0);
+    Result missing = Run(meta + "get page.tif note");
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_EQ(missing.err, "vyrtool: page.tif: no key \"note\"\n");
+
+    // A walk over a folder tree reaches every file, not the hidden ones.
+    ::mkdir(Path("sub").c_str(), 0755);
+    WriteAll(Path("sub/a.tif"), "a");
+    ASSERT_EQ(Run(meta + "stamp -r sub note").code, 0);
+    Result walk = Run(meta + "verify -r .");
+    EXPECT_EQ(walk.code, 1);  // page.tif has a stale stamp
+    EXPECT_EQ(walk.out, "./page.tif\tNOTE\tstale\n./sub/a.tif\tNOTE\tmatches\n");
+    EXPECT_NE(walk.err.find("4 files, 1 with a \"no\" answer, 0 failed"), std::string::npos)
+        << walk.err;
+    std::system(("rm -rf '" + mFolder + "'/* '" + mFolder + "'/.metadata").c_str());
+  }
+}
+
+TEST_F(VyrtoolTest, ShowAndConvertAStoredTicket) {
+  VYR_TImageTicket ticket;
+  VYR_TTicketWriter writer(ticket);
+  writer.AssignFile(QEN_TURL(QEN_TString("file:///jobs/brochure.tif")), QEN_TTime(1000000), 42);
+  writer.SetFileFormat(QEN_TString("TIFF"));
+  writer.SetFillLevel(VYR_FillFileType);
+  const test_support::Bytes packed = test_support::Pack(ticket);
+  WriteAll(Path("a.ticket"), std::string(packed.begin(), packed.end()));
+
+  Result shown = Run("--json show a.ticket");
+  ASSERT_EQ(shown.code, 0) << shown.err;
+  const nlohmann::json record = nlohmann::json::parse(shown.out);
+  EXPECT_EQ(record.dump().find("TIFF") != std::string::npos, true) << shown.out;
+  EXPECT_EQ(Run("show a.ticket").code, 0);
+
+  // Binary to text and back gives the same bytes.
+  ASSERT_EQ(Run("convert --to text a.ticket a.txt").code, 0);
+  EXPECT_EQ(ReadAll(Path("a.txt")).rfind("VYR_TImageTicket", 0), 0u);
+  ASSERT_EQ(Run("convert --to binary a.txt b.ticket").code, 0);
+  EXPECT_EQ(ReadAll(Path("b.ticket")), ReadAll(Path("a.ticket")));
+}
+
+TEST_F(VyrtoolTest, CatWritesARangeOfARealContainer) {
+  std::string bytes(300000, '\0');
+  std::mt19937 random(7);
+  for (char& c : bytes) c = static_cast<char>(random());
+  WriteAll(Path("container.bin"), bytes);
+  Result made = Run("embed make container.bin 70000 123457");
+  ASSERT_EQ(made.code, 0) << made.err;
+  const std::string url = made.out.substr(0, made.out.size() - 1);
+  Result range = Run("cat '" + url + "'");
+  ASSERT_EQ(range.code, 0) << range.err;
+  EXPECT_TRUE(range.out == bytes.substr(70000, 123457));
+  EXPECT_TRUE(Run("cat container.bin").out == bytes);
+  const nlohmann::json info = nlohmann::json::parse(Run("--json embed info '" + url + "'").out);
+  EXPECT_EQ(info["offset"], 70000);
+  EXPECT_EQ(info["length"], 123457);
+  EXPECT_EQ(info["container"], Path("container.bin"));
+}
+
+TEST_F(VyrtoolTest, BadArgumentsAndFailuresAreOneLine) {
+  WriteAll(Path("junk.ticket"), "not a stored object");
+  const std::pair<const char*, int> rows[] = {
+      {"", 2},
+      {"frobnicate", 2},
+      {"meta get onlyfile", 2},
+      {"meta --backend nfs list x", 2},
+      {"convert --to xml a b", 2},
+      {"embed make f notanumber 3", 2},
+      {"show missing.ticket", 3},
+      {"show junk.ticket", 3},
+      {"cat /nonexistent/file", 3},
+      {"embed info file:///x.tif", 3},
+  };
+  for (const auto& row : rows) {
+    Result result = Run(row.first);
+    EXPECT_EQ(result.code, row.second) << row.first << ": " << result.err;
+    EXPECT_EQ(result.err.rfind("vyrtool: ", 0), 0u) << row.first << ": " << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+  }
+  EXPECT_EQ(Run("--help").code, 0);
+  EXPECT_EQ(Run("meta set --help").code, 0);
+  EXPECT_EQ(Run("--version").out.rfind("vyrtool ", 0), 0u);
+}
+
+}  // namespace
