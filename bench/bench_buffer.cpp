@@ -1,5 +1,5 @@
-// Buffers beside their floors, on files of 1 MiB, 64 MiB and 1 GiB that sit
-// in the page cache:
+// Buffers beside their floors, on files from 4 KiB to 1 GiB (the argument
+// is the size in KiB) that sit in the page cache:
 //   - opening a whole file through VYR_IBuffer::Create, against the bare
 //     open + fstat + mmap + close (and munmap) of the same file, and against
 //     reading the whole file into memory;
@@ -38,14 +38,14 @@ class Files {
     static Files files;
     return files;
   }
-  // The path of a file of `mebibytes` MiB, read once so that it is cached.
-  const std::string& Path(long mebibytes) {
-    auto found = mPaths.find(mebibytes);
+  // The path of a file of `kibibytes` KiB, read once so that it is cached.
+  const std::string& Path(long kibibytes) {
+    auto found = mPaths.find(kibibytes);
     if (found != mPaths.end()) return found->second;
-    const std::string path = mDir + "/file-" + std::to_string(mebibytes) + "MiB.bin";
-    std::vector<unsigned char> chunk(1 << 20);
+    const std::string path = mDir + "/file-" + std::to_string(kibibytes) + "KiB.bin";
+    std::vector<unsigned char> chunk(1 << 10);
     FILE* out = std::fopen(path.c_str(), "wb");
-    for (long i = 0; out != nullptr && i < mebibytes; ++i) {
+    for (long i = 0; out != nullptr && i < kibibytes; ++i) {
       for (size_t j = 0; j < chunk.size(); ++j) chunk[j] = static_cast<unsigned char>(j * 7 + i);
       std::fwrite(chunk.data(), 1, chunk.size(), out);
     }
@@ -54,7 +54,7 @@ class Files {
     while (fd >= 0 && read(fd, chunk.data(), chunk.size()) > 0) {
     }
     if (fd >= 0) close(fd);
-    return mPaths[mebibytes] = path;
+    return mPaths[kibibytes] = path;
   }
 
  private:
@@ -72,7 +72,8 @@ class Files {
 };
 
 void FileSizes(benchmark::internal::Benchmark* bench) {
-  bench->Arg(1)->Arg(64)->Arg(1024)->Unit(benchmark::kMicrosecond);
+  for (long kibibytes : {4L, 64L, 1024L, 16L << 10, 256L << 10, 1L << 20}) bench->Arg(kibibytes);
+  bench->Unit(benchmark::kMicrosecond);
 }
 
 __attribute__((noinline)) unsigned long long Sum(const unsigned char* bytes, size_t size) {
@@ -151,14 +152,14 @@ void BM_SumThroughBuffer(benchmark::State& state) {
     benchmark::DoNotOptimize(
         Sum(static_cast<const unsigned char*>(buffer->Buffer()), buffer->Size()));
   }
-  state.SetBytesProcessed(state.iterations() * state.range(0) * (1 << 20));
+  state.SetBytesProcessed(state.iterations() * state.range(0) * (1 << 10));
 }
 BENCHMARK(BM_SumThroughBuffer)->Apply(FileSizes);
 
 // Read into memory that is there already: the read's best case.
 void BM_SumThroughRead(benchmark::State& state) {
   const std::string path = Files::Get().Path(state.range(0));
-  const size_t size = static_cast<size_t>(state.range(0)) << 20;
+  const size_t size = static_cast<size_t>(state.range(0)) << 10;
   std::vector<unsigned char> memory(size);
   for (auto _ : state) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -171,7 +172,7 @@ void BM_SumThroughRead(benchmark::State& state) {
     close(fd);
     benchmark::DoNotOptimize(Sum(memory.data(), have));
   }
-  state.SetBytesProcessed(state.iterations() * state.range(0) * (1 << 20));
+  state.SetBytesProcessed(state.iterations() * state.range(0) * (1 << 10));
 }
 BENCHMARK(BM_SumThroughRead)->Apply(FileSizes);
 
@@ -179,7 +180,7 @@ BENCHMARK(BM_SumThroughRead)->Apply(FileSizes);
 
 void BM_DuplicateShared(benchmark::State& state) {
   Started();
-  const QEN_TString path(Files::Get().Path(1).c_str());
+  const QEN_TString path(Files::Get().Path(1024).c_str());
   std::unique_ptr<const VYR_IBuffer> file(VYR_IBuffer::Create(path, 0, 0, 0));
   for (auto _ : state) {
     std::unique_ptr<const VYR_IBuffer> twin(file->Duplicate(false));
@@ -190,7 +191,7 @@ BENCHMARK(BM_DuplicateShared);
 
 void BM_Slice(benchmark::State& state) {
   Started();
-  const QEN_TString path(Files::Get().Path(1).c_str());
+  const QEN_TString path(Files::Get().Path(1024).c_str());
   std::unique_ptr<const VYR_IBuffer> file(VYR_IBuffer::Create(path, 0, 0, 0));
   unsigned offset = 0;
   for (auto _ : state) {
@@ -205,7 +206,7 @@ BENCHMARK(BM_Slice);
 // not grow with the length of the chain.
 void BM_SliceOfSliceChain(benchmark::State& state) {
   Started();
-  const QEN_TString path(Files::Get().Path(1).c_str());
+  const QEN_TString path(Files::Get().Path(1024).c_str());
   std::unique_ptr<const VYR_IBuffer> file(VYR_IBuffer::Create(path, 0, 0, 0));
   const VYR_IBuffer* current = file->Slice(0, 0, false);
   for (auto _ : state) {
@@ -224,7 +225,7 @@ BENCHMARK(BM_SliceOfSliceChain);
 
 void BM_OperatorInsideView(benchmark::State& state) {
   Started();
-  const QEN_TString path(Files::Get().Path(1).c_str());
+  const QEN_TString path(Files::Get().Path(1024).c_str());
   std::unique_ptr<const VYR_IBuffer> file(VYR_IBuffer::Create(path, 0, 0, 0));
   unsigned long long offset = 0;
   for (auto _ : state) {
