@@ -2,6 +2,7 @@
 #   make demo   build and walk one image through the library
 #   make test   build and run every test
 #   make bench  build optimised and run the benchmarks
+#   make bench-report  run them once and render docs/performance.md
 #   make asan   the tests under AddressSanitizer and UndefinedBehaviorSanitizer
 #   make tsan   the tests under ThreadSanitizer
 #   make fuzz   run every fuzz target for FUZZ_SECONDS each (clang)
@@ -15,7 +16,7 @@ FUZZ_SECONDS ?= 60
 # Header-only packages that vyrtool is built with (the library needs none).
 TOOL_PACKAGES := libcli11-dev nlohmann-json3-dev
 
-.PHONY: all build tool-packages demo test bench asan tsan fuzz install clean
+.PHONY: all build tool-packages demo test bench bench-report asan tsan fuzz install clean
 
 all: build
 
@@ -40,6 +41,21 @@ bench: tool-packages
 	cmake --preset release >/dev/null
 	cmake --build --preset release -j $(JOBS)
 	./build-release/bin/vyrax_bench --benchmark_counters_tabular=true
+
+# One Release run of every benchmark (medians of 3), rendered into
+# docs/performance.md and the charts in docs/performance/.
+bench-report: tool-packages
+	@python3 -c "import matplotlib" 2>/dev/null \
+	  || (apt-get update -qq && apt-get install -y -qq python3-matplotlib) >/dev/null 2>&1
+	cmake --preset release >/dev/null
+	cmake --build --preset release -j $(JOBS)
+	./build-release/bin/vyrax_bench --benchmark_repetitions=3 --benchmark_report_aggregates_only=true \
+	  --benchmark_out=build-release/bench.json --benchmark_out_format=json \
+	  --benchmark_context=cpu="$$(sed -n 's/^model name[^:]*: *//p' /proc/cpuinfo | head -1)" \
+	  --benchmark_context=kernel="$$(uname -r)" \
+	  --benchmark_context=compiler="$$(c++ --version | head -1)" \
+	  --benchmark_context=repetitions=3
+	python3 bench/report.py build-release/bench.json docs/performance
 
 asan: tool-packages
 	cmake --preset asan >/dev/null

@@ -495,35 +495,24 @@ namespace {
 template <class Value>
 int FormatOne(std::string& out, const std::string& spec, const int* stars, int starCount,
               Value value) {
+  auto print = [&](char* buffer, std::size_t size) {
+    switch (starCount) {
+      case 0:
+        return std::snprintf(buffer, size, spec.c_str(), value);
+      case 1:
+        return std::snprintf(buffer, size, spec.c_str(), stars[0], value);
+      default:
+        return std::snprintf(buffer, size, spec.c_str(), stars[0], stars[1], value);
+    }
+  };
   char small[512];
-  int n;
-  switch (starCount) {
-    case 0:
-      n = std::snprintf(small, sizeof small, spec.c_str(), value);
-      break;
-    case 1:
-      n = std::snprintf(small, sizeof small, spec.c_str(), stars[0], value);
-      break;
-    default:
-      n = std::snprintf(small, sizeof small, spec.c_str(), stars[0], stars[1], value);
-      break;
-  }
+  const int n = print(small, sizeof small);
   if (n < 0) return n;
   if (static_cast<std::size_t>(n) < sizeof small) {
     out.append(small, static_cast<std::size_t>(n));
   } else {
     std::vector<char> big(static_cast<std::size_t>(n) + 1);
-    switch (starCount) {
-      case 0:
-        std::snprintf(big.data(), big.size(), spec.c_str(), value);
-        break;
-      case 1:
-        std::snprintf(big.data(), big.size(), spec.c_str(), stars[0], value);
-        break;
-      default:
-        std::snprintf(big.data(), big.size(), spec.c_str(), stars[0], stars[1], value);
-        break;
-    }
+    print(big.data(), big.size());
     out.append(big.data(), static_cast<std::size_t>(n));
   }
   return n;
