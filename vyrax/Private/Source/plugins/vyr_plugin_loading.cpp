@@ -55,9 +55,16 @@ void VYR_TDynamicLoader::LoadPluginByName(QEN_TString const& provider,
   QEN_TString shareable;
   {
     QEN_TReadGuard hold(vyr::LoaderLock());
-    if (!providers.HasKey(provider))
+    // By its key, like every other look-up of a provider: a provider
+    // registered as "a/b" is stored as "a\\b".
+    if (!providers.HasKey(LoaderKey(provider)))
       VYR_THROW(VYR_EDynamicLoaderNoSuchProvider, "Unregistered provider %s", provider);
-    const QEN_TAny table = VYR_CfsWrap().Get(QEN_TString(sCfsName));
+    QEN_TAny table;
+    try {
+      table = VYR_CfsWrap().Get(QEN_TString(sCfsName));
+    } catch (const QEN_ETreeException&) {
+      // No table in the configuration: the failure below says so.
+    }
     const QEN_TDict* plugins = table.DynamicCast<QEN_TDict>();
     if (plugins == nullptr)
       VYR_THROW(VYR_EDynamicLoaderNoSuchPlugin,
