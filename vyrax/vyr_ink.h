@@ -96,8 +96,8 @@ class VYR_API VYR_TInk : public QEN_TObject,
 // language table, such as "PROCESS". The tables of English, Dutch, German,
 // French, Italian and Spanish are extended by the dictionary at the
 // configuration path "/Resources/Modules/VYR/InternationalInkNames" (language
-// to a dictionary from upper-case word to ink number), read on first use.
-// The first call is not to run on two threads at once. Never throws.
+// to a dictionary from upper-case word to ink number), read once, at the
+// first call. Safe from any thread. Never throws.
 VYR_API VYR_TInks VYR_International2Ink(const QEN_TString& name);
 
 #endif
