@@ -3,12 +3,11 @@
 // its creator called, and an ink is recognised by a name in another
 // language.
 #include <unistd.h>
+#include <vyrax/vyrax.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-
-#include <vyrax/vyrax.h>
 
 #include "../modules/samples/sample_plugins.h"
 #include "demo.h"
@@ -56,7 +55,8 @@ bool ConfigRoad() {
   }
   const char* useCfs = std::getenv("VYR_USE_CFS");
   VYR_ICfs& cfs = VYR_CfsWrap();
-  std::printf("configuration source: %s%s (%s)\n", VYR_IsServer() ? "service module VYR_CFS" : "file ",
+  std::printf("configuration source: %s%s (%s)\n",
+              VYR_IsServer() ? "service module VYR_CFS" : "file ",
               VYR_IsServer() ? "" : (useCfs != nullptr ? useCfs : "none"),
               useCfs != nullptr ? "VYR_USE_CFS" : "QEN_SERVER");
   if (!written.empty()) std::remove(written.c_str());
@@ -87,7 +87,8 @@ bool ConfigRoad() {
   QEN_TMemoryStream text;
   QEN_THumanReadableStream writer(text);
   writer.WriteObject(black);
-  std::printf("%.*s\n", static_cast<int>(text.Length()), reinterpret_cast<const char*>(text.Data()));
+  std::printf("%.*s\n", static_cast<int>(text.Length()),
+              reinterpret_cast<const char*>(text.Data()));
   return true;
 }
 

@@ -4,10 +4,9 @@
 // plug-ins that the project builds.
 #include <dlfcn.h>
 #include <errno.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 #include <vyrax/vyrax.h>
 
 #include <atomic>
@@ -182,7 +181,8 @@ TEST_F(ConfigTest, EachSourceInTurnGivesItsConfigurationOrAnEmptyOne) {
     int failures = InChild([&](Checks& check) {
       setenv("VYR_CFS_FILE", (folder / "site.tree").c_str(), 1);
       if (row.useCfs != nullptr)
-        setenv("VYR_USE_CFS", row.useCfs[0] == '@' ? (folder / (row.useCfs + 1)).c_str() : row.useCfs, 1);
+        setenv("VYR_USE_CFS",
+               row.useCfs[0] == '@' ? (folder / (row.useCfs + 1)).c_str() : row.useCfs, 1);
       if (row.qenServer != nullptr) setenv("QEN_SERVER", row.qenServer, 1);
       if (row.serviceMissing) VYR_PlatformInjectFault(VYR_PlatformLoadModule, ENOENT, 100);
       check(VYR_IsServer() == row.isServer, "VYR_IsServer");
@@ -337,8 +337,10 @@ TEST_F(ConfigTest, PluginsLoadThroughTheTableAndGiveTheirCreators) {
   site.Value("/Resources/Modules/VYR/InternationalInkNames") = names;
   WriteText(folder / "site.tree", site);
   // The PNG reader only in a folder of the search path.
-  std::system(("mkdir " + (folder / "plugins") + " && cp " VYRAX_BINARY_DIR
-               "/lib/vyrax/plugins/vyr_sample_png.so " + (folder / "plugins")).c_str());
+  std::system(("mkdir " + (folder / "plugins") +
+               " && cp " VYRAX_BINARY_DIR "/lib/vyrax/plugins/vyr_sample_png.so " +
+               (folder / "plugins"))
+                  .c_str());
 
   EXPECT_EQ(InChild([&](Checks& check) {
               setenv("VYR_USE_CFS", (folder / "site.tree").c_str(), 1);
@@ -390,10 +392,10 @@ TEST_F(ConfigTest, PluginsLoadThroughTheTableAndGiveTheirCreators) {
 
               // Ink names of the six languages and of the configuration.
               const std::pair<const char*, unsigned> inks[] = {
-                  {"black", 4},       {"BLACK", 4},      {"Process Black", 4}, {"", 0},
-                  {"MAGENTA", 2},     {"ZWART", 4},      {"process zwart", 4}, {"Cian", 1},
-                  {"Spot Cyan", 1},   {"Spot Black", 0}, {"Process Gul", 3},   {"svart", 4},
-                  {"BAD", 0},        {"Nero ", 0}};
+                  {"black", 4},     {"BLACK", 4},      {"Process Black", 4}, {"", 0},
+                  {"MAGENTA", 2},   {"ZWART", 4},      {"process zwart", 4}, {"Cian", 1},
+                  {"Spot Cyan", 1}, {"Spot Black", 0}, {"Process Gul", 3},   {"svart", 4},
+                  {"BAD", 0},       {"Nero ", 0}};
               for (const auto& ink : inks)
                 check(VYR_International2Ink(ink.first) == ink.second,
                       std::string("ink name ") + ink.first);
@@ -434,8 +436,10 @@ TEST_F(ConfigTest, InkNamesAndTypesAreCheckedAndGetTheirPreviews) {
       {VYR_TInk("Green", "Display"), "green", VYR_PreviewRgb, {0, 1, 0, 0}},
       {VYR_TInk(VYR_InkBlue), "blue", VYR_PreviewRgb, {0, 0, 1, 0}},
       {VYR_TInk("Pantone 185", "designer"), "Pantone 185", VYR_PreviewNone, {}},
-      {VYR_TInk("Varnish", "spot", 0.5, 0.25, 1, VYR_PreviewLabcolor), "Varnish",
-       VYR_PreviewLabcolor, {0.5, 0.25, 1, 0}},
+      {VYR_TInk("Varnish", "spot", 0.5, 0.25, 1, VYR_PreviewLabcolor),
+       "Varnish",
+       VYR_PreviewLabcolor,
+       {0.5, 0.25, 1, 0}},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(std::string(row.ink.InkName().c_str()), row.name);

@@ -60,8 +60,7 @@ class VYR_API VYR_TDynamicLoader : public QEN_TObject {
   // Stores the function, making the provider if need be. A creator that is
   // there already keeps its first function; the second is logged and
   // dropped.
-  void RegisterCreator(QEN_TString const& provider, QEN_TString const& creator,
-                       void (*function)());
+  void RegisterCreator(QEN_TString const& provider, QEN_TString const& creator, void (*function)());
   // The stored function; VYR_EDynamicLoaderNoSuchProvider or
   // VYR_EDynamicLoaderNoSuchCreator when there is none. It stays valid as
   // long as its plug-in is loaded: until the process ends.

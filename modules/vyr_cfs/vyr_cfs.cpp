@@ -36,9 +36,8 @@ VYR_ICfs* Serve() {
       return cfs;
     }
   }
-  QENMESG_Log((QEN_TString("VYR_CFS: no configuration in ") + path +
-               ", serving an empty one\n")
-                  .c_str());
+  QENMESG_Log(
+      (QEN_TString("VYR_CFS: no configuration in ") + path + ", serving an empty one\n").c_str());
   return new VYR_TCfsWrap;
 }
 

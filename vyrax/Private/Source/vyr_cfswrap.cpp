@@ -86,8 +86,7 @@ void UseService(const char* tag) {
   if (factory == nullptr)
     VYR_THROW(VYR_ECfsWrap, "The configuration service has no entry %s", "VYR_Cfs");
   VYR_ICfs* cfs = factory();
-  if (cfs == nullptr)
-    VYR_THROW(VYR_ECfsWrap, "The configuration service gave no configuration");
+  if (cfs == nullptr) VYR_THROW(VYR_ECfsWrap, "The configuration service gave no configuration");
   gCfs = cfs;
 }
 

@@ -1,10 +1,9 @@
 // Finding and loading shared modules: plug-ins and the configuration
 // service. See LoadModule in vyr_platform.h for the search.
 #include <dlfcn.h>
-#include <unistd.h>
-
 #include <qen/qen_dynamic.h>
 #include <qen/qen_exception.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -39,7 +38,8 @@ std::string Lower(std::string text) {
 std::vector<std::string> Spellings(const std::string& name) {
   std::vector<std::string> spellings{name};
   if (name.find(".so") == std::string::npos) {
-    for (const std::string& other : {name + ".so", "lib" + name + ".so", "lib" + Lower(name) + ".so"}) {
+    for (const std::string& other :
+         {name + ".so", "lib" + name + ".so", "lib" + Lower(name) + ".so"}) {
       bool known = false;
       for (const std::string& s : spellings) known = known || s == other;
       if (!known) spellings.push_back(other);

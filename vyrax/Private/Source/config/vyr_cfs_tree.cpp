@@ -54,8 +54,8 @@ QEN_TAny VYR_TCfsWrap::Get(QEN_TString const& path) {
 }
 
 QEN_TAny VYR_TCfsWrap::Expand(QEN_TString const& path) {
-  VYR_TRACE(vyr::kTraceLoader, "VYR_TCfsWrap::Expand(this=%p,path=%s)\n",
-            static_cast<void*>(this), path.c_str());
+  VYR_TRACE(vyr::kTraceLoader, "VYR_TCfsWrap::Expand(this=%p,path=%s)\n", static_cast<void*>(this),
+            path.c_str());
   if (IsRoot(path)) return QEN_TAny(mTree);
   return mTree.Get(path, kSeparator);
 }
@@ -67,8 +67,8 @@ QEN_TAny VYR_TCfsWrap::operator[](QEN_TString const& path) {
 }
 
 QEN_TList VYR_TCfsWrap::KeysAt(QEN_TString const& path) {
-  VYR_TRACE(vyr::kTraceLoader, "VYR_TCfsWrap::KeysAt(this=%p,path=%s)\n",
-            static_cast<void*>(this), path.c_str());
+  VYR_TRACE(vyr::kTraceLoader, "VYR_TCfsWrap::KeysAt(this=%p,path=%s)\n", static_cast<void*>(this),
+            path.c_str());
   QEN_TList keys;
   QEN_TTree branch;
   if (IsRoot(path)) {
@@ -96,8 +96,8 @@ VYR_ICfs& VYR_TCfsWrap::BranchAt(QEN_TString const& path) {
 }
 
 VYR_ICfs& VYR_TCfsWrap::Delete(QEN_TString const& path) {
-  VYR_TRACE(vyr::kTraceLoader, "VYR_TCfsWrap::Delete(this=%p,path=%s)\n",
-            static_cast<void*>(this), path.c_str());
+  VYR_TRACE(vyr::kTraceLoader, "VYR_TCfsWrap::Delete(this=%p,path=%s)\n", static_cast<void*>(this),
+            path.c_str());
   mTree.RemovePath(path, kSeparator);
   return *this;
 }

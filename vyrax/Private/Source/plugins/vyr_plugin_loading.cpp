@@ -48,8 +48,7 @@ QEN_TString EntryName(QEN_TString const& tag) {
 
 }  // namespace
 
-void VYR_TDynamicLoader::LoadPluginByName(QEN_TString const& provider,
-                                          QEN_TString const& plugin) {
+void VYR_TDynamicLoader::LoadPluginByName(QEN_TString const& provider, QEN_TString const& plugin) {
   VYR_TRACE(vyr::kTraceLoader, "VYR_TDynamicLoader::LoadPluginByName(%s,%s\n", provider.c_str(),
             plugin.c_str());
   QEN_TString shareable;

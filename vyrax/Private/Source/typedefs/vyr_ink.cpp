@@ -36,14 +36,14 @@ VYR_TInk::VYR_TInk(const QEN_TString& name_, const QEN_TString& type_) {
   SetDefaultPreview();
 }
 
-VYR_TInk::VYR_TInk(const QEN_TString& name_, const QEN_TString& type_, double a, double b,
-                   double c, const VYR_TInkPreviewEnc& encoding) {
+VYR_TInk::VYR_TInk(const QEN_TString& name_, const QEN_TString& type_, double a, double b, double c,
+                   const VYR_TInkPreviewEnc& encoding) {
   SetInkNameAndType(name_, type_);
   SetInkPreview(a, b, c, encoding);
 }
 
-VYR_TInk::VYR_TInk(const QEN_TString& name_, const QEN_TString& type_, double c, double m,
-                   double y, double k) {
+VYR_TInk::VYR_TInk(const QEN_TString& name_, const QEN_TString& type_, double c, double m, double y,
+                   double k) {
   SetInkNameAndType(name_, type_);
   SetInkPreview(c, m, y, k);
 }
