@@ -13,6 +13,9 @@ install(TARGETS vyr_ver LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 if(TARGET vyr_cfs)
   install(TARGETS vyr_cfs LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endif()
+# Plug-ins go to the plug-in folder beside the library, where it finds them.
+set(VYRAX_PLUGIN_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/vyrax/plugins)
+install(TARGETS vyr_sample_tiff vyr_sample_png LIBRARY DESTINATION ${VYRAX_PLUGIN_INSTALL_DIR})
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/qen/include/qen DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/ordonotes/include/ordonotes DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
@@ -23,7 +26,8 @@ install(FILES ${VYRAX_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vy
 set(VYRAX_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/vyrax)
 install(EXPORT vyraxTargets NAMESPACE vyrax:: DESTINATION ${VYRAX_CMAKE_DIR})
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/vyraxConfig.cmake.in
-  ${CMAKE_BINARY_DIR}/vyraxConfig.cmake INSTALL_DESTINATION ${VYRAX_CMAKE_DIR})
+  ${CMAKE_BINARY_DIR}/vyraxConfig.cmake INSTALL_DESTINATION ${VYRAX_CMAKE_DIR}
+  PATH_VARS VYRAX_PLUGIN_INSTALL_DIR)
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/vyraxConfigVersion.cmake
   VERSION ${PROJECT_VERSION} COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/vyraxConfig.cmake ${CMAKE_BINARY_DIR}/vyraxConfigVersion.cmake

@@ -70,6 +70,7 @@ int main() {
   ok = demo::BufferRoad() && ok;
   ok = demo::TicketRoad() && ok;
   ok = demo::MetadataRoad() && ok;
+  ok = demo::ConfigRoad() && ok;
   std::printf("%s\n", ok ? "demo finished" : "demo FAILED");
   return ok ? 0 : 1;
 }

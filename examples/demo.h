@@ -16,6 +16,9 @@ bool TicketRoad();
 // A value and a time stamp stored for a file, read back, and the stamp going
 // stale when the file is touched.
 bool MetadataRoad();
+// A configuration file read at the first use, a plug-in loaded from its
+// table and its creator called, and ink names in several languages.
+bool ConfigRoad();
 // Hex dump of a few bytes, for the printed road.
 std::string Hex(const unsigned char* data, unsigned size);
 bool Fail(const char* what);

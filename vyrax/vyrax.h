@@ -7,9 +7,12 @@
 
 #include "vyrax/vyr_api.h"
 #include "vyrax/vyr_buffer.h"
+#include "vyrax/vyr_cfswrap.h"
+#include "vyrax/vyr_dynamic_loader.h"
 #include "vyrax/vyr_enums.h"
 #include "vyrax/vyr_exceptions.h"
 #include "vyrax/vyr_image_ticket.h"
+#include "vyrax/vyr_ink.h"
 #include "vyrax/vyr_metadata.h"
 #include "vyrax/vyr_profile.h"
 #include "vyrax/vyr_startup.h"

@@ -22,5 +22,23 @@ int main() {
     return 1;
   }
   std::printf("packed a tag into %u bytes and rebuilt it\n", memory.Length());
+
+  // A sample plug-in, found by name in the installed plug-in folder.
+  QEN_TDict creators;
+  creators["png"] = "vyr_sample_png";
+  QEN_TDict table;
+  table["Vyrax\\SampleReaders"] = creators;
+  VYR_CfsWrap().SetAt(VYR_TDynamicLoader::sCfsName, QEN_TAny(table));
+  VYR_TDynamicLoader& loader = *VYR_TDynamicLoader::sLoader;
+  loader.RegisterProvider("Vyrax/SampleReaders");
+  loader.LoadPluginByName("Vyrax/SampleReaders", "png");
+  try {
+    typedef const char* (*Describe)();
+    std::printf("plug-in: %s\n",
+                reinterpret_cast<Describe>(loader.Creator("Vyrax/SampleReaders", "png"))());
+  } catch (const QEN_EException&) {
+    std::puts("the installed plug-in was not found");
+    return 1;
+  }
   return 0;
 }

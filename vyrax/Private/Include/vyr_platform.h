@@ -144,7 +144,9 @@ enum VYR_TPlatformCall : unsigned {
   VYR_PlatformRead = 4,
   VYR_PlatformAllocate = 5,
   // 6 to 15: further calls of the buffers; 16 to 31: the metadata backends.
-  VYR_PlatformCallKinds = 32
+  // Loading a shared module: plug-ins and the configuration service.
+  VYR_PlatformLoadModule = 32,
+  VYR_PlatformCallKinds = 33
 };
 
 VYR_API void VYR_PlatformInjectFault(VYR_TPlatformCall call, int error, unsigned count,
@@ -255,6 +257,33 @@ VYR_LOCAL bool ReadAttribute(Handle file, const char* name, unsigned char*& bloc
 // empty (removing one that is not there succeeds).
 VYR_LOCAL bool WriteAttribute(Handle file, const unsigned char* record, unsigned size,
                               int& error);
+
+}  // namespace platform
+}  // namespace vyr
+
+
+// --- Shared modules ------------------------------------------------------------
+//
+// Implemented in vyr_platform_posix_module.cpp.
+class QEN_TDynamicObject;
+class QEN_TString;
+
+namespace vyr {
+namespace platform {
+
+// Loads the shared module `name` and gives it, with `tag`, as an object the
+// caller owns; throws QEN_ECouldNotLoadDynamicObject when it can't be
+// loaded. A name with a '/' is a path and is loaded as it is. A name without
+// one is looked for, in this order, in each folder of the search path
+// variable VYR_PLUGIN_PATH (folders parted by ':'), in the plug-in folder
+// "vyrax/plugins" beside this library, in this library's own folder, and
+// last by the system's own search. In each place the name is tried as it
+// is and, when it has no ".so" in it, as "<name>.so", "lib<name>.so" and
+// "lib<name in lower case>.so".
+VYR_LOCAL QEN_TDynamicObject* LoadModule(const QEN_TString& name, const QEN_TString& tag);
+
+// The folder of the installed plug-ins: "vyrax/plugins" beside this library.
+VYR_LOCAL std::string PluginFolder();
 
 }  // namespace platform
 }  // namespace vyr

@@ -7,8 +7,11 @@
 #include "vyr_buffer-priv.h"
 #include "vyr_file_metadata.h"
 #include "vyr_version_stamp.h"
+#include "vyrax/vyr_cfswrap.h"
+#include "vyrax/vyr_dynamic_loader.h"
 #include "vyrax/vyr_exceptions.h"
 #include "vyrax/vyr_image_ticket.h"
+#include "vyrax/vyr_ink.h"
 #include "vyrax/vyr_metadata.h"
 #include "vyrax/vyr_startup.h"
 #include "vyrax/vyr_typedefs.h"
@@ -35,6 +38,7 @@ const ClassObjectFunction kClassInitialisationList[] = {
     &VYR_TTag::QEN_ClassObject,
     &VYR_TReference::QEN_ClassObject,
     &VYR_TKnot::QEN_ClassObject,
+    &VYR_TInk::QEN_ClassObject,
     &VYR_EAssertFailed::QEN_ClassObject,
     &VYR_EBuffer::QEN_ClassObject,
     &VYR_EBufferNotEnoughMemory::QEN_ClassObject,
@@ -92,6 +96,8 @@ const ClassObjectFunction kClassInitialisationList[] = {
     &VYR_EDynamicLoaderDoubleInstance::QEN_ClassObject,
     &VYR_EDynamicLoaderDoubleProvider::QEN_ClassObject,
     &VYR_EDynamicLoaderDoubleCreator::QEN_ClassObject,
+    &VYR_TDynamicLoader::QEN_ClassObject,
+    &VYR_ICfs::QEN_ClassObject,
     &VYR_TFileMetadata::QEN_ClassObject,
     &VYR_TBuffPriv::QEN_ClassObject,
     &VYR_TMemoryBuffer::QEN_ClassObject,
@@ -99,6 +105,7 @@ const ClassObjectFunction kClassInitialisationList[] = {
     &VYR_TFileBuffer::QEN_ClassObject,
     &VYR_TSliceBuffer::QEN_ClassObject,
     &VYR_ECfsWrap::QEN_ClassObject,
+    &VYR_TCfsWrap::QEN_ClassObject,
 };
 
 bool gStarted = false;
