@@ -25,15 +25,14 @@ const CLI::App* Chosen(const CLI::App& app) {
   return &app;
 }
 
-// A failure text on one line.
+}  // namespace
+
 std::string OneLine(std::string text) {
   for (char& c : text)
     if (c == '\n' || c == '\r') c = ' ';
   while (!text.empty() && text.back() == ' ') text.pop_back();
   return text;
 }
-
-}  // namespace
 
 Options& Global() {
   static Options options;

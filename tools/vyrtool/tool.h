@@ -77,6 +77,8 @@ std::string Hex(const void* data, std::size_t size);
 QEN_TURL FileUrl(const std::string& path);
 // A URL given as text, or a path.
 QEN_TURL AnyUrl(const std::string& text);
+// A text on one line: line breaks become blanks.
+std::string OneLine(std::string text);
 // The one line that describes a failure of the library.
 std::string Describe(const QEN_EException& e);
 // Prints `record` as JSON when --json is given, else runs `plain`.
