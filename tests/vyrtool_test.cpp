@@ -147,6 +147,33 @@ TEST_F(VyrtoolTest, CatWritesARangeOfARealContainer) {
   EXPECT_EQ(info["container"], Path("container.bin"));
 }
 
+TEST_F(VyrtoolTest, ConfigurationAndPlugInsOfATable) {
+  WriteAll(Path("site.tree"),
+           "QEN_TTree { \"Resources\" { \"Modules\" { \"VYR\" {\n"
+           "  \"DynamicLoading\" = QEN_TDict { \"Vyrax\\\\SampleReaders\" = QEN_TDict {\n"
+           "    \"tiff\" = \"vyr_sample_tiff\"; \"gif\" = \"vyr_sample_none\"; }; };\n"
+           "} } } }\n");
+  const std::string env = "VYR_USE_CFS='" + Path("site.tree") + "'";
+  const nlohmann::json source = nlohmann::json::parse(Run("--json config source", env).out);
+  EXPECT_EQ(source["source"], "file");
+  EXPECT_EQ(Run("config keys /Resources/Modules/VYR", env).out, "DynamicLoading\n");
+  EXPECT_EQ(nlohmann::json::parse(Run("--json config source", "VYR_USE_CFS=/nothing/here").out)["source"],
+            "service");
+
+  // One pair loads, the other names a module that is not there.
+  Result list = Run("--json plugins list", env);
+  EXPECT_EQ(list.code, 1) << list.err;
+  const nlohmann::json rows = nlohmann::json::parse(list.out);
+  ASSERT_EQ(rows.size(), 2u) << list.out;
+  EXPECT_EQ(rows[0]["loaded"], true);
+  EXPECT_EQ(rows[1]["loaded"], false);
+  EXPECT_NE(rows[1]["why"].get<std::string>().find("vyr_sample_none"), std::string::npos);
+  EXPECT_EQ(Run("plugins load 'Vyrax\\SampleReaders' tiff", env).code, 0);
+  Result missing = Run("plugins load 'Vyrax\\SampleReaders' gif", env);
+  EXPECT_EQ(missing.code, 3);
+  EXPECT_EQ(std::count(missing.err.begin(), missing.err.end(), '\n'), 1) << missing.err;
+}
+
 TEST_F(VyrtoolTest, BadArgumentsAndFailuresAreOneLine) {
   WriteAll(Path("junk.ticket"), "not a stored object");
   const std::pair<const char*, int> rows[] = {
