@@ -29,9 +29,13 @@ test: build
 	ctest --preset default -j $(JOBS)
 
 bench:
+	@test -f /usr/include/cereal/cereal.hpp && test -f /usr/include/boost/archive/binary_oarchive.hpp \
+	  || (apt-get update -qq && apt-get install -y -qq libcereal-dev libboost-serialization-dev) >/dev/null 2>&1 \
+	  || echo "note: cereal or Boost.Serialization is missing; the peer benchmark is skipped"
 	cmake --preset release >/dev/null
 	cmake --build --preset release -j $(JOBS)
 	./build-release/bin/vyrax_bench --benchmark_counters_tabular=true
+	test ! -x ./build-release/bin/vyrax_peer_bench || ./build-release/bin/vyrax_peer_bench
 
 asan:
 	cmake --preset asan >/dev/null

@@ -157,7 +157,7 @@ class QEN_TDataStream::Impl {
           if (classes[i].object == nullptr) classes[i].object = object;
           break;
         }
-    unsigned char head[3];
+    unsigned char head[4];
     unsigned n = 0;
     if (marker != kObjectMarker) head[n++] = marker;
     if (number < classes.size()) {
