@@ -48,6 +48,8 @@ constexpr unsigned char kStreamMark = 0xB5;
 constexpr unsigned char kLongClassNumber = 0x80;
 constexpr unsigned char kNewClass = 0x81;
 constexpr unsigned kMaxClasses = 0x10000;
+// Room for the classes of a ticket before the tables grow.
+constexpr std::size_t kFirstClasses = 16;
 // Characters are copied through a block of this many units where they can't
 // be read in place.
 constexpr unsigned kChunkUnits = 4096;
@@ -150,7 +152,8 @@ class QEN_TDataStream::Impl {
           number = i;
           break;
         }
-    if (number == classes.size() && name != nullptr)
+    // By name only where a frame may have named the class first.
+    if (number == classes.size() && name != nullptr && (object == nullptr || s.mFramesNamed))
       for (std::size_t i = 0; i < classes.size(); ++i)
         if (classes[i].name == name) {
           number = i;
@@ -175,7 +178,9 @@ class QEN_TDataStream::Impl {
     if (classes.size() >= kMaxClasses)
       Fail(QEN_TString::Format("cannot write %s: more than %u classes in one stream",
                                MarkerText(marker), kMaxClasses));
+    if (classes.empty()) classes.reserve(kFirstClasses);
     classes.push_back(WrittenClass{object, std::string(name, length)});
+    if (object == nullptr) s.mFramesNamed = true;
     head[n++] = kNewClass;
     head[n++] = static_cast<unsigned char>(length);
     s.Put(head, n);
@@ -254,6 +259,7 @@ class QEN_TDataStream::Impl {
                                  start));
       std::string name = ReadName(s, start);
       const QEN_TClass* found = QEN_TClass::Find(name.c_str());
+      if (s.mReadClasses.empty()) s.mReadClasses.reserve(kFirstClasses);
       s.mReadClasses.push_back(ReadClass{std::move(name), found, false});
       return s.mReadClasses.size() - 1;
     }
@@ -471,6 +477,20 @@ QEN_IPacking& QEN_TDataStream::PutChars(const QEN_TUniChar* chars, unsigned coun
     bytes[n++] = static_cast<unsigned char>((head & 0x7F) | (head > 0x7F ? 0x80 : 0));
     head >>= 7;
   } while (head != 0);
+  const unsigned long long size = static_cast<unsigned long long>(count) * (wide ? 2 : 1);
+  if (mMemory != nullptr && mWriteVersion != 0 &&
+      n + size <= mMemory->mCapacity - mMemory->mLength) {
+    // Straight into the memory stream's bytes.
+    unsigned char* out = mMemory->mData + mMemory->mLength;
+    std::memcpy(out, bytes, n);
+    out += n;
+    if (wide)
+      for (unsigned i = 0; i < count; ++i) ToLittleEndian<2>(out + 2 * i, chars[i]);
+    else
+      for (unsigned i = 0; i < count; ++i) out[i] = static_cast<unsigned char>(chars[i]);
+    mMemory->mLength += n + static_cast<unsigned>(size);
+    return *this;
+  }
   Put(bytes, n);
   for (unsigned done = 0; done < count;) {
     unsigned piece = std::min(kChunkUnits, count - done);

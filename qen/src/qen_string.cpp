@@ -218,10 +218,22 @@ int FindIn(const std::u16string& text, const char16_t* what, std::size_t whatSiz
   return static_cast<int>(found);
 }
 
-// Frees a cached view and clears the slot.
+// Frees a cached view and clears the slot. Only operations that change or
+// end the string call it, and no other thread may read the string meanwhile:
+// plain loads and stores do, without a locked instruction per string.
 template <class T>
 void Drop(std::atomic<T*>& slot) {
-  delete[] slot.exchange(nullptr, std::memory_order_acq_rel);
+  T* view = slot.load(std::memory_order_relaxed);
+  if (view == nullptr) return;
+  slot.store(nullptr, std::memory_order_relaxed);
+  delete[] view;
+}
+
+// Hands the views of a string that is moved from to the new one.
+template <class T>
+void Take(std::atomic<T*>& to, std::atomic<T*>& from) {
+  to.store(from.load(std::memory_order_relaxed), std::memory_order_relaxed);
+  from.store(nullptr, std::memory_order_relaxed);
 }
 
 // Publishes a freshly built view, or gives the one another thread published
@@ -271,8 +283,8 @@ QEN_TString::QEN_TString(const QEN_TString& other) : QEN_TObject(other), mText(o
 QEN_TString::QEN_TString(QEN_TString&& other) noexcept
     : QEN_TObject(other), mText(std::move(other.mText)) {
   // The views describe the text, so they travel with it.
-  mNarrow.store(other.mNarrow.exchange(nullptr));
-  mWide.store(other.mWide.exchange(nullptr));
+  Take(mNarrow, other.mNarrow);
+  Take(mWide, other.mWide);
   other.mText.clear();
 }
 
@@ -290,8 +302,8 @@ QEN_TString& QEN_TString::operator=(QEN_TString&& other) noexcept {
     other.mText.clear();
     Drop(mNarrow);
     Drop(mWide);
-    mNarrow.store(other.mNarrow.exchange(nullptr));
-    mWide.store(other.mWide.exchange(nullptr));
+    Take(mNarrow, other.mNarrow);
+    Take(mWide, other.mWide);
   }
   return *this;
 }

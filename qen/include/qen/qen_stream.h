@@ -230,6 +230,7 @@ class QEN_API QEN_TDataStream : public QEN_IPacking, public QEN_IUnpacking {
   unsigned char mWriteVersion = 0;  // 0 until the mark is written
   unsigned char mReadVersion = 0;   // 0 until the mark (or its absence) is read
   int mPushedBack = -1;             // a byte read to look for the mark
+  bool mFramesNamed = false;        // a class frame named a class for the writer
   std::vector<ReadClass> mReadClasses;
   std::vector<WrittenClass> mWrittenClasses;
 };
