@@ -16,7 +16,7 @@ FUZZ_SECONDS ?= 60
 # Header-only packages that vyrtool is built with (the library needs none).
 TOOL_PACKAGES := libcli11-dev nlohmann-json3-dev
 
-.PHONY: all build tool-packages demo test bench bench-report asan tsan fuzz install clean
+.PHONY: all build tool-packages peer-packages demo test bench bench-report asan tsan fuzz install clean
 
 all: build
 
@@ -37,14 +37,22 @@ test: build
 	  || echo "note: attr (getfattr, setfattr) is missing; the extended-attribute cross-check is skipped"
 	ctest --preset default -j $(JOBS)
 
-bench: tool-packages
+# The serialisation libraries the peer benchmark compares with (the
+# library depends on neither).
+peer-packages:
+	@test -f /usr/include/cereal/cereal.hpp && test -f /usr/include/boost/archive/binary_oarchive.hpp \
+	  || (apt-get update -qq && apt-get install -y -qq libcereal-dev libboost-serialization-dev) >/dev/null 2>&1 \
+	  || echo "note: cereal or Boost.Serialization is missing; the peer benchmark is skipped"
+
+bench: tool-packages peer-packages
 	cmake --preset release >/dev/null
 	cmake --build --preset release -j $(JOBS)
 	./build-release/bin/vyrax_bench --benchmark_counters_tabular=true
+	test ! -x ./build-release/bin/vyrax_peer_bench || ./build-release/bin/vyrax_peer_bench
 
 # One Release run of every benchmark (medians of 3), rendered into
 # docs/performance.md and the charts in docs/performance/.
-bench-report: tool-packages
+bench-report: tool-packages peer-packages
 	@python3 -c "import matplotlib" 2>/dev/null \
 	  || (apt-get update -qq && apt-get install -y -qq python3-matplotlib) >/dev/null 2>&1
 	cmake --preset release >/dev/null
@@ -55,7 +63,9 @@ bench-report: tool-packages
 	  --benchmark_context=kernel="$$(uname -r)" \
 	  --benchmark_context=compiler="$$(c++ --version | head -1)" \
 	  --benchmark_context=repetitions=3
-	python3 bench/report.py build-release/bench.json docs/performance
+	./build-release/bin/vyrax_peer_bench --benchmark_repetitions=3 --benchmark_report_aggregates_only=true \
+	  --benchmark_out=build-release/peer-bench.json --benchmark_out_format=json
+	python3 bench/report.py build-release/bench.json build-release/peer-bench.json docs/performance
 
 asan: tool-packages
 	cmake --preset asan >/dev/null

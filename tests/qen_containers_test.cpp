@@ -527,8 +527,8 @@ TEST_F(ContainersTest, BinaryReadingRefusesDuplicateKeys) {
   dict["ab"] = 2u;
   Bytes packed = Pack(dict);
   // Rename the second key to the first: same length, same place.
-  Bytes second = Pack(QEN_TString("ab"));
-  Bytes first = Pack(QEN_TString("aa"));
+  Bytes second = test_support::PackContent(QEN_TString("ab"));
+  Bytes first = test_support::PackContent(QEN_TString("aa"));
   auto at = std::search(packed.begin(), packed.end(), second.begin(), second.end());
   ASSERT_NE(at, packed.end());
   std::copy(first.begin(), first.end(), at);

@@ -313,6 +313,7 @@ TEST_F(StreamTest, NumbersAreLittleEndianAndFixedWidth) {
   out << static_cast<unsigned char>(0x01) << static_cast<unsigned short>(0x0203) << 0x04050607u
       << 0x08090A0B0C0D0E0Full << -2 << true << 1.0;
   const std::string expected(
+      "\xB5\x02"  // the stream's mark: version 2
       "\x01"
       "\x03\x02"
       "\x07\x06\x05\x04"
@@ -320,7 +321,7 @@ TEST_F(StreamTest, NumbersAreLittleEndianAndFixedWidth) {
       "\xFE\xFF\xFF\xFF"
       "\x01"
       "\x00\x00\x00\x00\x00\x00\xF0\x3F",
-      1 + 2 + 4 + 8 + 4 + 1 + 8);
+      2 + 1 + 2 + 4 + 8 + 4 + 1 + 8);
   EXPECT_EQ(Bytes(m), expected);
 }
 
@@ -367,15 +368,16 @@ TEST_F(StreamTest, BeginAndEndClassAreChecked) {
   QEN_TMemoryStream m;
   QEN_TDataStream s(m);
   s.PackBeginClass("Alpha").PackEndClass("Alpha").PackBeginClass("Alpha");
-  EXPECT_EQ(Bytes(m).substr(0, 7),
-            "{\x05"
-            "Alpha");
+  // The name once, then its number.
+  EXPECT_EQ(Bytes(m), std::string("\xB5\x02{\x81\x05"
+                                  "Alpha}\x00{\x00",
+                                  14));
   s.UnpackBeginClass("Alpha");
   s.UnpackEndClass("Alpha");
   std::string message = FailureOf<QEN_EStreamException>([&] { s.UnpackBeginClass("Beta"); });
   EXPECT_NE(message.find("\"Alpha\""), std::string::npos) << message;
   EXPECT_NE(message.find("\"Beta\""), std::string::npos) << message;
-  EXPECT_NE(message.find("offset 14"), std::string::npos) << message;
+  EXPECT_NE(message.find("offset 12"), std::string::npos) << message;
 
   QEN_TMemoryStream m2;
   QEN_TDataStream s2(m2);
@@ -389,7 +391,10 @@ TEST_F(StreamTest, ExtractBuildsTheNamedClassAndGetObjectRequiresIt) {
   QEN_TMemoryStream m;
   QEN_TDataStream s(m);
   s << TestPoint(7, 8) << TestPoint(1, 2) << TestPoint(3, 4);
-  EXPECT_EQ(Bytes(m).substr(0, 11), "O\x09TestPoint");
+  // The class is named once and numbered after: the other two points take a
+  // byte for their class.
+  EXPECT_EQ(Bytes(m).substr(0, 13), "\xB5\x02\x81\x09TestPoint");
+  EXPECT_EQ(m.Length(), 2u + 11 + 3 * 12 + 2);
   std::unique_ptr<QEN_IPackable> read(s.Extract());
   ASSERT_NE(read, nullptr);
   EXPECT_STREQ(read->ClassName(), "TestPoint");
@@ -401,6 +406,17 @@ TEST_F(StreamTest, ExtractBuildsTheNamedClassAndGetObjectRequiresIt) {
   std::string message = FailureOf<QEN_EStreamException>([&] { s >> nest; });
   EXPECT_NE(message.find("\"TestNest\""), std::string::npos) << message;
   EXPECT_NE(message.find("\"TestPoint\""), std::string::npos) << message;
+
+  // What another data stream appended starts with its own mark and numbers;
+  // one reader reads on across it.
+  QEN_TMemoryStream joined;
+  QEN_TDataStream(joined) << TestPoint(1, 2);
+  QEN_TDataStream(joined) << TestNest() << TestPoint(5, 6);
+  QEN_TDataStream in(joined);
+  std::unique_ptr<QEN_IPackable> first(in.Extract()), second(in.Extract()), third(in.Extract());
+  EXPECT_TRUE(first->QEN_IsIdent(TestPoint(1, 2)));
+  EXPECT_TRUE(second->QEN_IsIdent(TestNest()));
+  EXPECT_TRUE(third->QEN_IsIdent(TestPoint(5, 6)));
 }
 
 TEST_F(StreamTest, ExtractRefusesWhatItCannotBuild) {
@@ -410,13 +426,24 @@ TEST_F(StreamTest, ExtractRefusesWhatItCannotBuild) {
     QEN_TDataStream s(m);
     std::unique_ptr<QEN_IPackable> read(s.Extract());
   };
+  // Both versions: the first names the class at every object, the second
+  // (behind its mark) once, then by number.
+  const std::string mark = "\xB5\x02";
   std::string message =
       FailureOf<QEN_EUnknownClass>([&] { extract(std::string("O\x07NoSuchX", 9)); });
   EXPECT_NE(message.find("NoSuchX"), std::string::npos) << message;
   EXPECT_NE(message.find("offset 0"), std::string::npos) << message;
+  message = FailureOf<QEN_EUnknownClass>([&] { extract(mark + "\x81\x07NoSuchX"); });
+  EXPECT_NE(message.find("\"NoSuchX\" at offset 2"), std::string::npos) << message;
   const std::pair<std::string, const char*> cases[] = {
       {"O\x0DQEN_IPackable", "factory"}, {"O\x09TestPlain", "not packable"}, {"X", "0x58"},
-      {std::string("O\x00", 2), "empty class name"}, {"O\x03" "a-b", "offset 3"}};
+      {std::string("O\x00", 2), "empty class name"}, {"O\x03" "a-b", "offset 3"},
+      {mark + "\x81\x0DQEN_IPackable", "factory"}, {mark + "\x81\x03" "a-b", "offset 5"},
+      {mark + "\x05", "class number 5 at offset 2 was never named"},
+      {mark + std::string("\x80\x00\x01", 3), "class number 256"}, {mark + "\x82", "0x82"},
+      {"\xB5\x03", "unknown format version 3 at offset 1"},
+      {mark + "\x81\x08TestNest" + std::string("\0\0\0\0\x01", 5) + mark,
+       "format mark inside an object at offset 17"}};
   for (const auto& c : cases) {
     message = FailureOf<QEN_EStreamException>([&] { extract(c.first); });
     EXPECT_NE(message.find(c.second), std::string::npos) << message;
@@ -441,16 +468,22 @@ TEST_F(StreamTest, TruncatedInputThrowsAtEveryLength) {
   QEN_TDataStream out(full);
   std::unique_ptr<TestNest> nest = TestNest::Chain(3);
   out << *nest << TestPoint(-1, 2);
-  const std::string bytes = Bytes(full);
-  for (std::size_t length = 0; length < bytes.size(); ++length) {
-    QEN_TMemoryStream m;
-    m.Write(bytes.data(), static_cast<unsigned>(length));
-    QEN_TDataStream in(m);
-    std::string message = FailureOf<QEN_EStreamException>([&] {
-      std::unique_ptr<QEN_IPackable> first(in.Extract());
-      std::unique_ptr<QEN_IPackable> second(in.Extract());
-    });
-    EXPECT_NE(message.find("offset"), std::string::npos) << length << ": " << message;
+  // The current version, two objects; the first version, a dictionary.
+  const std::pair<std::string, unsigned> streams[] = {
+      {Bytes(full), 2},
+      {test_support::ReadFile(VYRAX_TEST_DATA_DIR "/golden/v1/dict.bin"), 1}};
+  for (const auto& stream : streams) {
+    const std::string& bytes = stream.first;
+    ASSERT_FALSE(bytes.empty());
+    for (std::size_t length = 0; length < bytes.size(); ++length) {
+      QEN_TMemoryStream m;
+      m.Write(bytes.data(), static_cast<unsigned>(length));
+      QEN_TDataStream in(m);
+      std::string message = FailureOf<QEN_EStreamException>([&] {
+        for (unsigned i = 0; i < stream.second; ++i) std::unique_ptr<QEN_IPackable>(in.Extract());
+      });
+      EXPECT_NE(message.find("offset"), std::string::npos) << length << ": " << message;
+    }
   }
   // Half-built objects were deleted on the way out (checked in TearDown).
 }

@@ -226,11 +226,23 @@ TEST(StringKeys, HashAgreesWithEquality) {
             QEN_TString(std::u16string(1, char16_t(0x6101))).QEN_Hash());
 }
 
+// The first version of the binary form, as files written before hold it.
+QEN_TString UnpackedFirstVersion(const std::vector<unsigned char>& bytes) {
+  test_support::DataReader reader(bytes);
+  QEN_TString s("not yet read");
+  s.QEN_Unpack(reader.in);
+  return s;
+}
+
 TEST(StringStoredForms, BinaryLayoutIsPinnedAndKeepsEveryUnit) {
-  // Count of 16-bit units, then the units, each low byte first.
-  std::vector<unsigned char> expected = {2, 0, 0, 0, 'a', 0, 0xAC, 0x20};
-  EXPECT_EQ(Packed(QEN_TString("a\xE2\x82\xAC")), expected);
-  EXPECT_EQ(Packed(QEN_TString()), std::vector<unsigned char>({0, 0, 0, 0}));
+  // A varint of twice the count, plus one for 16-bit units; then one byte a
+  // unit when all are below 0x100, else two, low byte first.
+  EXPECT_EQ(Packed(QEN_TString("Gr\xC3\xBC")), std::vector<unsigned char>({6, 'G', 'r', 0xFC}));
+  EXPECT_EQ(Packed(QEN_TString("a\xE2\x82\xAC")),
+            std::vector<unsigned char>({5, 'a', 0, 0xAC, 0x20}));
+  EXPECT_EQ(Packed(QEN_TString()), std::vector<unsigned char>({0}));
+  // The first version: a 32-bit count and two bytes a unit.
+  EXPECT_EQ(UnpackedFirstVersion({2, 0, 0, 0, 'a', 0, 0xAC, 0x20}), QEN_TString("a\xE2\x82\xAC"));
 
   // Every unit comes back, a zero and a lone surrogate included.
   std::u16string units(u"x\0y", 3);
@@ -239,9 +251,11 @@ TEST(StringStoredForms, BinaryLayoutIsPinnedAndKeepsEveryUnit) {
   QEN_TString odd{std::u16string(units)};
   EXPECT_EQ(Unpacked(Packed(odd)).Chars(), units);
 
-  // Longer than one chunk of the reader.
-  QEN_TString big{std::u16string(200000, u'q')};
-  EXPECT_EQ(Unpacked(Packed(big)), big);
+  // Longer than one chunk of the reader, in both widths.
+  for (char16_t unit : {u'q', u'\u20AC'}) {
+    QEN_TString big{std::u16string(200000, unit)};
+    EXPECT_EQ(Unpacked(Packed(big)), big);
+  }
 }
 
 TEST(StringStoredForms, TruncatedBinaryThrows) {
@@ -249,9 +263,12 @@ TEST(StringStoredForms, TruncatedBinaryThrows) {
   bytes.pop_back();
   EXPECT_THROW(Unpacked(bytes), QEN_EStreamException);
   // A count of four thousand million units with nothing behind it fails
-  // without first allocating for them.
-  EXPECT_THROW(Unpacked({0xFF, 0xFF, 0xFF, 0xFF, 'a', 0}), QEN_EStreamException);
-  EXPECT_THROW(Unpacked({5, 0}), QEN_EStreamException);
+  // without first allocating for them, in both versions; so does a count
+  // longer than 32 bits.
+  EXPECT_THROW(Unpacked({0xFE, 0xFF, 0xFF, 0xFF, 0x1F, 'a'}), QEN_EStreamException);
+  EXPECT_THROW(Unpacked({0x80, 0x80, 0x80, 0x80, 0x80, 0x01}), QEN_EStreamException);
+  EXPECT_THROW(UnpackedFirstVersion({0xFF, 0xFF, 0xFF, 0xFF, 'a', 0}), QEN_EStreamException);
+  EXPECT_THROW(UnpackedFirstVersion({5, 0}), QEN_EStreamException);
 }
 
 TEST(StringStoredForms, TextFormQuotesAndReadsBack) {

@@ -56,9 +56,21 @@ inline Bytes Pack(const QEN_IPackable& object) {
   return Packed([&](QEN_TDataStream& stream) { stream << object; });
 }
 
-// The object's own items only (its QEN_Pack), without the class identification.
+// The mark in front of what a binary stream writes.
+inline Bytes StreamMark() { return Bytes{0xB5, QEN_TDataStream::sVersion}; }
+
+// The same without the stream's mark: items that UnpackContent reads.
+template <class Packer>
+Bytes PackedContent(Packer pack) {
+  Bytes bytes = Packed(pack);
+  if (bytes.size() >= 2) bytes.erase(bytes.begin(), bytes.begin() + 2);
+  return bytes;
+}
+
+// The object's own items only (its QEN_Pack), without the stream's mark and
+// the class identification.
 inline Bytes PackContent(const QEN_IPackable& object) {
-  return Packed([&](QEN_TDataStream& stream) { object.QEN_Pack(stream); });
+  return PackedContent([&](QEN_TDataStream& stream) { object.QEN_Pack(stream); });
 }
 
 // A binary stream over its own copy of `bytes`.
@@ -95,7 +107,9 @@ T Unpack(const Bytes& bytes) {
 
 // Fills `object` from its own items (its QEN_Unpack), the reverse of PackContent.
 inline void UnpackContent(const Bytes& bytes, QEN_IPackable& object) {
-  DataReader reader(bytes);
+  Bytes marked = StreamMark();
+  marked.insert(marked.end(), bytes.begin(), bytes.end());
+  DataReader reader(marked);
   object.QEN_Unpack(reader.in);
 }
 

@@ -101,6 +101,18 @@ TEST_F(SideCarTest, TheStoredFormIsPinned) {
   auto metadata = Open();
   EXPECT_EQ(std::string("\x00\x01\x02\xff", 4), ValueOf(*metadata, "PROXY"));
   EXPECT_EQ("", ValueOf(*metadata, "EMPTY"));
+
+  // A store written in the first binary form reads, and the next commit
+  // rewrites it whole in the current one.
+  WriteFile(mSideCar, ReadFile(VYRAX_TEST_DATA_DIR "/metadata/v1/page1.tif.info"));
+  auto old = Open();
+  EXPECT_EQ(std::string("\x00\x01\x02\xff", 4), ValueOf(*old, "PROXY"));
+  ASSERT_TRUE(Store(*old, "NEW", "n"));
+  EXPECT_EQ(std::string("\xB5\x02"), ReadFile(mSideCar).substr(0, 2)) << "the current form's mark";
+  auto rewritten = Open();
+  EXPECT_EQ(std::string("\x00\x01\x02\xff", 4), ValueOf(*rewritten, "PROXY"));
+  EXPECT_EQ("", ValueOf(*rewritten, "EMPTY"));
+  EXPECT_EQ("n", ValueOf(*rewritten, "NEW"));
 }
 
 TEST_F(SideCarTest, AValueNotCommittedLivesOnlyInMemory) {

@@ -53,7 +53,7 @@ Bytes AsBytes(const std::string& text) { return Bytes(text.begin(), text.end());
 // QEN_Pack: `stored` is the level value in the stream and `groups` the
 // level whose groups follow.
 Bytes HandPacked(unsigned stored, unsigned version, unsigned groups) {
-  return test_support::Packed([&](QEN_TDataStream& out) {
+  return test_support::PackedContent([&](QEN_TDataStream& out) {
     QEN_TDict internal;
     internal["version"] = version;
     out << QEN_TAny(stored) << internal << QEN_TString("old creator");
@@ -250,6 +250,12 @@ TEST_F(TicketFormsTest, GoldenFilesReadBack) {
   EXPECT_EQ(ticket.FillLevel(), 15u);
   EXPECT_EQ(ticket.FileFormatVersion(), "5.0");
   EXPECT_EQ(ticket.NrColumns(), 2550u);
+  // The same items in the first version of the binary stream.
+  test_support::DataReader first(AsBytes(test_support::ReadFile(
+      VYRAX_TEST_DATA_DIR "/golden/v1/ticket_v8500_level4.bin")));
+  VYR_TImageTicket fromFirst;
+  fromFirst.QEN_Unpack(first.in);
+  EXPECT_TRUE(fromFirst == ticket);
 }
 
 TEST_F(TicketFormsTest, DamagedBinaryIsAnExceptionAtEveryLength) {

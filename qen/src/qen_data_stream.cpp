@@ -1,21 +1,33 @@
-// The binary stream. docs/formats.md describes the layout:
+// The binary stream. docs/formats.md describes the layout. Version 2, which
+// is written:
 //
+//   mark         B5 02 at the start of what one QEN_TDataStream wrote
 //   numbers      little-endian, fixed width; a double is its IEEE-754 bits
 //   bool         one byte, 0 or 1
-//   object       'O', name length (1 byte), name, then the object's QEN_Pack
-//   begin class  '{', name length, name
-//   end class    '}', name length, name
+//   class        a number 00-7F, or 80 and a 16-bit number, of a class named
+//                before in the stream; or 81, name length, name: a new class,
+//                which takes the next number
+//   object       its class, then the object's QEN_Pack
+//   begin class  '{', class;  end class  '}', class
+//   characters   a count n as a varint of 2n (+1 for 16-bit units), then n
+//                bytes, or n units of two bytes, low byte first
+//
+// Version 1 (no mark), still read: an object is 'O', name length, name; a
+// frame '{' or '}', name length, name; characters an unsigned 32 count and
+// two bytes per unit.
 //
 // Reading treats every byte as hostile: each read is checked against what
 // the byte stream still holds before anything is read or allocated, names are
-// checked, nesting is bounded, and every failure is a QEN_EStreamException
-// (QEN_EUnknownClass for a class nobody registered) that says what was wrong
-// and at which offset.
+// checked once per class, nesting is bounded, and every failure is a
+// QEN_EStreamException (QEN_EUnknownClass for a class nobody registered) that
+// says what was wrong and at which offset.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
 #include <string>
+#include <typeinfo>
 
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
@@ -24,6 +36,7 @@ QEN_IPacking::~QEN_IPacking() = default;
 QEN_IUnpacking::~QEN_IUnpacking() = default;
 
 const unsigned QEN_TDataStream::sMaxDepth = 64;
+const unsigned char QEN_TDataStream::sVersion = 2;
 
 namespace {
 
@@ -31,6 +44,15 @@ constexpr unsigned char kObjectMarker = 'O';
 constexpr unsigned char kBeginMarker = '{';
 constexpr unsigned char kEndMarker = '}';
 constexpr unsigned kMaxNameLength = 255;
+constexpr unsigned char kStreamMark = 0xB5;
+constexpr unsigned char kLongClassNumber = 0x80;
+constexpr unsigned char kNewClass = 0x81;
+constexpr unsigned kMaxClasses = 0x10000;
+// Room for the classes of a ticket before the tables grow.
+constexpr std::size_t kFirstClasses = 16;
+// Characters are copied through a block of this many units where they can't
+// be read in place.
+constexpr unsigned kChunkUnits = 4096;
 
 bool IsNameChar(unsigned char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
@@ -47,7 +69,37 @@ const char* MarkerText(unsigned char marker) {
   }
 }
 
+template <unsigned N>
+void ToLittleEndian(unsigned char* bytes, unsigned long long value) {
+  for (unsigned i = 0; i < N; ++i) bytes[i] = static_cast<unsigned char>(value >> (8 * i));
+}
+
+template <unsigned N>
+unsigned long long FromLittleEndian(const unsigned char* bytes) {
+  unsigned long long value = 0;
+  for (unsigned i = 0; i < N; ++i) value |= static_cast<unsigned long long>(bytes[i]) << (8 * i);
+  return value;
+}
+
+[[noreturn]] void Fail(const QEN_TString& message) {
+  QEN_THROW(QEN_EStreamException, message);
+  std::abort();  // QEN_THROW never comes back
+}
+
 }  // namespace
+
+// A class as the reader met it: defined once, then referred to by number.
+struct QEN_TDataStream::ReadClass {
+  std::string name;
+  const QEN_TClass* found = nullptr;  // null: not registered in this process
+  bool buildable = false;             // Extract's checks passed once
+};
+
+// A class as the writer numbered it; its number is its index.
+struct QEN_TDataStream::WrittenClass {
+  const QEN_TClass* object = nullptr;  // the class object, once an object was written
+  std::string name;
+};
 
 // Helpers with access to the stream's state.
 class QEN_TDataStream::Impl {
@@ -55,76 +107,171 @@ class QEN_TDataStream::Impl {
   template <unsigned N>
   static void PutLittleEndian(QEN_TDataStream& s, unsigned long long value) {
     unsigned char bytes[N];
-    for (unsigned i = 0; i < N; ++i) bytes[i] = static_cast<unsigned char>(value >> (8 * i));
-    s.mStream.Write(bytes, N);
-  }
-
-  // Fails unless `size` more bytes are there to read.
-  static void Need(QEN_TDataStream& s, unsigned long long size, const char* what) {
-    unsigned long long left = s.mStream.Available();
-    if (left < size)
-      QEN_THROW(QEN_EStreamException,
-                QEN_TString::Format("truncated data: %s needs %llu bytes, %llu left at offset %llu",
-                                    what, size, left, s.mOffset));
-  }
-
-  static void Take(QEN_TDataStream& s, void* data, unsigned size, const char* what) {
-    Need(s, size, what);
-    if (size == 0) return;
-    unsigned got = s.mStream.Read(data, size);
-    if (got != size)
-      QEN_THROW(QEN_EStreamException,
-                QEN_TString::Format("truncated data: %s needs %u bytes, got %u at offset %llu",
-                                    what, size, got, s.mOffset));
-    s.mOffset += size;
+    ToLittleEndian<N>(bytes, value);
+    s.Put(bytes, N);
   }
 
   template <unsigned N>
   static unsigned long long GetLittleEndian(QEN_TDataStream& s, const char* what) {
     unsigned char bytes[N];
-    Take(s, bytes, N, what);
-    unsigned long long value = 0;
-    for (unsigned i = 0; i < N; ++i) value |= static_cast<unsigned long long>(bytes[i]) << (8 * i);
-    return value;
+    s.TakeInto(bytes, N, what);
+    return FromLittleEndian<N>(bytes);
   }
 
-  static void PutName(QEN_TDataStream& s, unsigned char marker, const char* name) {
-    std::size_t length = name != nullptr ? std::strlen(name) : 0;
+  [[noreturn]] static void Truncated(const QEN_TDataStream& s, const char* what,
+                                     unsigned long long size, unsigned long long left) {
+    Fail(QEN_TString::Format("truncated data: %s needs %llu bytes, %llu left at offset %llu", what,
+                             size, left, s.mOffset));
+  }
+
+  // Bytes left to read.
+  static unsigned long long Left(const QEN_TDataStream& s) {
+    if (s.mMemory != nullptr) return s.mMemory->mLength - s.mMemory->mPosition;
+    return s.mStream.Available() + (s.mPushedBack >= 0 ? 1 : 0);
+  }
+
+  static void CheckName(const char* name, std::size_t length, const char* what) {
     bool valid = length > 0 && length <= kMaxNameLength;
     for (std::size_t i = 0; valid && i < length; ++i)
       valid = IsNameChar(static_cast<unsigned char>(name[i]));
     if (!valid)
-      QEN_THROW(QEN_EStreamException,
-                QEN_TString::Format("cannot write %s: the class name must be 1 to %u letters, "
-                                    "digits or '_'",
-                                    MarkerText(marker), kMaxNameLength));
-    unsigned char head[2] = {marker, static_cast<unsigned char>(length)};
-    s.mStream.Write(head, 2);
-    s.mStream.Write(name, static_cast<unsigned>(length));
+      Fail(QEN_TString::Format("cannot write %s: the class name must be 1 to %u letters, "
+                               "digits or '_'",
+                               what, kMaxNameLength));
   }
 
-  // Reads a marker and the name behind it.
-  static std::string GetName(QEN_TDataStream& s, unsigned char marker) {
-    unsigned long long start = s.mOffset;
-    unsigned char head[2];
-    Take(s, head, 1, MarkerText(marker));
-    if (head[0] != marker)
-      QEN_THROW(QEN_EStreamException,
-                QEN_TString::Format("expected %s (marker '%c'), found byte 0x%02X at offset %llu",
-                                    MarkerText(marker), marker, head[0], start));
-    Take(s, head + 1, 1, "a class name length");
-    unsigned length = head[1];
-    if (length == 0)
-      QEN_THROW(QEN_EStreamException,
-                QEN_TString::Format("empty class name at offset %llu", start + 1));
+  // Writes `marker` (none for an object) and the class: its number, or its
+  // definition the first time. `object` is the class object of an object.
+  static void PutClass(QEN_TDataStream& s, unsigned char marker, const char* name,
+                       const QEN_TClass* object) {
+    std::vector<WrittenClass>& classes = s.mWrittenClasses;
+    std::size_t number = classes.size();
+    if (object != nullptr)
+      for (std::size_t i = 0; i < classes.size(); ++i)
+        if (classes[i].object == object) {
+          number = i;
+          break;
+        }
+    // By name only where a frame may have named the class first.
+    if (number == classes.size() && name != nullptr && (object == nullptr || s.mFramesNamed))
+      for (std::size_t i = 0; i < classes.size(); ++i)
+        if (classes[i].name == name) {
+          number = i;
+          if (classes[i].object == nullptr) classes[i].object = object;
+          break;
+        }
+    unsigned char head[4];
+    unsigned n = 0;
+    if (marker != kObjectMarker) head[n++] = marker;
+    if (number < classes.size()) {
+      if (number < kLongClassNumber) {
+        head[n++] = static_cast<unsigned char>(number);
+      } else {
+        head[n++] = kLongClassNumber;
+        head[n++] = static_cast<unsigned char>(number);
+        head[n++] = static_cast<unsigned char>(number >> 8);
+      }
+      return s.Put(head, n);
+    }
+    std::size_t length = name != nullptr ? std::strlen(name) : 0;
+    CheckName(name, length, MarkerText(marker));
+    if (classes.size() >= kMaxClasses)
+      Fail(QEN_TString::Format("cannot write %s: more than %u classes in one stream",
+                               MarkerText(marker), kMaxClasses));
+    if (classes.empty()) classes.reserve(kFirstClasses);
+    classes.push_back(WrittenClass{object, std::string(name, length)});
+    if (object == nullptr) s.mFramesNamed = true;
+    head[n++] = kNewClass;
+    head[n++] = static_cast<unsigned char>(length);
+    s.Put(head, n);
+    s.Put(name, static_cast<unsigned>(length));
+  }
+
+  // Reads a mark behind its first byte: the version it names applies from
+  // here on, with no classes known yet.
+  static void ReadMark(QEN_TDataStream& s, unsigned long long start) {
+    unsigned char version = s.TakeByte("a format version");
+    if (version != 2)
+      Fail(QEN_TString::Format("unknown format version %u at offset %llu", version, start + 1));
+    s.mReadVersion = version;
+    s.mReadClasses.clear();
+  }
+
+  // The first byte of an object or a class frame; a mark met there starts a
+  // stream of its own.
+  static unsigned char HeadByte(QEN_TDataStream& s, const char* what, unsigned long long& start) {
+    if (s.mReadVersion == 0) s.StartReading();
+    for (;;) {
+      start = s.mOffset;
+      unsigned char byte = s.TakeByte(what);
+      if (byte != kStreamMark) return byte;
+      // The class numbers start again, so no object may be open.
+      if (s.mDepth > 0)
+        Fail(QEN_TString::Format("format mark inside an object at offset %llu", start));
+      ReadMark(s, start);
+    }
+  }
+
+  static std::string ReadName(QEN_TDataStream& s, unsigned long long start) {
+    unsigned length = s.TakeByte("a class name length");
+    if (length == 0) Fail(QEN_TString::Format("empty class name at offset %llu", start + 1));
     char name[kMaxNameLength];
-    Take(s, name, length, "a class name");
+    unsigned long long at = s.mOffset;
+    s.TakeInto(name, length, "a class name");
     for (unsigned i = 0; i < length; ++i)
       if (!IsNameChar(static_cast<unsigned char>(name[i])))
-        QEN_THROW(QEN_EStreamException,
-                  QEN_TString::Format("invalid byte 0x%02X in a class name at offset %llu",
-                                      static_cast<unsigned char>(name[i]), start + 2 + i));
+        Fail(QEN_TString::Format("invalid byte 0x%02X in a class name at offset %llu",
+                                 static_cast<unsigned char>(name[i]), at + i));
     return std::string(name, length);
+  }
+
+  // The class of an object or frame whose head byte is `byte`, as an index
+  // into the stream's table. A first version stream names the class in full
+  // each time: it is held in `scratch` (index kScratch).
+  static constexpr std::size_t kScratch = ~static_cast<std::size_t>(0);
+
+  static ReadClass& Entry(QEN_TDataStream& s, std::size_t index, ReadClass& scratch) {
+    return index == kScratch ? scratch : s.mReadClasses[index];
+  }
+
+  static std::size_t ClassAt(QEN_TDataStream& s, unsigned char marker, unsigned char byte,
+                             unsigned long long start, ReadClass& scratch) {
+    if (s.mReadVersion == 1) {
+      if (byte != marker)
+        Fail(QEN_TString::Format("expected %s (marker '%c'), found byte 0x%02X at offset %llu",
+                                 MarkerText(marker), marker, byte, start));
+      scratch.name = ReadName(s, start);
+      scratch.found = QEN_TClass::Find(scratch.name.c_str());
+      scratch.buildable = false;
+      return kScratch;
+    }
+    if (marker != kObjectMarker) {
+      if (byte != marker)
+        Fail(QEN_TString::Format("expected %s (marker '%c'), found byte 0x%02X at offset %llu",
+                                 MarkerText(marker), marker, byte, start));
+      start = s.mOffset;
+      byte = s.TakeByte("a class");
+    }
+    unsigned number = byte;
+    if (byte == kNewClass) {
+      if (s.mReadClasses.size() >= kMaxClasses)
+        Fail(QEN_TString::Format("more than %u classes in one stream at offset %llu", kMaxClasses,
+                                 start));
+      std::string name = ReadName(s, start);
+      const QEN_TClass* found = QEN_TClass::Find(name.c_str());
+      if (s.mReadClasses.empty()) s.mReadClasses.reserve(kFirstClasses);
+      s.mReadClasses.push_back(ReadClass{std::move(name), found, false});
+      return s.mReadClasses.size() - 1;
+    }
+    if (byte == kLongClassNumber) {
+      number = static_cast<unsigned>(GetLittleEndian<2>(s, "a class number"));
+    } else if (byte > kLongClassNumber) {
+      Fail(QEN_TString::Format("expected %s (a class), found byte 0x%02X at offset %llu",
+                               MarkerText(marker), byte, start));
+    }
+    if (number >= s.mReadClasses.size())
+      Fail(QEN_TString::Format("class number %u at offset %llu was never named", number, start));
+    return number;
   }
 
   // Bounds the nesting of objects, in both directions: what can't be read
@@ -133,9 +280,8 @@ class QEN_TDataStream::Impl {
    public:
     Depth(QEN_TDataStream& s, unsigned long long offset) : mStream(s) {
       if (s.mDepth >= sMaxDepth)
-        QEN_THROW(
-            QEN_EStreamException,
-            QEN_TString::Format("objects nested deeper than %u at offset %llu", sMaxDepth, offset));
+        Fail(QEN_TString::Format("objects nested deeper than %u at offset %llu", sMaxDepth,
+                                 offset));
       ++s.mDepth;
     }
     ~Depth() { --mStream.mDepth; }
@@ -157,40 +303,129 @@ class QEN_TDataStream::Impl {
   // of the wrong kind, a check of the class itself, a length_error or
   // bad_alloc of the standard library) becomes a stream failure with a
   // place: a reader of outside bytes has one failure type to catch.
-  static void Unpack(QEN_TDataStream& s, QEN_IPackable& object, const std::string& name,
-                     unsigned long long start) {
+  static void Unpack(QEN_TDataStream& s, QEN_IPackable& object, std::size_t index,
+                     ReadClass& scratch, unsigned long long start) {
     try {
       object.QEN_Unpack(s);
     } catch (const QEN_EStreamException&) {
       throw;
     } catch (const QEN_EException& e) {
-      CannotRead(name, start, e.QEN_Message().c_str());
+      CannotRead(Entry(s, index, scratch).name, start, e.QEN_Message().c_str());
     } catch (const std::exception& e) {
-      CannotRead(name, start, e.what());
+      CannotRead(Entry(s, index, scratch).name, start, e.what());
     }
   }
 
   [[noreturn]] static void CannotRead(const std::string& name, unsigned long long start,
                                       const char* why) {
-    QEN_THROW(QEN_EStreamException,
-              QEN_TString::Format("cannot read object of class \"%s\" at offset %llu: %s",
-                                  name.c_str(), start, why));
-    std::abort();  // QEN_THROW never comes back
+    Fail(QEN_TString::Format("cannot read object of class \"%s\" at offset %llu: %s",
+                             name.c_str(), start, why));
+  }
+
+  static void UnpackFrame(QEN_TDataStream& s, unsigned char marker, const char* name) {
+    unsigned long long start = 0;
+    unsigned char byte = HeadByte(s, MarkerText(marker), start);
+    ReadClass scratch;
+    const ReadClass& found = Entry(s, ClassAt(s, marker, byte, start, scratch), scratch);
+    if (name == nullptr || found.name != name)
+      Fail(QEN_TString::Format("expected %s \"%s\", found \"%s\" at offset %llu",
+                               marker == kBeginMarker ? "begin of class" : "end of class",
+                               name != nullptr ? name : "", found.name.c_str(), start));
   }
 };
 
-QEN_TDataStream::QEN_TDataStream(QEN_IStream& stream) : mStream(stream) {}
+QEN_TDataStream::QEN_TDataStream(QEN_IStream& stream) : mStream(stream) {
+  if (typeid(stream) == typeid(QEN_TMemoryStream))
+    mMemory = static_cast<QEN_TMemoryStream*>(&stream);
+}
 
 QEN_TDataStream::~QEN_TDataStream() = default;
 
 bool QEN_TDataStream::Flush() { return mStream.Flush(); }
 
 // ---------------------------------------------------------------------------
+// Bytes in and out
+
+inline void QEN_TDataStream::Put(const void* data, unsigned size) {
+  if (mWriteVersion == 0) {
+    mWriteVersion = sVersion;
+    const unsigned char mark[2] = {kStreamMark, sVersion};
+    Put(mark, 2);
+  }
+  if (mMemory != nullptr) {
+    QEN_TMemoryStream& m = *mMemory;
+    if (size <= m.mCapacity - m.mLength) {
+      if (size > 0) std::memcpy(m.mData + m.mLength, data, size);
+      m.mLength += size;
+      return;
+    }
+  }
+  if (size > 0) mStream.Write(data, size);
+}
+
+// Looks for the mark at the start: without it, the stream is of the first
+// version and the byte read belongs to its first item.
+void QEN_TDataStream::StartReading() {
+  mReadVersion = 1;
+  unsigned long long start = mOffset;
+  if (mMemory != nullptr) {
+    const QEN_TMemoryStream& m = *mMemory;
+    if (m.mPosition == m.mLength || m.mData[m.mPosition] != kStreamMark) return;
+    TakeByte("a format mark");
+  } else {
+    unsigned char byte = 0;
+    if (mStream.Available() == 0 || mStream.Read(&byte, 1) != 1) return;
+    if (byte != kStreamMark) {
+      mPushedBack = byte;
+      return;
+    }
+    ++mOffset;
+  }
+  Impl::ReadMark(*this, start);
+}
+
+inline void QEN_TDataStream::TakeInto(void* data, unsigned size, const char* what) {
+  if (mReadVersion == 0) StartReading();
+  if (mMemory != nullptr) {
+    QEN_TMemoryStream& m = *mMemory;
+    unsigned left = m.mLength - m.mPosition;
+    if (left < size) Impl::Truncated(*this, what, size, left);
+    if (size > 0) std::memcpy(data, m.mData + m.mPosition, size);
+    m.mPosition += size;
+    mOffset += size;
+    return;
+  }
+  unsigned long long left = Impl::Left(*this);
+  if (left < size) Impl::Truncated(*this, what, size, left);
+  if (size == 0) return;
+  unsigned char* out = static_cast<unsigned char*>(data);
+  unsigned done = 0;
+  if (mPushedBack >= 0) {
+    out[done++] = static_cast<unsigned char>(mPushedBack);
+    mPushedBack = -1;
+  }
+  if (done < size) {
+    unsigned got = mStream.Read(out + done, size - done);
+    if (got != size - done)
+      Fail(QEN_TString::Format("truncated data: %s needs %u bytes, got %u at offset %llu", what,
+                               size, done + got, mOffset));
+  }
+  mOffset += size;
+}
+
+inline unsigned char QEN_TDataStream::TakeByte(const char* what) {
+  unsigned char byte;
+  TakeInto(&byte, 1, what);
+  return byte;
+}
+
+// ---------------------------------------------------------------------------
 // Writing
 
 QEN_IPacking& QEN_TDataStream::operator<<(const QEN_IPackable& object) {
   Impl::Depth depth(*this, mOffset);
-  Impl::PutName(*this, kObjectMarker, object.ClassObject().name);
+  const QEN_TClass& cls = object.ClassObject();
+  Impl::PutClass(*this, kObjectMarker, cls.name, &cls);
   object.QEN_Pack(*this);
   return *this;
 }
@@ -234,17 +469,71 @@ QEN_IPacking& QEN_TDataStream::operator<<(int value) {
 }
 
 QEN_IPacking& QEN_TDataStream::PutBytes(const void* data, unsigned size) {
-  if (size > 0) mStream.Write(data, size);
+  Put(data, size);
   return *this;
 }
 
 QEN_IPacking& QEN_TDataStream::PackBeginClass(const char* name) {
-  Impl::PutName(*this, kBeginMarker, name);
+  Impl::PutClass(*this, kBeginMarker, name, nullptr);
   return *this;
 }
 
 QEN_IPacking& QEN_TDataStream::PackEndClass(const char* name) {
-  Impl::PutName(*this, kEndMarker, name);
+  Impl::PutClass(*this, kEndMarker, name, nullptr);
+  return *this;
+}
+
+// The count as a varint of 2n + wide, then one byte per unit when all of
+// them are below 0x100, else two.
+QEN_IPacking& QEN_TDataStream::PutChars(const QEN_TUniChar* chars, unsigned count) {
+  bool wide = false;
+  for (unsigned i = 0; i < count && !wide; ++i) wide = chars[i] > 0xFF;
+  unsigned long long head = (static_cast<unsigned long long>(count) << 1) | (wide ? 1 : 0);
+  unsigned char bytes[kChunkUnits * 2];
+  unsigned n = 0;
+  do {
+    bytes[n++] = static_cast<unsigned char>((head & 0x7F) | (head > 0x7F ? 0x80 : 0));
+    head >>= 7;
+  } while (head != 0);
+  const unsigned long long size = static_cast<unsigned long long>(count) * (wide ? 2 : 1);
+  if (mMemory != nullptr && mWriteVersion != 0 &&
+      n + size <= mMemory->mCapacity - mMemory->mLength) {
+    // Straight into the memory stream's bytes.
+    unsigned char* out = mMemory->mData + mMemory->mLength;
+    std::memcpy(out, bytes, n);
+    out += n;
+    if (wide)
+      for (unsigned i = 0; i < count; ++i) ToLittleEndian<2>(out + 2 * i, chars[i]);
+    else
+      for (unsigned i = 0; i < count; ++i) out[i] = static_cast<unsigned char>(chars[i]);
+    mMemory->mLength += n + static_cast<unsigned>(size);
+    return *this;
+  }
+  Put(bytes, n);
+  for (unsigned done = 0; done < count;) {
+    unsigned piece = std::min(kChunkUnits, count - done);
+    if (wide) {
+      for (unsigned i = 0; i < piece; ++i) ToLittleEndian<2>(bytes + 2 * i, chars[done + i]);
+      Put(bytes, 2 * piece);
+    } else {
+      for (unsigned i = 0; i < piece; ++i) bytes[i] = static_cast<unsigned char>(chars[done + i]);
+      Put(bytes, piece);
+    }
+    done += piece;
+  }
+  return *this;
+}
+
+// The first version's layout, for other packers.
+QEN_IPacking& QEN_IPacking::PutChars(const QEN_TUniChar* chars, unsigned count) {
+  *this << count;
+  unsigned char bytes[kChunkUnits * 2];
+  for (unsigned done = 0; done < count;) {
+    unsigned piece = std::min(kChunkUnits, count - done);
+    for (unsigned i = 0; i < piece; ++i) ToLittleEndian<2>(bytes + 2 * i, chars[done + i]);
+    PutBytes(bytes, 2 * piece);
+    done += piece;
+  }
   return *this;
 }
 
@@ -252,15 +541,17 @@ QEN_IPacking& QEN_TDataStream::PackEndClass(const char* name) {
 // Reading
 
 QEN_IUnpacking& QEN_TDataStream::operator>>(QEN_IPackable& object) {
-  unsigned long long start = mOffset;
-  std::string name = Impl::GetName(*this, kObjectMarker);
-  const char* expected = object.ClassObject().name;
-  if (name != expected)
-    QEN_THROW(QEN_EStreamException,
-              QEN_TString::Format("expected an object of class \"%s\", found \"%s\" at offset %llu",
-                                  expected, name.c_str(), start));
+  unsigned long long start = 0;
+  unsigned char byte = Impl::HeadByte(*this, "an object", start);
+  ReadClass scratch;
+  std::size_t index = Impl::ClassAt(*this, kObjectMarker, byte, start, scratch);
+  const ReadClass& found = Impl::Entry(*this, index, scratch);
+  const QEN_TClass& expected = object.ClassObject();
+  if (found.found != &expected && found.name != expected.name)
+    Fail(QEN_TString::Format("expected an object of class \"%s\", found \"%s\" at offset %llu",
+                             expected.name, found.name.c_str(), start));
   Impl::Depth depth(*this, start);
-  Impl::Unpack(*this, object, name, start);
+  Impl::Unpack(*this, object, index, scratch, start);
   return *this;
 }
 
@@ -271,11 +562,9 @@ QEN_IUnpacking& QEN_TDataStream::operator>>(double* value) {
 }
 
 QEN_IUnpacking& QEN_TDataStream::operator>>(bool* value) {
-  unsigned long long start = mOffset;
-  unsigned long long byte = Impl::GetLittleEndian<1>(*this, "a bool");
+  unsigned char byte = TakeByte("a bool");
   if (byte > 1)
-    QEN_THROW(QEN_EStreamException,
-              QEN_TString::Format("invalid bool byte 0x%02llX at offset %llu", byte, start));
+    Fail(QEN_TString::Format("invalid bool byte 0x%02X at offset %llu", byte, mOffset - 1));
   *value = byte == 1;
   return *this;
 }
@@ -296,7 +585,7 @@ QEN_IUnpacking& QEN_TDataStream::operator>>(unsigned short* value) {
 }
 
 QEN_IUnpacking& QEN_TDataStream::operator>>(unsigned char* value) {
-  *value = static_cast<unsigned char>(Impl::GetLittleEndian<1>(*this, "an unsigned 8"));
+  *value = TakeByte("an unsigned 8");
   return *this;
 }
 
@@ -306,64 +595,113 @@ QEN_IUnpacking& QEN_TDataStream::operator>>(int* value) {
 }
 
 QEN_IUnpacking& QEN_TDataStream::GetBytes(void* data, unsigned size) {
-  Impl::Take(*this, data, size, "a run of bytes");
+  TakeInto(data, size, "a run of bytes");
   return *this;
 }
 
 QEN_IUnpacking& QEN_TDataStream::UnpackBeginClass(const char* name) {
-  unsigned long long start = mOffset;
-  std::string found = Impl::GetName(*this, kBeginMarker);
-  if (name == nullptr || found != name)
-    QEN_THROW(QEN_EStreamException,
-              QEN_TString::Format("expected begin of class \"%s\", found \"%s\" at offset %llu",
-                                  name != nullptr ? name : "", found.c_str(), start));
+  Impl::UnpackFrame(*this, kBeginMarker, name);
   return *this;
 }
 
 QEN_IUnpacking& QEN_TDataStream::UnpackEndClass(const char* name) {
-  unsigned long long start = mOffset;
-  std::string found = Impl::GetName(*this, kEndMarker);
-  if (name == nullptr || found != name)
-    QEN_THROW(QEN_EStreamException,
-              QEN_TString::Format("expected end of class \"%s\", found \"%s\" at offset %llu",
-                                  name != nullptr ? name : "", found.c_str(), start));
+  Impl::UnpackFrame(*this, kEndMarker, name);
   return *this;
 }
 
 QEN_IPackable* QEN_TDataStream::Extract(bool) {
-  unsigned long long start = mOffset;
-  std::string name = Impl::GetName(*this, kObjectMarker);
-  const QEN_TClass* found = QEN_TClass::Find(name.c_str());
-  if (found == nullptr)
-    QEN_THROW(QEN_EUnknownClass,
-              QEN_TString::Format("unknown class \"%s\" at offset %llu", name.c_str(), start));
-  if (found->isInterface || found->factory == nullptr)
-    QEN_THROW(
-        QEN_EStreamException,
-        QEN_TString::Format("class \"%s\" at offset %llu has no factory", name.c_str(), start));
-  if (!found->Implements("QEN_IPackable"))
-    QEN_THROW(
-        QEN_EStreamException,
-        QEN_TString::Format("class \"%s\" at offset %llu is not packable", name.c_str(), start));
-  if (!Impl::Admitted(*this, name))
-    QEN_THROW(QEN_EStreamException,
-              QEN_TString::Format("class \"%s\" at offset %llu is not expected here", name.c_str(),
-                                  start));
+  unsigned long long start = 0;
+  unsigned char byte = Impl::HeadByte(*this, "an object", start);
+  ReadClass scratch;
+  std::size_t index = Impl::ClassAt(*this, kObjectMarker, byte, start, scratch);
+  // The entry may move while the object is read: the table grows.
+  ReadClass& entry = Impl::Entry(*this, index, scratch);
+  const QEN_TClass* found = entry.found;
+  const char* name = entry.name.c_str();
+  if (!entry.buildable) {
+    if (found == nullptr)
+      QEN_THROW(QEN_EUnknownClass,
+                QEN_TString::Format("unknown class \"%s\" at offset %llu", name, start));
+    if (found->isInterface || found->factory == nullptr)
+      Fail(QEN_TString::Format("class \"%s\" at offset %llu has no factory", name, start));
+    if (!found->Implements("QEN_IPackable"))
+      Fail(QEN_TString::Format("class \"%s\" at offset %llu is not packable", name, start));
+    entry.buildable = true;
+  }
+  if (!Impl::Admitted(*this, entry.name))
+    Fail(QEN_TString::Format("class \"%s\" at offset %llu is not expected here", name, start));
   Impl::Depth depth(*this, start);
 
   QEN_TObject* made = found->factory();
   if (made == nullptr)
-    QEN_THROW(QEN_EStreamException,
-              QEN_TString::Format("out of memory building class \"%s\" at offset %llu",
-                                  name.c_str(), start));
+    Fail(QEN_TString::Format("out of memory building class \"%s\" at offset %llu", name, start));
   // Deleted through its QEN_IInterface part unless it is handed out.
   std::unique_ptr<QEN_IInterface> owner(made);
   QEN_IPackable* object = static_cast<QEN_IPackable*>(owner->DynamicCast("QEN_IPackable"));
   if (object == nullptr)
-    QEN_THROW(
-        QEN_EStreamException,
-        QEN_TString::Format("class \"%s\" at offset %llu is not packable", name.c_str(), start));
-  Impl::Unpack(*this, *object, name, start);
+    Fail(QEN_TString::Format("class \"%s\" at offset %llu is not packable", name, start));
+  Impl::Unpack(*this, *object, index, scratch, start);
   owner.release();
   return object;
+}
+
+QEN_IUnpacking& QEN_TDataStream::GetChars(std::u16string& chars) {
+  if (mReadVersion == 0) StartReading();
+  if (mReadVersion == 1) return QEN_IUnpacking::GetChars(chars);
+  unsigned long long start = mOffset;
+  unsigned long long head = 0;
+  for (unsigned shift = 0;; shift += 7) {
+    unsigned char byte = TakeByte("a character count");
+    if (shift == 35 || (shift == 28 && (byte & 0x7F) > 0x1F))
+      Fail(QEN_TString::Format("character count too large at offset %llu", start));
+    head |= static_cast<unsigned long long>(byte & 0x7F) << shift;
+    if ((byte & 0x80) == 0) break;
+  }
+  const bool wide = (head & 1) != 0;
+  const unsigned count = static_cast<unsigned>(head >> 1);
+  const unsigned long long size = static_cast<unsigned long long>(count) * (wide ? 2 : 1);
+  unsigned long long left = Impl::Left(*this);
+  if (left < size) Impl::Truncated(*this, "a string", size, left);
+  chars.resize(count);
+  char16_t* out = &chars[0];
+  if (mMemory != nullptr) {
+    QEN_TMemoryStream& m = *mMemory;
+    const unsigned char* in = m.mData + m.mPosition;
+    if (wide)
+      for (unsigned i = 0; i < count; ++i)
+        out[i] = static_cast<char16_t>(FromLittleEndian<2>(in + 2 * i));
+    else
+      for (unsigned i = 0; i < count; ++i) out[i] = in[i];
+    m.mPosition += static_cast<unsigned>(size);
+    mOffset += size;
+    return *this;
+  }
+  unsigned char bytes[kChunkUnits * 2];
+  for (unsigned done = 0; done < count;) {
+    unsigned piece = std::min(kChunkUnits, count - done);
+    TakeInto(bytes, wide ? 2 * piece : piece, "a string");
+    for (unsigned i = 0; i < piece; ++i)
+      out[done + i] = wide ? static_cast<char16_t>(FromLittleEndian<2>(bytes + 2 * i)) : bytes[i];
+    done += piece;
+  }
+  return *this;
+}
+
+// The first version's layout. The text grows only as far as the stream
+// really delivers it: a count that promises more than the stream holds fails
+// in GetBytes first.
+QEN_IUnpacking& QEN_IUnpacking::GetChars(std::u16string& chars) {
+  unsigned count = 0;
+  *this >> &count;
+  std::u16string text;
+  unsigned char bytes[kChunkUnits * 2];
+  for (unsigned done = 0; done < count;) {
+    unsigned piece = std::min(kChunkUnits, count - done);
+    GetBytes(bytes, 2 * piece);
+    for (unsigned i = 0; i < piece; ++i)
+      text += static_cast<char16_t>(FromLittleEndian<2>(bytes + 2 * i));
+    done += piece;
+  }
+  chars = std::move(text);
+  return *this;
 }

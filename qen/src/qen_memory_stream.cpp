@@ -15,7 +15,8 @@ QEN_IStream::~QEN_IStream() = default;
 namespace {
 
 constexpr unsigned kMaxSize = std::numeric_limits<unsigned>::max();
-constexpr unsigned kFirstCapacity = 256;
+// Large enough for a ticket or a small dictionary in one allocation.
+constexpr unsigned kFirstCapacity = 2048;
 
 }  // namespace
 

@@ -218,10 +218,22 @@ int FindIn(const std::u16string& text, const char16_t* what, std::size_t whatSiz
   return static_cast<int>(found);
 }
 
-// Frees a cached view and clears the slot.
+// Frees a cached view and clears the slot. Only operations that change or
+// end the string call it, and no other thread may read the string meanwhile:
+// plain loads and stores do, without a locked instruction per string.
 template <class T>
 void Drop(std::atomic<T*>& slot) {
-  delete[] slot.exchange(nullptr, std::memory_order_acq_rel);
+  T* view = slot.load(std::memory_order_relaxed);
+  if (view == nullptr) return;
+  slot.store(nullptr, std::memory_order_relaxed);
+  delete[] view;
+}
+
+// Hands the views of a string that is moved from to the new one.
+template <class T>
+void Take(std::atomic<T*>& to, std::atomic<T*>& from) {
+  to.store(from.load(std::memory_order_relaxed), std::memory_order_relaxed);
+  from.store(nullptr, std::memory_order_relaxed);
 }
 
 // Publishes a freshly built view, or gives the one another thread published
@@ -236,10 +248,6 @@ const T* Publish(std::atomic<T*>& slot, T* fresh) {
   delete[] fresh;
   return expected;
 }
-
-// Largest run of 16-bit units read or written in one piece, so that a
-// corrupt count in packed data never makes a large allocation up front.
-constexpr unsigned kChunkUnits = 64 * 1024;
 
 }  // namespace
 
@@ -275,8 +283,8 @@ QEN_TString::QEN_TString(const QEN_TString& other) : QEN_TObject(other), mText(o
 QEN_TString::QEN_TString(QEN_TString&& other) noexcept
     : QEN_TObject(other), mText(std::move(other.mText)) {
   // The views describe the text, so they travel with it.
-  mNarrow.store(other.mNarrow.exchange(nullptr));
-  mWide.store(other.mWide.exchange(nullptr));
+  Take(mNarrow, other.mNarrow);
+  Take(mWide, other.mWide);
   other.mText.clear();
 }
 
@@ -294,8 +302,8 @@ QEN_TString& QEN_TString::operator=(QEN_TString&& other) noexcept {
     other.mText.clear();
     Drop(mNarrow);
     Drop(mWide);
-    mNarrow.store(other.mNarrow.exchange(nullptr));
-    mWide.store(other.mWide.exchange(nullptr));
+    Take(mNarrow, other.mNarrow);
+    Take(mWide, other.mWide);
   }
   return *this;
 }
@@ -685,40 +693,15 @@ bool QEN_TString::QEN_IsEqualKey(const QEN_IHashable& other) const {
 // ---------------------------------------------------------------------------
 // Stored forms.
 
-// Binary: the number of 16-bit units as unsigned 32, then the units, two
-// bytes each, low byte first.
+// Binary: the characters as the stream lays them out (PutChars).
 void QEN_TString::QEN_Pack(QEN_IPacking& out) const {
-  out << static_cast<unsigned>(mText.size());
-  std::vector<unsigned char> bytes(2 * std::min<std::size_t>(kChunkUnits, mText.size()));
-  std::size_t done = 0;
-  while (done < mText.size()) {
-    std::size_t n = std::min<std::size_t>(kChunkUnits, mText.size() - done);
-    for (std::size_t i = 0; i < n; ++i) {
-      char16_t c = mText[done + i];
-      bytes[2 * i] = static_cast<unsigned char>(c & 0xFF);
-      bytes[2 * i + 1] = static_cast<unsigned char>(c >> 8);
-    }
-    out.PutBytes(bytes.data(), static_cast<unsigned>(2 * n));
-    done += n;
-  }
+  out.PutChars(mText.data(), static_cast<unsigned>(mText.size()));
 }
 
 void QEN_TString::QEN_Unpack(QEN_IUnpacking& in) {
-  unsigned count = 0;
-  in >> &count;
-  // The text grows only as far as the stream really delivers it: a count
-  // that promises more than the stream holds fails in GetBytes first.
+  // Read aside: a failure leaves the string as it was.
   std::u16string text;
-  std::vector<unsigned char> bytes(2 * std::min(count, kChunkUnits));
-  unsigned done = 0;
-  while (done < count) {
-    unsigned n = std::min(kChunkUnits, count - done);
-    in.GetBytes(bytes.data(), 2 * n);
-    for (unsigned i = 0; i < n; ++i) {
-      text += static_cast<char16_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8));
-    }
-    done += n;
-  }
+  in.GetChars(text);
   mText = std::move(text);
   Changed();
 }

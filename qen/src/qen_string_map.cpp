@@ -2,6 +2,7 @@
 // and the text helpers that all containers share.
 #include "qen_string_map.h"
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <string>
@@ -42,6 +43,23 @@ QEN_TAny& StringMap::Insert(const QEN_TString& key) {
   return added->value;
 }
 
+StringMap::Entry& StringMap::AppendUnindexed() {
+  mEntries.emplace_back();
+  return mEntries.back();
+}
+
+bool StringMap::IndexLast() {
+  Iterator last = std::prev(mEntries.end());
+  bool added = false;
+  try {
+    added = mIndex.emplace(&last->key.Chars(), last).second;
+  } catch (...) {
+    mEntries.pop_back();
+    throw;
+  }
+  return added;
+}
+
 bool StringMap::InsertNew(QEN_TString&& key, QEN_TAny&& value) {
   if (Find(key.Chars()) != nullptr) return false;
   mEntries.push_back(Entry{std::move(key), std::move(value)});
@@ -80,6 +98,10 @@ bool StringMap::Equals(const StringMap& other) const {
 
 // ---------------------------------------------------------------------------
 
+namespace {
+constexpr unsigned kMaxReserved = 256;
+}  // namespace
+
 void PackMap(const StringMap* map, QEN_IPacking& out) {
   out << (map != nullptr ? map->Size() : 0u);
   if (map == nullptr) return;
@@ -90,16 +112,22 @@ std::unique_ptr<StringMap> UnpackMap(QEN_IUnpacking& in, const char* owner) {
   unsigned count = 0;
   in >> &count;
   std::unique_ptr<StringMap> map(new StringMap);
-  // The count is only a claim: each entry is read before it takes room, so
-  // a short stream ends in the stream's own error.
+  // The count is only a claim: the index is sized for a few hundred entries
+  // at most, and each entry is read in place before the next one takes room,
+  // so a short stream ends in the stream's own error.
+  map->Reserve(std::min(count, kMaxReserved));
   for (unsigned i = 0; i < count; ++i) {
-    QEN_TString key;
-    QEN_TAny value;
-    in >> key >> value;
-    if (!map->InsertNew(std::move(key), std::move(value)))
+    StringMap::Entry& entry = map->AppendUnindexed();
+    try {
+      in >> entry.key >> entry.value;
+    } catch (...) {
+      map->DropLast();
+      throw;
+    }
+    if (!map->IndexLast())
       QEN_THROW(QEN_EStreamException,
                 QEN_TString::Format("%s: duplicate key \"%s\" in entry %u of %u", owner,
-                                    key.c_str(), i + 1, count));
+                                    entry.key.c_str(), i + 1, count));
   }
   return map;
 }

@@ -47,6 +47,13 @@ class StringMap {
   // Adds an entry whose key must be new; false, and nothing changed, when
   // the key is there already.
   bool InsertNew(QEN_TString&& key, QEN_TAny&& value);
+  // For readers that fill an entry in place: a new entry at the end, not
+  // yet in the index; then IndexLast puts it there, or gives false when its
+  // key is there already (the map is then to be thrown away).
+  Entry& AppendUnindexed();
+  bool IndexLast();
+  void DropLast() { mEntries.pop_back(); }
+  void Reserve(unsigned count) { mIndex.reserve(count); }
   bool Erase(const std::u16string& key);
   // Gives the entry behind the erased one.
   Iterator Erase(Iterator at);

@@ -30,9 +30,11 @@ std::string ReadWhole(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// The binary form starts with the object marker and the length of a class
-// name that is registered here; anything else is taken as text.
+// The binary form starts with its version mark, or (written before the
+// mark) with the object marker and the length of a class name that is
+// registered here; anything else is taken as text.
 bool LooksBinary(const std::string& bytes) {
+  if (bytes.size() >= 2 && bytes[0] == '\xB5' && bytes[1] == '\x02') return true;
   if (bytes.size() < 3 || bytes[0] != 'O') return false;
   const std::size_t length = static_cast<unsigned char>(bytes[1]);
   if (length == 0 || bytes.size() < 2 + length) return false;

@@ -5,6 +5,9 @@
 #ifndef QEN_STREAM_H
 #define QEN_STREAM_H
 
+#include <string>
+#include <vector>
+
 #include "qen/qen_object.h"
 #include "qen/qen_string.h"
 
@@ -52,6 +55,7 @@ class QEN_API QEN_TMemoryStream : public QEN_IStream {
   void Rewind() { mPosition = 0; }
 
  private:
+  friend class QEN_TDataStream;  // reads and writes the bytes in place
   void Reserve(unsigned needed);
 
   unsigned char* mData = nullptr;
@@ -114,6 +118,9 @@ class QEN_API QEN_IPacking {
   virtual QEN_IPacking& PutBytes(const void* data, unsigned size) = 0;
   virtual QEN_IPacking& PackBeginClass(const char* name) = 0;
   virtual QEN_IPacking& PackEndClass(const char* name) = 0;
+  // The characters of a string. By default: their number as unsigned 32,
+  // then each as two bytes, low byte first (through PutBytes).
+  virtual QEN_IPacking& PutChars(const QEN_TUniChar* chars, unsigned count);
 };
 
 // The reading side, in the same order.
@@ -135,6 +142,9 @@ class QEN_API QEN_IUnpacking {
   // Reads an object of whatever class stands in the stream, built by that
   // class's factory; the caller owns it.
   virtual QEN_IPackable* Extract(bool = true) = 0;
+  // The characters of a string, as PutChars wrote them; `chars` grows only
+  // as far as the stream really delivers them.
+  virtual QEN_IUnpacking& GetChars(std::u16string& chars);
 
   QEN_IUnpacking& operator>>(double& v) { return *this >> &v; }
   QEN_IUnpacking& operator>>(bool& v) { return *this >> &v; }
@@ -148,10 +158,19 @@ class QEN_API QEN_IUnpacking {
 // The binary stream over a byte stream. Reading trusts nothing: lengths are
 // checked against what is left, nesting is bounded, unknown classes refused;
 // every failure is a QEN_EStreamException that says what and where.
+//
+// A stream starts with a mark that names its format version. Writing always
+// uses the current version, in which each class name is written once and
+// then referred to by a small number; reading understands the current
+// version and the first one (no mark), so files written before still read.
+// The class numbers belong to one QEN_TDataStream: what one of them wrote is
+// read back by one QEN_TDataStream, from the start.
 class QEN_API QEN_TDataStream : public QEN_IPacking, public QEN_IUnpacking {
  public:
   // Objects nested deeper than this are refused when reading.
   static const unsigned sMaxDepth;
+  // The format version that writing uses.
+  static const unsigned char sVersion;
 
   explicit QEN_TDataStream(QEN_IStream& stream);
   ~QEN_TDataStream() override;
@@ -182,11 +201,15 @@ class QEN_API QEN_TDataStream : public QEN_IPacking, public QEN_IUnpacking {
   QEN_IUnpacking& UnpackBeginClass(const char* name) override;
   QEN_IUnpacking& UnpackEndClass(const char* name) override;
   QEN_IPackable* Extract(bool = true) override;
+  QEN_IPacking& PutChars(const QEN_TUniChar* chars, unsigned count) override;
+  QEN_IUnpacking& GetChars(std::u16string& chars) override;
 
   bool Flush();
   // Bytes read so far, for messages.
   unsigned long long Offset() const { return mOffset; }
   QEN_IStream& Stream() { return mStream; }
+  // The format version of what is being read: 0 before the first read.
+  unsigned char ReadVersion() const { return mReadVersion; }
 
   // Limits what Extract may build to the classes named here (a null-ended
   // list of names that outlives the reading); any other class name in the
@@ -197,10 +220,27 @@ class QEN_API QEN_TDataStream : public QEN_IPacking, public QEN_IUnpacking {
 
  private:
   class Impl;
+  struct ReadClass;
+  struct WrittenClass;
+
+  void Put(const void* data, unsigned size);
+  void TakeInto(void* data, unsigned size, const char* what);
+  unsigned char TakeByte(const char* what);
+  void StartReading();
+
   QEN_IStream& mStream;
+  // Set when the byte stream is a plain QEN_TMemoryStream: items go straight
+  // to and from its bytes, without a virtual call each.
+  QEN_TMemoryStream* mMemory = nullptr;
   unsigned long long mOffset = 0;
   unsigned mDepth = 0;
   const char* const* mAdmitted = nullptr;
+  unsigned char mWriteVersion = 0;  // 0 until the mark is written
+  unsigned char mReadVersion = 0;   // 0 until the mark (or its absence) is read
+  int mPushedBack = -1;             // a byte read to look for the mark
+  bool mFramesNamed = false;        // a class frame named a class for the writer
+  std::vector<ReadClass> mReadClasses;
+  std::vector<WrittenClass> mWrittenClasses;
 };
 
 // The text stream. Writing chains like an ostream; reading gives characters,
