@@ -1,6 +1,13 @@
 // The ticket as a value: defaults, the unrotated view, copying with a mask,
 // assignment, comparison, Wipe, the accessors that refuse, the class frame
-// and the flat dictionary.
+// and the flat dictionary; its dependencies, flags and format code; and the
+// ticket held against real files and processes: validity and readiness.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,9 +15,11 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "buffer_test_support.h"
 #include "stream_test_support.h"
 #include "vyr_ticket_samples.h"
 
@@ -429,4 +438,450 @@ TEST_F(TicketTest, DictionaryEdges) {
   EXPECT_EQ(odd.CanODL(), VYR_CanInvalid);
   writer.Internal("ODL") = "limited";
   EXPECT_EQ(odd.CanODL(), VYR_CanLimited);
+}
+
+// --- Dependencies and the related-image link --------------------------------------------
+
+namespace {
+
+// The URLs (or with details, the dictionaries' "URL") in the list, as text.
+std::vector<std::string> Urls(const QEN_TList& list) {
+  std::vector<std::string> urls;
+  for (const QEN_TListKey* key = list.KeyAtHead(); key != nullptr; key = key->Next()) {
+    const QEN_TAny& value = key->Value();
+    const QEN_TDict* details = value.DynamicCast<QEN_TDict>();
+    const QEN_TURL* url = (details ? (*details)["URL"] : value).DynamicCast<QEN_TURL>();
+    urls.push_back(url ? url->AsString().c_str() : "?");
+  }
+  return urls;
+}
+
+const char kOwn[] = "file:///jobs/2024/brochure%20cover.tif";
+
+}  // namespace
+
+TEST_F(TicketTest, DependenciesListTheOtherFilesOnce) {
+  VYR_TImageTicket ticket = Sample(VYR_FillFullInfo);
+  VYR_TTicketWriter writer(ticket);
+  QEN_TList& refs = writer.ExternalRefs();
+  const QEN_TURL own(kOwn);
+  // Its own file, and a range inside its own file, are no dependencies.
+  refs.AddAtTail(QEN_TAny(VYR_TReference(own, VYR_Inch, 0, 0)));
+  refs.AddAtTail(QEN_TAny(VYR_TReference(VYR_EmbeddedFile(own, 10, 20, 0, 0, 0), VYR_Inch, 0, 0)));
+  // A range in another file counts as that file.
+  VYR_TReference fonts(
+      VYR_EmbeddedFile(QEN_TURL("file:///jobs/2024/fonts.bin?password=x"), 5, 0, 0, 0, 0),
+      VYR_Inch, 0, 0);
+  fonts.AddStampInfo("2024-02-15T22:42:14Z", "5000", "");
+  refs.AddAtTail(QEN_TAny(fonts));
+  QEN_TArray separations(4);
+  separations[0] = VYR_TReference(QEN_TURL("file:///jobs/2024/cover.C.tif"), VYR_Inch, 0, 0);
+  separations[1] = QEN_TURL("file:///jobs/2024/cover.M.tif");
+  separations[2] = 42u;  // skipped
+  separations[3] = QEN_TURL(own);
+  writer.ExtendedInfo()["Separations"] = separations;
+
+  QEN_TList list;
+  list.AddAtTail(QEN_TAny("kept"));
+  EXPECT_TRUE(ticket.Dependencies(list, false, false));
+  EXPECT_EQ(Urls(list), (std::vector<std::string>{"?", "file:///jobs/2024/logo.eps",
+                                                  "file:///jobs/2024/cyan.tif",
+                                                  "file:///jobs/2024/fonts.bin",
+                                                  "file:///jobs/2024/cover.C.tif",
+                                                  "file:///jobs/2024/cover.M.tif"}));
+
+  // Details say what the reference knows, and leave out what it doesn't.
+  QEN_TList detailed;
+  EXPECT_TRUE(ticket.Dependencies(detailed, false, true));
+  auto keys = [&](unsigned index) {
+    std::string names;
+    for (QEN_TConstIterator at(*detailed[index].DynamicCast<QEN_TDict>()); !at.IsDone(); ++at)
+      names += std::string(at.Key().DynamicCast<QEN_TString>()->c_str()) + "|";
+    return names;
+  };
+  EXPECT_EQ(keys(0), "URL|MIME|Ext|Count|PageNr|");
+  EXPECT_EQ(keys(1), "URL|MIME|Ext|");  // no count, page or stamps
+  EXPECT_EQ(keys(2), "URL|MIME|Ext|ModificationTime|FileSize|");  // no hash
+  EXPECT_EQ(keys(4), "URL|");  // a plain URL
+  const QEN_TDict& logo = *detailed[0].DynamicCast<QEN_TDict>();
+  EXPECT_EQ(logo["MIME"], QEN_TAny("application/postscript"));
+  EXPECT_EQ(logo["PageNr"], QEN_TAny(1));
+
+  // Below the level of references nothing is looked at.
+  VYR_TImageTicket extended = Sample(VYR_FillExtendedInfo);
+  VYR_TTicketWriter(extended).ExtendedInfo()["Separations"] = 1u;
+  EXPECT_FALSE(extended.Dependencies(list, true, true));
+  EXPECT_EQ(list.Entries(), 6u);
+  VYR_TImageTicket bare = Sample(VYR_FillBasicInfo);
+  VYR_TTicketWriter(bare).SetFillLevel(VYR_FillFullInfo);
+  EXPECT_TRUE(bare.Dependencies(list, false, false));
+  EXPECT_EQ(list.Entries(), 6u);
+}
+
+TEST_F(TicketTest, RelativeReferencesMakeTheAnswerFalse) {
+  VYR_TImageTicket ticket = Sample(VYR_FillBasicInfo);
+  VYR_TTicketWriter writer(ticket);
+  writer.SetFillLevel(VYR_FillFullInfo);
+  writer.ExternalRefs().AddAtTail(
+      QEN_TAny(VYR_TReference(QEN_TURL("links/logo.eps"), VYR_Inch, 0, 0, "links/logo.eps")));
+  QEN_TList list;
+  EXPECT_FALSE(ticket.Dependencies(list, false, false));
+  EXPECT_TRUE(list.IsEmpty());
+  EXPECT_FALSE(ticket.Dependencies(list, true, false));
+  EXPECT_EQ(Urls(list), std::vector<std::string>{"file:///jobs/2024/links/logo.eps"});
+  // A plain URL without protocol is never resolved.
+  QEN_TArray separations(1);
+  separations[0] = QEN_TURL("cover.K.tif");
+  writer.ExternalRefs().Clear();
+  writer.ExtendedInfo()["Separations"] = separations;
+  list.Clear();
+  EXPECT_FALSE(ticket.Dependencies(list, true, true));
+  EXPECT_TRUE(list.IsEmpty());
+}
+
+TEST_F(TicketTest, AnyFailureInsideDependenciesIsOneExceptionAndKeepsWhatWasListed) {
+  typedef void (*Spoil)(VYR_TTicketWriter&);
+  const Spoil spoilers[] = {
+      [](VYR_TTicketWriter& w) { w.ExternalRefs().AddAtTail(QEN_TAny(QEN_TURL("file:///x"))); },
+      [](VYR_TTicketWriter& w) { w.ExtendedInfo()["Separations"] = QEN_TList(); },
+      [](VYR_TTicketWriter& w) { w.ExtendedInfo()["Separations"] = "file:///x"; },
+  };
+  for (Spoil spoil : spoilers) {
+    VYR_TImageTicket ticket = Sample(VYR_FillFullInfo);
+    VYR_TTicketWriter writer(ticket);
+    spoil(writer);
+    QEN_TList list;
+    try {
+      ticket.Dependencies(list, false, false);
+      ADD_FAILURE() << "no exception";
+    } catch (const VYR_EImageTicketCannotGetDependencies& e) {
+      EXPECT_EQ(e.QEN_Message(), "VYR_EImageTicketCannotGetDependencies");
+    }
+    EXPECT_EQ(list.Entries(), 2u);  // the two references of the sample
+  }
+}
+
+TEST_F(TicketTest, RelatedImageLinkIsAPointerTheTicketDoesNotOwn) {
+  VYR_TImageTicket ticket = Sample(VYR_FillBasicInfo);
+  VYR_TTicketWriter writer(ticket);
+  EXPECT_FALSE(writer.ValidFtdLink());
+  EXPECT_EQ(writer.FtdRelatedIndex(), -1);
+  EXPECT_EQ(writer.FtdImageType(), VYR_UnknownType);
+  EXPECT_EQ(writer.SetRelatedIndex(), 0xFFFFFFFFu);
+  EXPECT_EQ(ticket.RelatedIndex(), -1);
+  writer.RemoveFtdLink();
+
+  VYR_TImageProxy other;
+  VYR_TFtdLink link = {3, &other, VYR_TypePreview};
+  writer.SetFtdLink(&link);
+  writer.SetFtdLink(nullptr);  // keeps the link
+  EXPECT_EQ(writer.GetFtdLink(), &link);
+  EXPECT_EQ(writer.FtdRelatedProxy(), &other);
+  EXPECT_EQ(writer.FtdImageType(), VYR_TypePreview);
+  EXPECT_EQ(writer.SetRelatedIndex(), 3u);
+  EXPECT_EQ(ticket.RelatedIndex(), 3);
+  // A copy shares the structure.
+  VYR_TImageTicket copy(ticket);
+  link.RelatedIndex = 5;
+  EXPECT_EQ(VYR_TTicketWriter(copy).FtdRelatedIndex(), 5);
+  // A pointer means nothing in another process: no stored form takes it.
+  EXPECT_THROW(PackObject(ticket), QEN_EStreamException);
+  writer.RemoveFtdLink();
+  EXPECT_FALSE(writer.ValidFtdLink());
+  // A value of another kind under the key is no link.
+  writer.Internal("ftd link") = 7u;
+  EXPECT_EQ(writer.GetFtdLink(), nullptr);
+}
+
+// --- Flags, format codes, ripping --------------------------------------------------------
+
+TEST_F(TicketTest, FormatCodeTableIsBuiltOnceFromTwoThreads) {
+  // Each test runs in a process of its own, so this is the table's first use.
+  VYR_TImageTicket jpeg = Sample(VYR_FillExtendedInfo);
+  VYR_TTicketWriter(jpeg).SetFileFormat("JFIF");
+  unsigned short codes[2] = {0, 0};
+  std::thread one([&] { codes[0] = jpeg.MusCode(); });
+  std::thread two([&] { codes[1] = jpeg.MusCode(); });
+  one.join();
+  two.join();
+  EXPECT_EQ(codes[0], 5);
+  EXPECT_EQ(codes[1], 5);
+
+  struct Row {
+    unsigned level;
+    const char* format;
+    int override;  // "MUScode" in ExtendedInfo, -1 for none
+    unsigned short code;
+  };
+  const Row rows[] = {
+      {VYR_FillBasicInfo, "TIFF_IT", -1, 0}, {VYR_FillExtendedInfo, "TIFF_IT", -1, 1},
+      {VYR_FillExtendedInfo, "TIFF_IT", 7, 7}, {0x40, "ZRL", -1, 12619},
+      {0x100, "ZRL", -1, 0},                  {VYR_FillFullInfo, "tiff", -1, 0},
+      {VYR_FillFullInfo, "PICT", 0, 0},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.format) + " at " + std::to_string(row.level));
+    VYR_TImageTicket ticket = Sample(row.level);
+    VYR_TTicketWriter writer(ticket);
+    writer.SetFileFormat(row.format);
+    if (row.override >= 0) writer.ExtendedInfo()["MUScode"] = static_cast<unsigned>(row.override);
+    EXPECT_EQ(ticket.MusCode(), row.code);
+  }
+  VYR_TTicketWriter(jpeg).ExtendedInfo()["MUScode"] = 70000u;
+  EXPECT_THROW(jpeg.MusCode(), QEN_EAnyConversion);
+}
+
+TEST_F(TicketTest, FlagsAreStoredAsTheirText) {
+  VYR_TImageTicket ticket;
+  EXPECT_EQ(ticket.SetCanAcquire(VYR_CanLimited), VYR_CanLimited);
+  EXPECT_EQ(std::as_const(ticket).Internal("Acquire"), QEN_TAny("limited"));
+  EXPECT_EQ(ticket.SetCanODL(static_cast<VYR_TCanFlag>(9)), static_cast<VYR_TCanFlag>(9));
+  EXPECT_EQ(std::as_const(ticket).Internal("ODL"), QEN_TAny("invalid"));
+  EXPECT_EQ(ticket.CanODL(), VYR_CanInvalid);
+  EXPECT_EQ(ticket.CanAcquire(), VYR_CanLimited);
+}
+
+TEST_F(TicketTest, RippableByLevelEncodingBitsProcessorAndFlag) {
+  struct Row {
+    unsigned level;
+    VYR_TChannelEnc encoding;
+    int bits;  // "BitsPerPlane", -1 for none
+    const char* processor;
+    VYR_TCanFlag acquire;
+    bool rippable;
+  };
+  const Row rows[] = {
+      {VYR_FillBasicInfo, VYR_Rgb, 16, "", VYR_CanNone, true},
+      {VYR_FillExtendedInfo, VYR_Cmyk, 16, "TiffReader", VYR_CanFull, false},
+      {VYR_FillExtendedInfo, VYR_Cmyk, -1, "TiffReader", VYR_CanInvalid, true},
+      {VYR_FillExtendedInfo, VYR_Bitmap, 1, "TiffReader", VYR_CanLimited, true},
+      {VYR_FillExtendedInfo, VYR_Rgb, 8, "TiffReader", VYR_CanFull, false},
+      {VYR_FillExtendedInfo, VYR_Grayscale, 8, "TiffReader", VYR_CanNone, false},
+      {VYR_FillExtendedInfo, VYR_Grayscale, 8, "", VYR_CanFull, false},
+      {VYR_FillFullInfo, VYR_NamedMultichannel, 8, "TiffReader", VYR_CanFull, true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(&row - rows);
+    VYR_TImageTicket ticket = Sample(row.level);
+    VYR_TTicketWriter writer(ticket);
+    writer.SetChannelEncoding(row.encoding);
+    writer.SetImageProcessor(row.processor);
+    if (row.level & 0x40) writer.ExtendedInfo().Remove("BitsPerPlane");
+    if (row.bits >= 0) writer.ExtendedInfo()["BitsPerPlane"] = static_cast<unsigned>(row.bits);
+    if (row.acquire != VYR_CanInvalid) ticket.SetCanAcquire(row.acquire);
+    EXPECT_EQ(ticket.IsRippable(), row.rippable);
+  }
+  VYR_TImageTicket noInfo = Sample(VYR_FillBasicInfo);
+  VYR_TTicketWriter(noInfo).SetFillLevel(VYR_FillExtendedInfo);
+  EXPECT_THROW(noInfo.IsRippable(), VYR_EImageTicketNoExtendedInfo);
+}
+
+// --- Validity and readiness against real files -------------------------------------------
+
+namespace {
+
+using buffertest::TempDir;
+
+QEN_TURL UrlOf(const std::string& path) { return QEN_TURL::LocalToURL(path.c_str()); }
+
+std::string NewFile(const TempDir& dir, const std::string& name, size_t size = 5000) {
+  return buffertest::WriteFile(dir.File(name), buffertest::Pattern(size));
+}
+
+// Sets the modification time of the file, to the microsecond.
+void Touch(const std::string& path, long long micros) {
+  struct timespec times[2];
+  times[0].tv_sec = times[1].tv_sec = micros / 1000000;
+  times[0].tv_nsec = times[1].tv_nsec = (micros % 1000000) * 1000;
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+// A FullInfo ticket bound to the file, with references to `others`.
+VYR_TImageTicket BoundTo(const QEN_TURL& url, const std::vector<std::string>& others = {}) {
+  VYR_TImageTicket ticket = Sample(VYR_FillBasicInfo);
+  VYR_TTicketWriter writer(ticket);
+  writer.SetFile(url);
+  writer.ExternalRefs();
+  for (const std::string& other : others)
+    writer.ExternalRefs().AddAtTail(QEN_TAny(VYR_TReference(UrlOf(other), VYR_Inch, 0, 0)));
+  writer.SetFillLevel(VYR_FillFullInfo);
+  return ticket;
+}
+
+// Another process, which knows nothing of this library, holding the file
+// open (for writing unless `lockShared`, which takes a shared flock as a
+// reader of this library does) until Release.
+class Holder {
+ public:
+  explicit Holder(const std::string& path, bool lockShared = false) {
+    int ready[2], release[2];
+    if (pipe(ready) != 0 || pipe(release) != 0) return;
+    mPid = fork();
+    if (mPid == 0) {
+      close(ready[0]);
+      close(release[1]);
+      int fd = open(path.c_str(), lockShared ? O_RDONLY : O_WRONLY | O_APPEND);
+      char c = fd >= 0 && (!lockShared || flock(fd, LOCK_SH) == 0) ? 'y' : 'n';
+      if (write(ready[1], &c, 1) == 1) (void)read(release[0], &c, 1);  // until closed
+      _exit(0);
+    }
+    close(ready[1]);
+    close(release[0]);
+    char c = 'n';
+    mHolding = read(ready[0], &c, 1) == 1 && c == 'y';
+    close(ready[0]);
+    mRelease = release[1];
+  }
+  ~Holder() { Release(); }
+  bool Holding() const { return mHolding; }
+  void Release() {
+    if (mRelease < 0) return;
+    close(mRelease);
+    mRelease = -1;
+    int status = 0;
+    waitpid(mPid, &status, 0);
+  }
+
+ private:
+  pid_t mPid = -1;
+  int mRelease = -1;
+  bool mHolding = false;
+};
+
+// IsImageReady asked by a process of another user, to whom the kernel
+// refuses leases on these files: 1 ready, 0 not ready, -1 no answer.
+int ReadyToAnotherUser(const VYR_TImageTicket& ticket) {
+  pid_t pid = fork();
+  if (pid == 0) {
+    if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) _exit(2);
+    _exit(ticket.IsImageReady() ? 0 : 1);
+  }
+  int status = 0;
+  if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status) == 0 ? 1 : WEXITSTATUS(status) == 1 ? 0 : -1;
+}
+
+}  // namespace
+
+TEST_F(TicketTest, ValidWhileTheFileKeepsItsVersionAndTimeStamp) {
+  TempDir dir;
+  const std::string path = NewFile(dir, "cover.tif");
+  Touch(path, 1708036934123456LL);
+  VYR_TImageTicket ticket = BoundTo(UrlOf(path));
+  EXPECT_EQ(ticket.FileTimeStamp().AsMicros(), 1708036934123456LL);
+  EXPECT_EQ(ticket.FileSize(), 5000u);
+  EXPECT_TRUE(ticket.IsTicketValid());
+  // A microsecond either way is another file; the size plays no part.
+  Touch(path, 1708036934123457LL);
+  EXPECT_FALSE(ticket.IsTicketValid());
+  Touch(path, 1708036934123455LL);
+  EXPECT_FALSE(ticket.IsTicketValid());
+  buffertest::WriteFile(path, buffertest::Pattern(10));
+  Touch(path, 1708036934123456LL);
+  EXPECT_TRUE(ticket.IsTicketValid());
+
+  // Any version but this library's own, and none at all, is invalid.
+  for (unsigned version : {11013u, 11015u, 9000u}) {
+    VYR_TImageTicket other(ticket);
+    VYR_TTicketWriter(other).Internal("version") = version;
+    EXPECT_FALSE(other.IsTicketValid()) << version;
+  }
+  VYR_TImageTicket noVersion(ticket);
+  VYR_TTicketWriter(noVersion).Internal().Remove("version");
+  EXPECT_FALSE(noVersion.IsTicketValid());
+  // Without a file only the version counts.
+  EXPECT_TRUE(VYR_TImageTicket().IsTicketValid());
+
+  // An embedded image is held against its container's time stamp.
+  VYR_TImageTicket embedded = BoundTo(VYR_EmbeddedFile(UrlOf(path), 4, 2, 0, 0, 0));
+  EXPECT_EQ(embedded.FileSize(), 4u);
+  EXPECT_TRUE(embedded.IsTicketValid());
+  Touch(path, 1000000);
+  EXPECT_FALSE(embedded.IsTicketValid());
+  // A file that is gone is the file system's failure, not an answer.
+  ASSERT_EQ(unlink(path.c_str()), 0);
+  EXPECT_THROW(ticket.IsTicketValid(), QEN_EException);
+}
+
+TEST_F(TicketTest, BindingToAFileWithTheCallersFacts) {
+  TempDir dir;
+  const std::string path = NewFile(dir, "container.bin", 5000);
+  const QEN_TURL container = UrlOf(path);
+  const QEN_TFileInfo info(container, true);
+  QEN_TFileInfo bigger(info);
+  bigger.SetSize(18446744073709549568.0);  // above 2^63 converts whole
+  struct Row {
+    QEN_TURL url;
+    const QEN_TFileInfo* info;
+    unsigned long long size;
+  };
+  const Row rows[] = {
+      {container, &bigger, 18446744073709549568ULL},
+      {VYR_EmbeddedFile(container, 1000, 10, 0, 0, 0), &bigger, 1000},
+      {VYR_EmbeddedFile(container, 0, 1000, 0, 0, 0), &bigger, 4000},  // the rest of the file
+      {VYR_EmbeddedFile(container, 0, 1000, 1, 0, 0), &info, 0},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.url.AsString().c_str());
+    VYR_TImageTicket ticket;
+    VYR_TTicketWriter writer(ticket);
+    EXPECT_EQ(writer.SetFile(row.url, *row.info), row.url);
+    EXPECT_EQ(ticket.FileSize(), row.size);
+    EXPECT_EQ(ticket.FileTimeStamp(), info.ModificationTime());
+    EXPECT_EQ(ticket.FillLevel(), 0u);
+  }
+  VYR_TImageTicket ticket = Sample(VYR_FillFileAssigned);
+  EXPECT_THROW(VYR_TTicketWriter(ticket).SetFile(QEN_TURL("http://host/a.tif"), info),
+               VYR_EImageTicketUnsupprotedFileFormat);
+  EXPECT_EQ(ticket, Sample(VYR_FillFileAssigned));
+}
+
+TEST_F(TicketTest, NotReadyWhileAnotherProcessWritesTheFileOrWhatItNeeds) {
+  TempDir dir;
+  const std::string image = NewFile(dir, "cover.tif");
+  const std::string logo = NewFile(dir, "logo.eps");
+  const VYR_TImageTicket ticket = BoundTo(UrlOf(image), {logo});
+  EXPECT_TRUE(ticket.IsImageReady());
+
+  for (const std::string& held : {image, logo}) {
+    SCOPED_TRACE(held);
+    Holder writer(held);
+    ASSERT_TRUE(writer.Holding());
+    EXPECT_FALSE(ticket.IsImageReady());
+    writer.Release();
+    EXPECT_TRUE(ticket.IsImageReady());
+  }
+  // An embedded image is tested on its container.
+  const VYR_TImageTicket embedded = BoundTo(VYR_EmbeddedFile(UrlOf(image), 100, 0, 0, 0, 0));
+  {
+    Holder writer(image);
+    EXPECT_FALSE(embedded.IsImageReady());
+  }
+  EXPECT_TRUE(embedded.IsImageReady());
+
+  // No protocol, a missing file, a folder, references not filled in: not ready.
+  EXPECT_FALSE(VYR_TImageTicket().IsImageReady());
+  EXPECT_FALSE(BoundTo(UrlOf(image), {dir.File("missing.eps")}).IsImageReady());
+  VYR_TImageTicket folder(ticket);
+  VYR_TTicketWriter(folder).AssignFile(UrlOf(dir.Path()), QEN_TTime(), 0);
+  EXPECT_FALSE(folder.IsImageReady());
+  VYR_TImageTicket extended(ticket, VYR_FillExtendedInfo);
+  EXPECT_FALSE(extended.IsImageReady());
+}
+
+TEST_F(TicketTest, AnotherUsersFilesAreReadyOnceLeftAlone) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to ask as another user";
+  TempDir dir;
+  ASSERT_EQ(chmod(dir.Path().c_str(), 0755), 0);
+  const std::string image = NewFile(dir, "cover.tif");
+  const VYR_TImageTicket ticket = BoundTo(UrlOf(image));
+  // Just written: the system can't tell whether the writer is done.
+  EXPECT_EQ(ReadyToAnotherUser(ticket), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+  EXPECT_EQ(ReadyToAnotherUser(ticket), 1);
+  {
+    Holder reader(image, true);  // as a reader of this library
+    ASSERT_TRUE(reader.Holding());
+    EXPECT_EQ(ReadyToAnotherUser(ticket), 0);
+  }
 }
