@@ -885,3 +885,136 @@ TEST_F(TicketTest, AnotherUsersFilesAreReadyOnceLeftAlone) {
     EXPECT_EQ(ReadyToAnotherUser(ticket), 0);
   }
 }
+
+// --- The image proxy ------------------------------------------------------------------------
+
+namespace {
+
+// The image positions of the tickets an iterator walks, forward.
+std::vector<int> Positions(QEN_TConstIterator at) {
+  std::vector<int> positions;
+  for (; !at.IsDone(); ++at)
+    positions.push_back(at.Value().DynamicCast<VYR_TImageTicket>()->ImagePosition());
+  return positions;
+}
+
+}  // namespace
+
+TEST_F(TicketTest, ProxySelectionStaysOnItsTicketAndLeavesAsAnIndex) {
+  VYR_TImageProxy empty;
+  EXPECT_EQ(empty.Entries(), 0u);
+  EXPECT_EQ(empty.IndexOfSelected(), 0u);
+  EXPECT_EQ(empty.KeyOfSelected(), nullptr);
+  EXPECT_EQ(empty.SmartID(), 0u);
+  EXPECT_EQ(empty.Select(0u), nullptr);
+  EXPECT_THROW(empty.Selected(), VYR_EImageProxyEmpty);
+  EXPECT_THROW(static_cast<VYR_TImageTicket>(empty), VYR_EImageProxyEmpty);
+
+  const VYR_TImageTicket image = Image(0, VYR_TypeImage, -1);
+  const VYR_TImageProxy single(image);
+  EXPECT_EQ(single.File(), image.File());
+  EXPECT_EQ(single.IndexOfSelected(), 0u);
+  EXPECT_EQ(single.Selected(), image);
+
+  // No selection: the first ticket stands in, and the index is Entries().
+  ProxyBuilder proxy(image);
+  QEN_TListKey* second = proxy.Add(Image(1, VYR_TypePreview, 0));
+  proxy.Select(static_cast<const QEN_TListKey*>(nullptr));
+  EXPECT_EQ(proxy.Selected().ImagePosition(), 0);
+  EXPECT_EQ(proxy.KeyOfSelected(), proxy.List().KeyAtHead());
+  EXPECT_EQ(proxy.IndexOfSelected(), 2u);
+  // ... which a copy, and a stored form, keep as no selection.
+  EXPECT_EQ(VYR_TImageProxy(proxy).IndexOfSelected(), 2u);
+
+  // By position: only tickets of the proxy's own file count.
+  EXPECT_EQ(proxy.Select(static_cast<unsigned char>(5)), nullptr);
+  EXPECT_EQ(proxy.Selected().ImagePosition(), 0);
+  VYR_TImageTicket elsewhere = Image(1, VYR_TypeImage, -1);
+  VYR_TTicketWriter(elsewhere).AssignFile(QEN_TURL("file:///other.tif"), QEN_TTime(), 0);
+  proxy.List().AddAtHead(QEN_TAny(elsewhere));
+  EXPECT_EQ(proxy.Select(static_cast<unsigned char>(1)), second);
+  EXPECT_EQ(proxy.IndexOfSelected(), 2u);
+  // The key stays on its ticket as the list changes.
+  proxy.List().Remove(proxy.List().KeyAtHead());
+  EXPECT_EQ(proxy.IndexOfSelected(), 1u);
+  EXPECT_EQ(proxy.Selected().ImagePosition(), 1);
+
+  // A copy selects its own element at the same index and compares equal.
+  VYR_TImageProxy copy(proxy);
+  EXPECT_EQ(copy.IndexOfSelected(), 1u);
+  EXPECT_NE(copy.KeyOfSelected(), proxy.KeyOfSelected());
+  EXPECT_TRUE(copy == proxy);
+  copy.Select(0u);
+  EXPECT_TRUE(copy != proxy);
+  VYR_TImageProxy assigned;
+  assigned = proxy;
+  EXPECT_EQ(assigned.KeyOfSelected(), std::as_const(assigned).Tickets().KeyAtIndex(1));
+  // A key of another list is at no index of this one.
+  copy.Select(proxy.KeyOfSelected());
+  EXPECT_EQ(copy.IndexOfSelected(), 0u);
+  EXPECT_EQ(copy[proxy.KeyOfSelected()].ImagePosition(), 1);
+
+  // Moving takes the selection along and leaves none behind.
+  const QEN_TListKey* key = proxy.KeyOfSelected();
+  VYR_TImageProxy moved(std::move(proxy));
+  EXPECT_EQ(moved.KeyOfSelected(), key);
+  EXPECT_EQ(proxy.IndexOfSelected(), 0u);
+  assigned = std::move(moved);
+  EXPECT_EQ(assigned.KeyOfSelected(), key);
+  EXPECT_EQ(static_cast<VYR_TImageTicket>(assigned).ImagePosition(), 1);
+
+  EXPECT_FALSE(assigned.CanRelocate());
+  EXPECT_FALSE(assigned.Relocate(assigned.File(), QEN_TURL("file:///moved.tif")));
+  EXPECT_EQ(assigned.File(), image.File());
+  EXPECT_THROW(assigned[7u], QEN_EIndexOutOfRange);
+}
+
+TEST_F(TicketTest, ProxyWalksByTypeAndFindsPreviews) {
+  VYR_TImageProxy proxy = FourTickets();
+  EXPECT_EQ(Positions(QEN_TConstIterator(proxy)), (std::vector<int>{0, 1, 2, 3}));
+  EXPECT_EQ(Positions(proxy.Lookup(VYR_TypePreview)), (std::vector<int>{1, 3}));
+  EXPECT_TRUE(proxy.Lookup(VYR_TypeInternal).IsDone());
+
+  // A preview belongs to an image by its RelatedIndex; all of the wanted
+  // type come along.
+  const VYR_TImageTicket image = proxy[0];
+  EXPECT_EQ(Positions(proxy.Previews(image, false)), (std::vector<int>{1, 2, 3}));
+  EXPECT_EQ(Positions(proxy.Previews(image, true)), (std::vector<int>{1, 2}));
+  EXPECT_TRUE(proxy.Previews(Image(9, VYR_TypeImage, -1), false).IsDone());
+  EXPECT_TRUE(VYR_TImageProxy().Previews(image, false).IsDone());
+
+  // Backward from the last position stops at the first ticket that passes.
+  QEN_TConstIterator icons = proxy.Previews(image, true);
+  icons.Last();
+  EXPECT_EQ(icons.Value().DynamicCast<VYR_TImageTicket>()->ImagePosition(), 2);
+  --icons;
+  EXPECT_EQ(icons.Value().DynamicCast<VYR_TImageTicket>()->ImagePosition(), 1);
+  // A copy of the cursor moves on its own.
+  QEN_TConstIterator other(icons);
+  --icons;
+  EXPECT_TRUE(icons.IsBeforeFirst());
+  EXPECT_EQ(other.Value().DynamicCast<VYR_TImageTicket>()->ImagePosition(), 1);
+  // An iterator over nothing is done at once.
+  EXPECT_TRUE(std::unique_ptr<QEN_IIterationInfo>(VYR_TIPIterator().CreateIterationInfo())->IsDone());
+}
+
+TEST_F(TicketTest, ProxySmartIdPrefersTheTicketsKeyToTheFile) {
+  TempDir dir;
+  const std::string path = NewFile(dir, "cover.tif");
+  VYR_TImageTicket ticket = BoundTo(UrlOf(path));
+  EXPECT_EQ(VYR_TImageProxy(ticket).SmartID(), QEN_TFileInfo(UrlOf(path), true).SmartID());
+  VYR_TTicketWriter(ticket).ExtendedInfo()["SmartID"] = 77u;
+  EXPECT_EQ(VYR_TImageProxy(ticket).SmartID(), 77u);
+  VYR_TTicketWriter(ticket).ExtendedInfo()["SmartID"] = "77";
+  EXPECT_THROW(VYR_TImageProxy(ticket).SmartID(), QEN_EAnyConversion);
+}
+
+TEST_F(TicketTest, ProxyRefusesAnElementThatHoldsNoTicket) {
+  ProxyBuilder proxy(Image(0, VYR_TypeImage, -1));
+  proxy.List().AddAtHead(QEN_TAny(3u));
+  proxy.Select(0u);
+  EXPECT_THROW(proxy.Selected(), VYR_EImageProxyInternal);
+  EXPECT_THROW(proxy.Select(static_cast<unsigned char>(0)), VYR_EImageProxyInternal);
+  // A walk by type passes over it.
+  EXPECT_EQ(Positions(proxy.Lookup(VYR_TypeImage)), std::vector<int>{0});
+}
