@@ -479,7 +479,7 @@ TEST_F(TicketFormsTest, ListingShowsOnlyTheLevelsGroups) {
 
 namespace {
 
-std::string FramedObject(const QEN_IHumanReadable& object) {
+std::string Framed(const QEN_IHumanReadable& object) {
   return test_support::Written([&](QEN_THumanReadableStream& out) { out.WriteObject(object); });
 }
 
@@ -493,54 +493,41 @@ const VYR_TImageProxy& AsProxy(const std::unique_ptr<QEN_IInterface>& object) {
 }  // namespace
 
 TEST_F(TicketFormsTest, ProxyGoldenFilesKeepTheSelectionAsAnIndex) {
-  VYR_TImageProxy selected = FourTickets();
+  VYR_TImageProxy selected = FourTickets(), unselected = FourTickets(), empty;
   selected.Select(2u);
-  VYR_TImageProxy unselected = FourTickets();
   unselected.Select(static_cast<const QEN_TListKey*>(nullptr));
   const std::pair<const char*, const VYR_TImageProxy*> rows[] = {
-      {"proxy_empty", new VYR_TImageProxy()},
-      {"proxy_selected", &selected},
-      {"proxy_unselected", &unselected}};
-  std::unique_ptr<const VYR_TImageProxy> empty(rows[0].second);
+      {"proxy_empty", &empty}, {"proxy_selected", &selected}, {"proxy_unselected", &unselected}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.first);
     const VYR_TImageProxy& proxy = *row.second;
     std::string bin = Golden(std::string(row.first) + ".bin", AsString(PackObject(proxy)));
     EXPECT_EQ(AsString(PackObject(proxy)), bin);
     const auto fromBytes = Extract(AsBytes(bin));
-    EXPECT_TRUE(AsProxy(fromBytes) == proxy);
-    EXPECT_EQ(AsProxy(fromBytes).IndexOfSelected(), proxy.IndexOfSelected());
-    std::string text = Golden(std::string(row.first) + ".txt", FramedObject(proxy));
-    EXPECT_EQ(FramedObject(proxy), text);
-    const auto fromText = test_support::ExtractAllText(text);
-    ASSERT_EQ(fromText.size(), 1u);
-    EXPECT_TRUE(AsProxy(fromText[0]) == proxy);
+    EXPECT_TRUE(AsProxy(fromBytes) == proxy);  // the index takes part
+    std::string text = Golden(std::string(row.first) + ".txt", Framed(proxy));
+    EXPECT_EQ(Framed(proxy), text);
+    EXPECT_TRUE(AsProxy(test_support::ExtractAllText(text).at(0)) == proxy);
   }
-  // A stored index beyond the list is no selection.
-  const auto read = Extract(PackObject(unselected));
-  EXPECT_EQ(AsProxy(read).IndexOfSelected(), 4u);
-  EXPECT_EQ(AsProxy(read).Selected().ImagePosition(), 0);
 }
 
 TEST_F(TicketFormsTest, DamagedProxyIsAnExceptionAndLeavesTheProxyWhole) {
-  VYR_TImageProxy proxy = FourTickets();
+  const VYR_TImageProxy proxy = FourTickets();
   Bytes packed = PackObject(proxy);
-  for (size_t length = 0; length < packed.size(); ++length) {
-    Bytes cut(packed.begin(), packed.begin() + length);
-    EXPECT_THROW(Extract(cut), QEN_EStreamException) << "length " << length;
-  }
-  // A list of something else than tickets is no proxy, in either form.
-  ProxyBuilder stray(Image(0, VYR_TypeImage, -1));
-  stray.List().AddAtTail(QEN_TAny(QEN_TURL("file:///not/a/ticket.tif")));
+  for (size_t length = 0; length < packed.size(); ++length)
+    EXPECT_THROW(Extract(Bytes(packed.begin(), packed.begin() + length)), QEN_EStreamException)
+        << "length " << length;
   VYR_TImageProxy target = FourTickets();
-  EXPECT_THROW(test_support::UnpackContent(test_support::PackContent(stray), target),
-               QEN_EStreamException);
-  EXPECT_TRUE(target == FourTickets());
-  EXPECT_THROW(test_support::ReadInto(target, test_support::Write(stray)), QEN_ESyntaxError);
-  EXPECT_TRUE(target == FourTickets());
-  std::string text = test_support::Write(proxy);
+  const std::string text = test_support::Write(proxy);
   // Whole up to the index, and no shorter.
   for (size_t length = 0; length + 1 < text.size(); length += 5)
     EXPECT_THROW(test_support::ReadInto(target, text.substr(0, length)), QEN_EStreamException)
         << "length " << length;
+  // A list of something else than tickets is no proxy, in either form.
+  ProxyBuilder stray(Image(0, VYR_TypeImage, -1));
+  stray.List().AddAtTail(QEN_TAny(QEN_TURL("file:///not/a/ticket.tif")));
+  EXPECT_THROW(test_support::UnpackContent(test_support::PackContent(stray), target),
+               QEN_EStreamException);
+  EXPECT_THROW(test_support::ReadInto(target, test_support::Write(stray)), QEN_ESyntaxError);
+  EXPECT_TRUE(target == proxy);
 }
