@@ -1,6 +1,7 @@
 // The stored forms of a ticket: the binary items, round trips at every level
 // in both forms, the old ordinal levels, the golden files, the reader's rules
-// for white space and names, hostile input, and the listing.
+// for white space and names, hostile input, and the listing; and the same
+// for the proxy.
 #include <gtest/gtest.h>
 
 #include <iterator>
@@ -478,4 +479,61 @@ TEST_F(TicketFormsTest, ListingShowsOnlyTheLevelsGroups) {
   EXPECT_EQ(block,
             "  ExtendedInfo: DICT\n  {\n    [Name] = plate\n    [Bits] = 8\n  }\n"
             "  ExternalRefs: LIST\n  {\n7\n  }\n}\n");
+}
+
+// --- The proxy's forms ------------------------------------------------------------------
+
+namespace {
+
+std::string Framed(const QEN_IHumanReadable& object) {
+  return test_support::Written([&](QEN_THumanReadableStream& out) { out.WriteObject(object); });
+}
+
+const VYR_TImageProxy& AsProxy(const std::unique_ptr<QEN_IInterface>& object) {
+  static const VYR_TImageProxy none;
+  const VYR_TImageProxy* proxy = object ? object->DynamicCast<VYR_TImageProxy>() : nullptr;
+  EXPECT_NE(proxy, nullptr);
+  return proxy ? *proxy : none;
+}
+
+}  // namespace
+
+TEST_F(TicketFormsTest, ProxyGoldenFilesKeepTheSelectionAsAnIndex) {
+  VYR_TImageProxy selected = FourTickets(), unselected = FourTickets(), empty;
+  selected.Select(2u);
+  unselected.Select(static_cast<const QEN_TListKey*>(nullptr));
+  const std::pair<const char*, const VYR_TImageProxy*> rows[] = {
+      {"proxy_empty", &empty}, {"proxy_selected", &selected}, {"proxy_unselected", &unselected}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.first);
+    const VYR_TImageProxy& proxy = *row.second;
+    std::string bin = Golden(std::string(row.first) + ".bin", AsString(PackObject(proxy)));
+    EXPECT_EQ(AsString(PackObject(proxy)), bin);
+    const auto fromBytes = Extract(AsBytes(bin));
+    EXPECT_TRUE(AsProxy(fromBytes) == proxy);  // the index takes part
+    std::string text = Golden(std::string(row.first) + ".txt", Framed(proxy));
+    EXPECT_EQ(Framed(proxy), text);
+    EXPECT_TRUE(AsProxy(test_support::ExtractAllText(text).at(0)) == proxy);
+  }
+}
+
+TEST_F(TicketFormsTest, DamagedProxyIsAnExceptionAndLeavesTheProxyWhole) {
+  const VYR_TImageProxy proxy = FourTickets();
+  Bytes packed = PackObject(proxy);
+  for (size_t length = 0; length < packed.size(); ++length)
+    EXPECT_THROW(Extract(Bytes(packed.begin(), packed.begin() + length)), QEN_EStreamException)
+        << "length " << length;
+  VYR_TImageProxy target = FourTickets();
+  const std::string text = test_support::Write(proxy);
+  // Whole up to the index, and no shorter.
+  for (size_t length = 0; length + 1 < text.size(); length += 5)
+    EXPECT_THROW(test_support::ReadInto(target, text.substr(0, length)), QEN_EStreamException)
+        << "length " << length;
+  // A list of something else than tickets is no proxy, in either form.
+  ProxyBuilder stray(Image(0, VYR_TypeImage, -1));
+  stray.List().AddAtTail(QEN_TAny(QEN_TURL("file:///not/a/ticket.tif")));
+  EXPECT_THROW(test_support::UnpackContent(test_support::PackContent(stray), target),
+               QEN_EStreamException);
+  EXPECT_THROW(test_support::ReadInto(target, test_support::Write(stray)), QEN_ESyntaxError);
+  EXPECT_TRUE(target == proxy);
 }

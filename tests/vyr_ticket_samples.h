@@ -83,6 +83,37 @@ inline VYR_TImageTicket Sample(unsigned level, bool realReferences = true) {
   return ticket;
 }
 
+// --- Proxies ----------------------------------------------------------------------
+
+// A level-15 ticket of the sample file at an image position, of a type and
+// related to another image of the file.
+inline VYR_TImageTicket Image(unsigned char position, VYR_TImageType type, int related) {
+  VYR_TImageTicket ticket = Sample(VYR_FillBasicInfo);
+  VYR_TTicketWriter writer(ticket);
+  writer.SetImagePosition(position);
+  writer.SetImageType(type);
+  writer.SetRelatedIndex(static_cast<unsigned>(related));
+  return ticket;
+}
+
+// A proxy filled the way a reader of files fills one: through Tickets().
+class ProxyBuilder : public VYR_TImageProxy {
+ public:
+  using VYR_TImageProxy::VYR_TImageProxy;
+  QEN_TListKey* Add(const VYR_TImageTicket& ticket) { return Tickets().AddAtTail(QEN_TAny(ticket)); }
+  QEN_TList& List() { return Tickets(); }
+};
+
+// The tickets of one file: 0 the image, 1 its preview, 2 its icon, and 3 a
+// preview of an image that is not in the file; the first one selected.
+inline VYR_TImageProxy FourTickets() {
+  ProxyBuilder proxy(Image(0, VYR_TypeImage, -1));
+  proxy.Add(Image(1, VYR_TypePreview, 0));
+  proxy.Add(Image(2, VYR_TypeIcon, 0));
+  proxy.Add(Image(3, VYR_TypePreview, 7));
+  return proxy;
+}
+
 // --- Streams --------------------------------------------------------------------
 
 using test_support::Bytes;

@@ -1,6 +1,13 @@
 // The ticket as a value: defaults, the unrotated view, copying with a mask,
 // assignment, comparison, Wipe, the accessors that refuse, the class frame
-// and the flat dictionary.
+// and the flat dictionary; its dependencies, flags and format code; and the
+// ticket held against real files and processes: validity and readiness.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,9 +15,11 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "buffer_test_support.h"
 #include "stream_test_support.h"
 #include "vyr_ticket_samples.h"
 
@@ -429,4 +438,433 @@ TEST_F(TicketTest, DictionaryEdges) {
   EXPECT_EQ(odd.CanODL(), VYR_CanInvalid);
   writer.Internal("ODL") = "limited";
   EXPECT_EQ(odd.CanODL(), VYR_CanLimited);
+}
+
+// --- Dependencies, the link, format codes, ripping ---------------------------------------
+
+namespace {
+
+// The files a list holds (each a URL, or a dictionary with one), as text.
+std::string Urls(const QEN_TList& list) {
+  std::string urls;
+  for (const QEN_TListKey* key = list.KeyAtHead(); key != nullptr; key = key->Next()) {
+    const QEN_TDict* details = key->Value().DynamicCast<QEN_TDict>();
+    const QEN_TURL* url = (details ? (*details)["URL"] : key->Value()).DynamicCast<QEN_TURL>();
+    urls += url ? QEN_TString(url->FileName()).c_str() + std::string(" ") : "? ";
+  }
+  return urls;
+}
+
+std::string Keys(const QEN_TAny& dict) {
+  std::string keys;
+  for (QEN_TConstIterator at(*dict.DynamicCast<QEN_TDict>()); !at.IsDone(); ++at)
+    keys += std::string(at.Key().DynamicCast<QEN_TString>()->c_str()) + " ";
+  return keys;
+}
+
+}  // namespace
+
+TEST_F(TicketTest, DependenciesListOtherFilesByTheirContainers) {
+  VYR_TImageTicket ticket = Sample(VYR_FillFullInfo);  // logo.eps, cyan.tif
+  VYR_TTicketWriter writer(ticket);
+  const QEN_TURL own("file:///jobs/2024/brochure%20cover.tif");
+  // The own file, and a range inside it, are no dependencies; a range of
+  // another file is that file.
+  writer.ExternalRefs().AddAtTail(QEN_TAny(VYR_TReference(own, VYR_Inch, 0, 0)));
+  writer.ExternalRefs().AddAtTail(
+      QEN_TAny(VYR_TReference(VYR_EmbeddedFile(own, 10, 20, 0, 0, 0), VYR_Inch, 0, 0)));
+  VYR_TReference fonts(VYR_EmbeddedFile(QEN_TURL("file:///jobs/fonts.bin?password=x"), 5, 0, 0, 0, 0),
+                       VYR_Inch, 0, 0);
+  fonts.AddStampInfo("2024-02-15T22:42:14Z", "5000", "");
+  writer.ExternalRefs().AddAtTail(QEN_TAny(fonts));
+  QEN_TArray separations(4);
+  separations[0] = VYR_TReference(QEN_TURL("file:///jobs/C.tif"), VYR_Inch, 0, 0);
+  separations[1] = QEN_TURL("file:///jobs/M.tif");
+  separations[2] = 42u;  // skipped
+  separations[3] = own;
+  writer.ExtendedInfo()["Separations"] = separations;
+
+  QEN_TList list;
+  list.AddAtTail(QEN_TAny("kept"));
+  EXPECT_TRUE(ticket.Dependencies(list, false, false));
+  EXPECT_EQ(Urls(list), "? logo.eps cyan.tif fonts.bin C.tif M.tif ");
+  // Details hold what the reference knows: no count, page or stamp it lacks.
+  QEN_TList details;
+  EXPECT_TRUE(ticket.Dependencies(details, false, true));
+  EXPECT_EQ(Keys(details[0]), "URL MIME Ext Count PageNr ");
+  EXPECT_EQ(Keys(details[1]), "URL MIME Ext ");
+  EXPECT_EQ(Keys(details[2]), "URL MIME Ext ModificationTime FileSize ");
+  EXPECT_EQ(Keys(details[4]), "URL ");  // a plain URL
+
+  // Relative references make the answer false; resolved only on request.
+  writer.ExternalRefs().Clear();
+  writer.ExternalRefs().AddAtTail(
+      QEN_TAny(VYR_TReference(QEN_TURL("links/logo.eps"), VYR_Inch, 0, 0, "links/logo.eps")));
+  separations[0] = QEN_TURL("K.tif");  // a plain one never is
+  writer.ExtendedInfo()["Separations"] = separations;
+  list.Clear();
+  EXPECT_FALSE(ticket.Dependencies(list, false, false));
+  EXPECT_EQ(Urls(list), "M.tif ");
+  list.Clear();
+  EXPECT_FALSE(ticket.Dependencies(list, true, false));
+  EXPECT_EQ(Urls(list), "logo.eps M.tif ");
+  EXPECT_EQ(std::as_const(list)[0], QEN_TAny(QEN_TURL("file:///jobs/2024/links/logo.eps")));
+
+  // Below the level of references nothing is looked at.
+  writer.SetFillLevel(VYR_FillExtendedInfo);
+  EXPECT_FALSE(ticket.Dependencies(list, true, true));
+  EXPECT_EQ(list.Entries(), 2u);
+}
+
+TEST_F(TicketTest, AnyFailureInsideDependenciesIsOneExceptionAndKeepsWhatWasListed) {
+  typedef void (*Spoil)(VYR_TTicketWriter&);
+  const Spoil spoilers[] = {
+      [](VYR_TTicketWriter& w) { w.ExternalRefs().AddAtTail(QEN_TAny(QEN_TURL("file:///x"))); },
+      [](VYR_TTicketWriter& w) { w.ExtendedInfo()["Separations"] = QEN_TList(); },
+  };
+  for (Spoil spoil : spoilers) {
+    VYR_TImageTicket ticket = Sample(VYR_FillFullInfo);
+    VYR_TTicketWriter writer(ticket);
+    spoil(writer);
+    QEN_TList list;
+    EXPECT_THROW(ticket.Dependencies(list, false, false), VYR_EImageTicketCannotGetDependencies);
+    EXPECT_EQ(list.Entries(), 2u);  // the sample's two references
+  }
+}
+
+TEST_F(TicketTest, RelatedImageLinkIsAPointerTheTicketDoesNotOwn) {
+  VYR_TImageTicket ticket = Sample(VYR_FillBasicInfo);
+  VYR_TTicketWriter writer(ticket);
+  EXPECT_EQ(writer.SetRelatedIndex(), 0xFFFFFFFFu);  // no link: -1
+  VYR_TFtdLink link = {3, nullptr, VYR_TypePreview};
+  writer.SetFtdLink(&link);
+  writer.SetFtdLink(nullptr);  // keeps the link
+  EXPECT_EQ(writer.SetRelatedIndex(), 3u);
+  EXPECT_EQ(writer.FtdImageType(), VYR_TypePreview);
+  // A pointer means nothing to another process: no stored form takes it.
+  EXPECT_THROW(PackObject(ticket), QEN_EStreamException);
+  writer.Internal("ftd link") = 7u;  // no pointer, no link
+  EXPECT_FALSE(writer.ValidFtdLink());
+}
+
+TEST_F(TicketTest, FormatCodesAndRipping) {
+  // Each test runs in a process of its own: this is the table's first use.
+  VYR_TImageTicket ticket = Sample(VYR_FillExtendedInfo);
+  VYR_TTicketWriter writer(ticket);
+  writer.SetFileFormat("JFIF");
+  unsigned short codes[2] = {0, 0};
+  std::thread one([&] { codes[0] = ticket.MusCode(); });
+  std::thread two([&] { codes[1] = ticket.MusCode(); });
+  one.join();
+  two.join();
+  EXPECT_TRUE(codes[0] == 5 && codes[1] == 5);
+  EXPECT_EQ(VYR_TImageTicket(ticket, VYR_FillBasicInfo).MusCode(), 0);  // below the bit 0x40
+  writer.SetFileFormat("jfif");  // names are exact
+  EXPECT_EQ(ticket.MusCode(), 0);
+  writer.ExtendedInfo()["MUScode"] = 7u;  // the reader's own code wins
+  EXPECT_EQ(ticket.MusCode(), 7);
+  writer.ExtendedInfo()["MUScode"] = 70000u;
+  EXPECT_THROW(ticket.MusCode(), QEN_EAnyConversion);
+
+  // Level 127 and up: encoding, BitsPerPlane (1 or 8), processor, and an
+  // "Acquire" flag other than "none" decide.
+  const struct {
+    VYR_TChannelEnc encoding;
+    unsigned bits;  // 0 for none
+    const char* processor;
+    VYR_TCanFlag acquire;
+    bool rippable;
+  } rows[] = {{VYR_Cmyk, 16, "Reader", VYR_CanFull, false},
+              {VYR_Cmyk, 0, "Reader", VYR_CanInvalid, true},
+              {VYR_Bitmap, 1, "Reader", static_cast<VYR_TCanFlag>(9), true},
+              {VYR_Rgb, 8, "Reader", VYR_CanFull, false},
+              {VYR_Grayscale, 8, "Reader", VYR_CanNone, false},
+              {VYR_Grayscale, 8, "", VYR_CanFull, false}};
+  for (const auto& row : rows) {
+    VYR_TImageTicket rip = Sample(VYR_FillFullInfo);
+    VYR_TTicketWriter ripWriter(rip);
+    ripWriter.SetChannelEncoding(row.encoding);
+    ripWriter.SetImageProcessor(row.processor);
+    ripWriter.ExtendedInfo().Remove("BitsPerPlane");
+    if (row.bits) ripWriter.ExtendedInfo()["BitsPerPlane"] = row.bits;
+    if (row.acquire) EXPECT_EQ(rip.SetCanAcquire(row.acquire), row.acquire);
+    EXPECT_EQ(rip.IsRippable(), row.rippable) << &row - rows;
+    EXPECT_TRUE(VYR_TImageTicket(rip, VYR_FillBasicInfo).IsRippable());
+  }
+  writer.Wipe();  // ExtendedInfo goes
+  writer.SetChannelEncoding(VYR_Cmyk);
+  writer.SetFillLevel(VYR_FillExtendedInfo);
+  EXPECT_THROW(ticket.IsRippable(), VYR_EImageTicketNoExtendedInfo);
+}
+
+// --- Validity and readiness against real files -------------------------------------------
+
+namespace {
+
+using buffertest::TempDir;
+
+QEN_TURL UrlOf(const std::string& path) { return QEN_TURL::LocalToURL(path.c_str()); }
+
+std::string NewFile(const TempDir& dir, const std::string& name) {
+  return buffertest::WriteFile(dir.File(name), buffertest::Pattern(5000));
+}
+
+void Touch(const std::string& path, long long micros) {
+  struct timespec times[2] = {{micros / 1000000, (micros % 1000000) * 1000},
+                              {micros / 1000000, (micros % 1000000) * 1000}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+// A FullInfo ticket bound to the file, with references to `others`.
+VYR_TImageTicket BoundTo(const QEN_TURL& url, const std::vector<std::string>& others = {}) {
+  VYR_TImageTicket ticket = Sample(VYR_FillBasicInfo);
+  VYR_TTicketWriter writer(ticket);
+  writer.SetFile(url);
+  writer.ExternalRefs();
+  for (const std::string& other : others)
+    writer.ExternalRefs().AddAtTail(QEN_TAny(VYR_TReference(UrlOf(other), VYR_Inch, 0, 0)));
+  writer.SetFillLevel(VYR_FillFullInfo);
+  return ticket;
+}
+
+// Another process, which knows nothing of this library, holding the file
+// open for writing (or, with `lockShared`, for reading under a shared
+// flock, as a reader of this library does) until it goes.
+class Holder {
+ public:
+  explicit Holder(const std::string& path, bool lockShared = false) {
+    int ready[2], release[2];
+    if (pipe(ready) != 0 || pipe(release) != 0) return;
+    mPid = fork();
+    if (mPid == 0) {
+      close(ready[0]);
+      close(release[1]);
+      int fd = open(path.c_str(), lockShared ? O_RDONLY : O_WRONLY | O_APPEND);
+      char c = fd >= 0 && (!lockShared || flock(fd, LOCK_SH) == 0) ? 'y' : 'n';
+      if (write(ready[1], &c, 1) == 1) (void)read(release[0], &c, 1);  // until closed
+      _exit(0);
+    }
+    close(ready[1]);
+    close(release[0]);
+    char c = 'n';
+    mHolding = read(ready[0], &c, 1) == 1 && c == 'y';
+    close(ready[0]);
+    mRelease = release[1];
+  }
+  ~Holder() {
+    close(mRelease);
+    waitpid(mPid, nullptr, 0);
+  }
+  bool Holding() const { return mHolding; }
+
+ private:
+  pid_t mPid = -1;
+  int mRelease = -1;
+  bool mHolding = false;
+};
+
+// IsImageReady asked by a process of another user, to whom the kernel
+// refuses leases on these files: 1 ready, 0 not ready, -1 no answer.
+int ReadyToAnotherUser(const VYR_TImageTicket& ticket) {
+  pid_t pid = fork();
+  if (pid == 0) {
+    if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) _exit(2);
+    _exit(ticket.IsImageReady() ? 0 : 1);
+  }
+  int status = 0;
+  if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status) < 2 ? 1 - WEXITSTATUS(status) : -1;
+}
+
+}  // namespace
+
+TEST_F(TicketTest, ValidWhileTheFileKeepsItsVersionAndTimeStamp) {
+  TempDir dir;
+  const std::string path = NewFile(dir, "cover.tif");
+  Touch(path, 1708036934123456LL);
+  VYR_TImageTicket ticket = BoundTo(UrlOf(path));
+  EXPECT_EQ(ticket.FileTimeStamp().AsMicros(), 1708036934123456LL);
+  EXPECT_TRUE(ticket.IsTicketValid());
+  // A microsecond either way is another file; the size plays no part.
+  Touch(path, 1708036934123457LL);
+  EXPECT_FALSE(ticket.IsTicketValid());
+  buffertest::WriteFile(path, buffertest::Pattern(10));
+  Touch(path, 1708036934123456LL);
+  EXPECT_TRUE(ticket.IsTicketValid());
+  for (unsigned version : {11013u, 11015u}) {
+    VYR_TImageTicket other(ticket);
+    VYR_TTicketWriter(other).Internal("version") = version;
+    EXPECT_FALSE(other.IsTicketValid()) << version;
+  }
+  VYR_TTicketWriter(ticket).Internal().Remove("version");
+  EXPECT_FALSE(ticket.IsTicketValid());
+  EXPECT_TRUE(VYR_TImageTicket().IsTicketValid());  // no file: the version alone
+
+  // The proxy's SmartID is the file's, unless the ticket names one.
+  VYR_TImageTicket named = BoundTo(UrlOf(path));
+  EXPECT_EQ(VYR_TImageProxy(named).SmartID(), QEN_TFileInfo(UrlOf(path), true).SmartID());
+  VYR_TTicketWriter(named).ExtendedInfo()["SmartID"] = 77u;
+  EXPECT_EQ(VYR_TImageProxy(named).SmartID(), 77u);
+  VYR_TTicketWriter(named).ExtendedInfo()["SmartID"] = "77";
+  EXPECT_THROW(VYR_TImageProxy(named).SmartID(), QEN_EAnyConversion);
+
+  // An embedded image is held against its container.
+  VYR_TImageTicket embedded = BoundTo(VYR_EmbeddedFile(UrlOf(path), 4, 2, 0, 0, 0));
+  EXPECT_TRUE(embedded.IsTicketValid());
+  Touch(path, 1000000);
+  EXPECT_FALSE(embedded.IsTicketValid());
+  // A file that is gone is the file system's failure, not an answer.
+  ASSERT_EQ(unlink(path.c_str()), 0);
+  EXPECT_THROW(embedded.IsTicketValid(), QEN_EException);
+}
+
+TEST_F(TicketTest, BindingToAFileWithTheCallersFacts) {
+  TempDir dir;
+  const QEN_TURL container = UrlOf(NewFile(dir, "container.bin"));
+  QEN_TFileInfo info(container, true);
+  info.SetSize(18446744073709549568.0);  // above 2^63 converts whole
+  const std::pair<QEN_TURL, unsigned long long> rows[] = {
+      {container, 18446744073709549568ULL},
+      {VYR_EmbeddedFile(container, 1000, 10, 0, 0, 0), 1000},
+      {VYR_EmbeddedFile(container, 0, 1000, 0, 0, 0), 4000},  // the rest of the file
+      {VYR_EmbeddedFile(container, 0, 1000, 1, 0, 0), 0},
+  };
+  for (const auto& row : rows) {
+    VYR_TImageTicket ticket;
+    EXPECT_EQ(VYR_TTicketWriter(ticket).SetFile(row.first, info), row.first);
+    EXPECT_EQ(ticket.FileSize(), row.second) << row.first.AsString().c_str();
+    EXPECT_EQ(ticket.FileTimeStamp(), info.ModificationTime());
+  }
+  VYR_TImageTicket ticket = Sample(VYR_FillFileAssigned);
+  EXPECT_THROW(VYR_TTicketWriter(ticket).SetFile(QEN_TURL("http://host/a.tif"), info),
+               VYR_EImageTicketUnsupprotedFileFormat);
+  EXPECT_EQ(ticket, Sample(VYR_FillFileAssigned));
+}
+
+TEST_F(TicketTest, NotReadyWhileAnotherProcessWritesTheFileOrWhatItNeeds) {
+  TempDir dir;
+  const std::string image = NewFile(dir, "cover.tif");
+  const std::string logo = NewFile(dir, "logo.eps");
+  const VYR_TImageTicket ticket = BoundTo(UrlOf(image), {logo});
+  const VYR_TImageTicket embedded = BoundTo(VYR_EmbeddedFile(UrlOf(image), 100, 0, 0, 0, 0));
+  EXPECT_TRUE(ticket.IsImageReady());
+  for (const std::string& held : {image, logo}) {
+    {
+      Holder writer(held);
+      ASSERT_TRUE(writer.Holding());
+      EXPECT_FALSE(ticket.IsImageReady()) << held;
+      EXPECT_EQ(embedded.IsImageReady(), held != image);  // tested on its container
+    }
+    EXPECT_TRUE(ticket.IsImageReady()) << held;
+  }
+  // No protocol, a missing file, a folder, references not filled in.
+  EXPECT_FALSE(VYR_TImageTicket().IsImageReady());
+  EXPECT_FALSE(BoundTo(UrlOf(image), {dir.File("missing.eps")}).IsImageReady());
+  VYR_TImageTicket folder(ticket);
+  VYR_TTicketWriter(folder).AssignFile(UrlOf(dir.Path()), QEN_TTime(), 0);
+  EXPECT_FALSE(folder.IsImageReady());
+  EXPECT_FALSE(VYR_TImageTicket(ticket, VYR_FillExtendedInfo).IsImageReady());
+}
+
+TEST_F(TicketTest, AnotherUsersFilesAreReadyOnceLeftAlone) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to ask as another user";
+  TempDir dir;
+  ASSERT_EQ(chmod(dir.Path().c_str(), 0755), 0);
+  const VYR_TImageTicket ticket = BoundTo(UrlOf(NewFile(dir, "cover.tif")));
+  // Just written: without a lease nothing tells whether the writer is done.
+  EXPECT_EQ(ReadyToAnotherUser(ticket), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+  EXPECT_EQ(ReadyToAnotherUser(ticket), 1);
+  Holder reader(dir.File("cover.tif"), true);  // a reader of this library
+  ASSERT_TRUE(reader.Holding());
+  EXPECT_EQ(ReadyToAnotherUser(ticket), 0);
+}
+
+// --- The image proxy ------------------------------------------------------------------------
+
+namespace {
+
+// The image positions of the tickets an iterator walks, forward.
+std::vector<int> Positions(QEN_TConstIterator at) {
+  std::vector<int> positions;
+  for (; !at.IsDone(); ++at)
+    positions.push_back(at.Value().DynamicCast<VYR_TImageTicket>()->ImagePosition());
+  return positions;
+}
+
+}  // namespace
+
+TEST_F(TicketTest, ProxySelectionStaysOnItsTicketAndLeavesAsAnIndex) {
+  VYR_TImageProxy empty;
+  EXPECT_TRUE(empty.IndexOfSelected() == 0 && empty.KeyOfSelected() == nullptr);
+  EXPECT_THROW(static_cast<VYR_TImageTicket>(empty), VYR_EImageProxyEmpty);
+
+  // No selection: the first ticket stands in, and the index is Entries(),
+  // which a copy keeps.
+  ProxyBuilder proxy(Image(0, VYR_TypeImage, -1));
+  QEN_TListKey* second = proxy.Add(Image(1, VYR_TypePreview, 0));
+  proxy.Select(static_cast<const QEN_TListKey*>(nullptr));
+  EXPECT_EQ(proxy.Selected().ImagePosition(), 0);
+  EXPECT_EQ(proxy.IndexOfSelected(), 2u);
+  EXPECT_EQ(VYR_TImageProxy(proxy).IndexOfSelected(), 2u);
+
+  // By position, among tickets of the proxy's own file only.
+  EXPECT_EQ(proxy.Select(static_cast<unsigned char>(5)), nullptr);
+  VYR_TImageTicket elsewhere = Image(1, VYR_TypeImage, -1);
+  VYR_TTicketWriter(elsewhere).AssignFile(QEN_TURL("file:///other.tif"), QEN_TTime(), 0);
+  proxy.List().AddAtHead(QEN_TAny(elsewhere));
+  EXPECT_EQ(proxy.Select(static_cast<unsigned char>(1)), second);
+  // The key stays on its ticket as the list changes.
+  proxy.List().Remove(proxy.List().KeyAtHead());
+  EXPECT_EQ(proxy.IndexOfSelected(), 1u);
+
+  // A copy selects its own element at the same index and compares equal.
+  VYR_TImageProxy copy(proxy);
+  EXPECT_NE(copy.KeyOfSelected(), proxy.KeyOfSelected());
+  EXPECT_TRUE(copy == proxy);
+  copy.Select(0u);
+  EXPECT_TRUE(copy != proxy);
+  copy = proxy;
+  EXPECT_EQ(copy.KeyOfSelected(), std::as_const(copy).Tickets().KeyAtIndex(1));
+  // A key of another list is at no index of this one.
+  copy.Select(proxy.KeyOfSelected());
+  EXPECT_EQ(copy.IndexOfSelected(), 0u);
+
+  // Moving takes the selection along and leaves none behind.
+  const QEN_TListKey* key = proxy.KeyOfSelected();
+  VYR_TImageProxy moved(std::move(proxy));
+  EXPECT_EQ(proxy.IndexOfSelected(), 0u);
+  copy = std::move(moved);
+  EXPECT_EQ(copy.KeyOfSelected(), key);
+  EXPECT_EQ(static_cast<VYR_TImageTicket>(copy).ImagePosition(), 1);
+}
+
+TEST_F(TicketTest, ProxyWalksByTypeAndFindsPreviews) {
+  VYR_TImageProxy proxy = FourTickets();
+  EXPECT_EQ(Positions(proxy.Lookup(VYR_TypePreview)), (std::vector<int>{1, 3}));
+  EXPECT_TRUE(proxy.Lookup(VYR_TypeInternal).IsDone());
+  // A preview belongs to an image by its RelatedIndex; all of the wanted
+  // type come along.
+  const VYR_TImageTicket image = proxy[0];
+  EXPECT_EQ(Positions(proxy.Previews(image, false)), (std::vector<int>{1, 2, 3}));
+  EXPECT_EQ(Positions(proxy.Previews(image, true)), (std::vector<int>{1, 2}));
+  EXPECT_TRUE(proxy.Previews(Image(9, VYR_TypeImage, -1), false).IsDone());
+
+  // Backward from the last position stops at the first ticket that passes;
+  // a copy of the cursor moves on its own.
+  QEN_TConstIterator icons = proxy.Previews(image, true);
+  icons.Last();
+  --icons;
+  QEN_TConstIterator other(icons);
+  --icons;
+  EXPECT_TRUE(icons.IsBeforeFirst());
+  EXPECT_EQ(other.Value().DynamicCast<VYR_TImageTicket>()->ImagePosition(), 1);
+
+  // An element that holds no ticket is passed over by walks and refused by
+  // everything else.
+  ProxyBuilder stray(image);
+  stray.List().AddAtHead(QEN_TAny(3u));
+  stray.Select(0u);
+  EXPECT_EQ(Positions(stray.Lookup(VYR_TypeImage)), std::vector<int>{0});
+  EXPECT_THROW(stray.Selected(), VYR_EImageProxyInternal);
 }

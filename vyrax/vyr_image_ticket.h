@@ -43,6 +43,19 @@
 #include "vyrax/vyr_enums.h"
 
 class VYR_TTicketWriter;
+class VYR_TImageProxy;
+class QEN_TFileInfo;
+
+// A link from a ticket to a related image of another proxy. The ticket keeps
+// only a pointer to it (in Internal, under "ftd link"): whoever makes the
+// link keeps it alive for as long as the ticket may be asked, and a copy of
+// the ticket shares the same structure. A pointer has no stored form, so a
+// ticket that carries a link can be neither packed nor written as text.
+struct VYR_TFtdLink {
+  int RelatedIndex;
+  const VYR_TImageProxy* RelatedProxy;
+  VYR_TImageType ImageType;
+};
 
 class VYR_API VYR_TImageTicket : public QEN_TObject,
                                  public virtual QEN_IPackable,
@@ -139,6 +152,45 @@ class VYR_API VYR_TImageTicket : public QEN_TObject,
   // or not a string.
   VYR_TCanFlag CanAcquire() const;
   VYR_TCanFlag CanODL() const;
+  // Store the flag as its text and return it; a flag outside 1 to 3 is
+  // stored as "invalid", which reads back as 0.
+  VYR_TCanFlag SetCanAcquire(VYR_TCanFlag flag);
+  VYR_TCanFlag SetCanODL(VYR_TCanFlag flag);
+
+  // --- Checks against the file ------------------------------------------------------
+  // The ticket is of this library's version (11014 exactly) and its file, if
+  // it names one, still has the recorded modification time, to the
+  // microsecond. Exceptions of VYR_GetFileInfo (a missing file, a protocol
+  // other than "file" and "embed") pass to the caller.
+  bool IsTicketValid() const;
+  // The file and every file of Dependencies can be opened now with nobody
+  // else holding them: no other process, and no other open file of this one,
+  // has them open, so no copy is still writing them. An embedded image is
+  // tested on its container. Never throws: any failure answers false. See
+  // docs/tickets.md for what is answered where the system can't tell.
+  bool IsImageReady() const;
+  // The image can be ripped: below ExtendedInfo always; from there on its
+  // encoding, its "BitsPerPlane" (1 or 8 when given), its processor and its
+  // "Acquire" flag decide. Throws VYR_EImageTicketNoExtendedInfo at level
+  // 127 and above when the encoding passes and ExtendedInfo is absent.
+  bool IsRippable() const;
+  // The numeric code of the file format, from "MUScode" in ExtendedInfo or
+  // the process-wide table of format names; 0 below ExtendedInfo and for a
+  // format that has none.
+  unsigned short MusCode() const;
+
+  // --- Other files ------------------------------------------------------------------
+  // Appends to `list` the files this image needs, from ExternalRefs and the
+  // "Separations" array of ExtendedInfo, each reduced to its container file:
+  // a QEN_TAny holding the QEN_TURL, or with `withDetails` a QEN_TDict of
+  // "URL", "MIME", "Ext", "Count", "PageNr", "ModificationTime", "FileSize"
+  // and "MD5Hash" (what the reference knows of them). The ticket's own file
+  // is left out. A reference without a protocol makes the result false; it
+  // is added, resolved against the ticket's file, only with
+  // `resolveRelative`. False with `list` untouched when the level lacks
+  // 0x80. Any failure inside is VYR_EImageTicketCannotGetDependencies; what
+  // was added by then stays.
+  bool Dependencies(QEN_TList& list, bool resolveRelative, bool withDetails) const;
 
   // --- Stored forms ----------------------------------------------------------------
   // Binary form: the level, Internal and CreatorId, then the groups of the
@@ -203,6 +255,26 @@ class VYR_API VYR_TImageTicket : public QEN_TObject,
   unsigned int SetNrRows(unsigned int rows);
   unsigned int SetNrColumns(unsigned int columns);
   unsigned int SetRelatedIndex(unsigned int index);
+  // Binds the ticket to its file: the time stamp and size as the file
+  // system gives them now, then File.
+  const QEN_TURL& SetFile(const QEN_TURL& url);
+  // The same with the facts the caller has. For an "embed" URL the size is
+  // the range's "embed.length", or the rest of the container when that is 0
+  // and the position is below 4 GiB, else 0. Any protocol but "file" and
+  // "embed" throws VYR_EImageTicketUnsupprotedFileFormat and changes nothing.
+  const QEN_TURL& SetFile(const QEN_TURL& url, const QEN_TFileInfo& info);
+  // The link to a related image; see VYR_TFtdLink. A null link leaves the
+  // one there; removing forgets the pointer and deletes nothing.
+  void SetFtdLink(VYR_TFtdLink* link);
+  const VYR_TFtdLink* GetFtdLink() const;
+  void RemoveFtdLink();
+  bool ValidFtdLink() const;
+  // The link's fields, or 0, sInvalidValue and null without a link.
+  VYR_TImageType FtdImageType() const;
+  int FtdRelatedIndex() const;
+  const VYR_TImageProxy* FtdRelatedProxy() const;
+  // RelatedIndex becomes FtdRelatedIndex().
+  unsigned int SetRelatedIndex();
   // Created empty on first use; owned by the ticket.
   QEN_TDict& ExtendedInfo();
   QEN_TList& ExternalRefs();
@@ -326,6 +398,19 @@ class VYR_API VYR_TTicketWriter {
   unsigned int SetNrRows(unsigned int rows) { return mTicket.SetNrRows(rows); }
   unsigned int SetNrColumns(unsigned int columns) { return mTicket.SetNrColumns(columns); }
   unsigned int SetRelatedIndex(unsigned int index) { return mTicket.SetRelatedIndex(index); }
+  // The file with its stamp and size from the file system, or from `info`.
+  const QEN_TURL& SetFile(const QEN_TURL& url) { return mTicket.SetFile(url); }
+  const QEN_TURL& SetFile(const QEN_TURL& url, const QEN_TFileInfo& info) {
+    return mTicket.SetFile(url, info);
+  }
+  void SetFtdLink(VYR_TFtdLink* link) { mTicket.SetFtdLink(link); }
+  const VYR_TFtdLink* GetFtdLink() const { return mTicket.GetFtdLink(); }
+  void RemoveFtdLink() { mTicket.RemoveFtdLink(); }
+  bool ValidFtdLink() const { return mTicket.ValidFtdLink(); }
+  VYR_TImageType FtdImageType() const { return mTicket.FtdImageType(); }
+  int FtdRelatedIndex() const { return mTicket.FtdRelatedIndex(); }
+  const VYR_TImageProxy* FtdRelatedProxy() const { return mTicket.FtdRelatedProxy(); }
+  unsigned int SetRelatedIndex() { return mTicket.SetRelatedIndex(); }
   QEN_TDict& ExtendedInfo() { return mTicket.ExtendedInfo(); }
   QEN_TList& ExternalRefs() { return mTicket.ExternalRefs(); }
   QEN_TDict& Internal() { return mTicket.Internal(); }

@@ -11,6 +11,7 @@
 #include "vyrax/vyr_dynamic_loader.h"
 #include "vyrax/vyr_enums.h"
 #include "vyrax/vyr_exceptions.h"
+#include "vyrax/vyr_image_proxy.h"
 #include "vyrax/vyr_image_ticket.h"
 #include "vyrax/vyr_ink.h"
 #include "vyrax/vyr_metadata.h"

@@ -10,6 +10,7 @@
 #include "vyrax/vyr_cfswrap.h"
 #include "vyrax/vyr_dynamic_loader.h"
 #include "vyrax/vyr_exceptions.h"
+#include "vyrax/vyr_image_proxy.h"
 #include "vyrax/vyr_image_ticket.h"
 #include "vyrax/vyr_ink.h"
 #include "vyrax/vyr_metadata.h"
@@ -87,6 +88,7 @@ const ClassObjectFunction kClassInitialisationList[] = {
     &VYR_EImageProxyEmpty::QEN_ClassObject,
     &VYR_EImageProxyNotImplemented::QEN_ClassObject,
     &VYR_EImageProxyInternal::QEN_ClassObject,
+    &VYR_TImageProxy::QEN_ClassObject,
     &VYR_EDynamicLoader::QEN_ClassObject,
     &VYR_EDynamicLoaderInternal::QEN_ClassObject,
     &VYR_EDynamicLoaderAlreadyLoaded::QEN_ClassObject,
@@ -104,6 +106,8 @@ const ClassObjectFunction kClassInitialisationList[] = {
     &VYR_TMemoryRef::QEN_ClassObject,
     &VYR_TFileBuffer::QEN_ClassObject,
     &VYR_TSliceBuffer::QEN_ClassObject,
+    &VYR_TIPIterationInfo::QEN_ClassObject,
+    &VYR_TIPIterator::QEN_ClassObject,
     &VYR_ECfsWrap::QEN_ClassObject,
     &VYR_TCfsWrap::QEN_ClassObject,
 };

@@ -1,0 +1,146 @@
+// An image proxy read from arbitrary bytes: every input either reads or
+// fails with a stream exception (QEN_EStreamException, of which syntax
+// errors and unknown classes are kinds), never a crash, a hang, unbounded
+// memory or another exception. A proxy that was read holds tickets only,
+// answers every question about its selection and walks, and writes forms
+// that read back to an equal proxy.
+//
+// The first byte picks the reader, the rest is its input:
+//   0  QEN_Unpack of the bare binary items into a new proxy
+//   1  ReadFrom of the bare text form
+//   2  Extract of a packed object (the class named in the bytes)
+//   3  Extract of a framed text object
+#include <vyrax/vyrax.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "fuzz_classes.h"
+
+namespace {
+
+std::string Packed(const VYR_TImageProxy& proxy) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream out(memory);
+  proxy.QEN_Pack(out);
+  out.Flush();
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+std::string Written(const VYR_TImageProxy& proxy) {
+  QEN_TMemoryStream memory;
+  QEN_THumanReadableStream out(memory);
+  proxy.WriteTo(out);
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+// What a caller asks of a proxy read from a store: none of it may fail.
+void Ask(VYR_TImageProxy& proxy) {
+  const unsigned entries = proxy.Entries();
+  const unsigned index = proxy.IndexOfSelected();
+  if (index > entries) std::abort();
+  if (entries == 0) return;
+  const VYR_TImageTicket& selected = proxy.Selected();
+  if (index < entries && &proxy[index] != &selected) std::abort();
+  unsigned walked = 0;
+  for (QEN_TConstIterator at = proxy.Previews(selected, false); !at.IsDone(); ++at) {
+    if (at.Value().DynamicCast<VYR_TImageTicket>() == nullptr || ++walked > entries)
+      std::abort();
+  }
+  QEN_TConstIterator back = proxy.Lookup(selected.ImageType());
+  for (back.Last(); !back.IsBeforeFirst(); --back)
+    if (back.Value().DynamicCast<VYR_TImageTicket>()->ImageType() != selected.ImageType())
+      std::abort();
+}
+
+// Written by us, so it must read back to the same bytes. (Not compared with
+// ==: a ticket holding a NaN equals nothing, not even itself.)
+void CheckBinary(const VYR_TImageProxy& proxy) {
+  std::string first = Packed(proxy);
+  QEN_TMemoryStream memory(&first[0], static_cast<unsigned>(first.size()),
+                           static_cast<unsigned>(first.size()));
+  QEN_TDataStream in(memory);
+  VYR_TImageProxy again;
+  try {
+    again.QEN_Unpack(in);
+  } catch (const QEN_EStreamException&) {
+    std::abort();
+  }
+  if (memory.Available() != 0 || Packed(again) != first ||
+      again.IndexOfSelected() != proxy.IndexOfSelected())
+    std::abort();
+}
+
+void CheckText(const VYR_TImageProxy& proxy) {
+  const std::string first = Written(proxy);
+  std::string copy = first;
+  QEN_TMemoryStream memory(&copy[0], static_cast<unsigned>(copy.size()),
+                           static_cast<unsigned>(copy.size()));
+  QEN_THumanReadableStream in(memory);
+  VYR_TImageProxy again;
+  try {
+    again.ReadFrom(in);
+  } catch (const QEN_EStreamException&) {
+    // A ticket may hold names its own reader doesn't know (see fuzz_ticket):
+    // it writes fine and can't be read back.
+    return;
+  }
+  if (Written(again) != first) std::abort();
+}
+
+void Check(VYR_TImageProxy& proxy) {
+  Ask(proxy);
+  CheckBinary(proxy);
+  CheckText(proxy);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  RegisterFuzzClasses();
+  if (!__QEN_INITIALIZATION_FUNCTION_VYRAX__()) std::abort();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 1 || size > 1 << 20) return 0;
+  const unsigned mode = data[0] % 4;
+  std::string input(reinterpret_cast<const char*>(data + 1), size - 1);
+  QEN_TMemoryStream bytes(&input[0], static_cast<unsigned>(input.size()),
+                          static_cast<unsigned>(input.size()));
+  try {
+    switch (mode) {
+      case 0: {
+        QEN_TDataStream in(bytes);
+        VYR_TImageProxy proxy;
+        proxy.QEN_Unpack(in);
+        Check(proxy);
+        break;
+      }
+      case 1: {
+        QEN_THumanReadableStream in(bytes);
+        VYR_TImageProxy proxy;
+        proxy.ReadFrom(in);
+        Check(proxy);
+        break;
+      }
+      case 2: {
+        QEN_TDataStream in(bytes);
+        std::unique_ptr<QEN_IPackable> object(in.Extract(true));
+        if (VYR_TImageProxy* proxy = object->DynamicCast<VYR_TImageProxy>()) Check(*proxy);
+        break;
+      }
+      default: {
+        QEN_THumanReadableStream in(bytes);
+        std::unique_ptr<QEN_IHumanReadable> object(in.Extract());
+        if (VYR_TImageProxy* proxy = object->DynamicCast<VYR_TImageProxy>()) Check(*proxy);
+        break;
+      }
+    }
+  } catch (const QEN_EStreamException&) {
+  }
+  return 0;
+}
