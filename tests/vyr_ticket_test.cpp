@@ -587,7 +587,9 @@ TEST_F(TicketTest, FormatCodesAndRipping) {
     ripWriter.SetImageProcessor(row.processor);
     ripWriter.ExtendedInfo().Remove("BitsPerPlane");
     if (row.bits) ripWriter.ExtendedInfo()["BitsPerPlane"] = row.bits;
-    if (row.acquire) EXPECT_EQ(rip.SetCanAcquire(row.acquire), row.acquire);
+    if (row.acquire) {
+      EXPECT_EQ(rip.SetCanAcquire(row.acquire), row.acquire);
+    }
     EXPECT_EQ(rip.IsRippable(), row.rippable) << &row - rows;
     EXPECT_TRUE(VYR_TImageTicket(rip, VYR_FillBasicInfo).IsRippable());
   }
