@@ -1,5 +1,6 @@
 // vyrtool, run as a child process on real files, as an operator runs it.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -127,6 +128,37 @@ TEST_F(VyrtoolTest, ShowAndConvertAStoredTicket) {
   EXPECT_EQ(ReadAll(Path("a.txt")).rfind("VYR_TImageTicket", 0), 0u);
   ASSERT_EQ(Run("convert --to binary a.txt b.ticket").code, 0);
   EXPECT_EQ(ReadAll(Path("b.ticket")), ReadAll(Path("a.ticket")));
+}
+
+TEST_F(VyrtoolTest, TicketCheckSaysWhy) {
+  WriteAll(Path("page.tif"), "pixels");
+  const QEN_TURL page = QEN_TURL::LocalToURL(QEN_TString(Path("page.tif")));
+  VYR_TImageTicket ticket;
+  VYR_TTicketWriter writer(ticket);
+  writer.AssignFile(page, QEN_TFileInfo(page, true).ModificationTime(), 6);
+  writer.ExternalRefs();  // an empty list: the ticket needs no other file
+  writer.SetFillLevel(VYR_FillFileAssigned | 0x80);
+  const test_support::Bytes packed = test_support::Pack(ticket);
+  WriteAll(Path("page.ticket"), std::string(packed.begin(), packed.end()));
+
+  Result fine = Run("--json ticket check page.ticket");
+  ASSERT_EQ(fine.code, 0) << fine.out << fine.err;
+  EXPECT_EQ(nlohmann::json::parse(fine.out)["ready"], true);
+  {
+    // Another process still writing the file: not ready.
+    const int writing = ::open(Path("page.tif").c_str(), O_WRONLY);
+    Result held = Run("ticket check page.ticket");
+    ::close(writing);
+    EXPECT_EQ(held.code, 1);
+    EXPECT_NE(held.out.find("ready\tno: the file, or a file it needs, is held open"),
+              std::string::npos) << held.out;
+  }
+  const struct utimbuf later = {2000000000, 2000000000};
+  ASSERT_EQ(::utime(Path("page.tif").c_str(), &later), 0);
+  Result stale = Run("ticket check page.ticket");
+  EXPECT_EQ(stale.code, 1);
+  EXPECT_NE(stale.out.find("valid\tno: the file's time stamp is 2033-05-18T03:33:20"),
+            std::string::npos) << stale.out;
 }
 
 TEST_F(VyrtoolTest, CatWritesARangeOfARealContainer) {
