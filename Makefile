@@ -25,12 +25,18 @@ tool-packages:
 	  || (apt-get update -qq && apt-get install -y -qq $(TOOL_PACKAGES)) >/dev/null 2>&1 \
 	  || echo "note: $(TOOL_PACKAGES) could not be installed; vyrtool is not built"
 
+# Quiet when it works; the whole build log when it does not.
 build: tool-packages
-	cmake --preset default >/dev/null
-	cmake --build --preset default -j $(JOBS)
+	@cmake --preset default >/dev/null
+	@echo "building (log: $(BUILD)/build.log)"
+	@MAKEFLAGS= cmake --build --preset default -j $(JOBS) >$(BUILD)/build.log 2>&1 \
+	  || (cat $(BUILD)/build.log; exit 1)
 
 demo: build
-	./$(BUILD)/bin/vyrax_demo
+	@rm -rf $(BUILD)/demo && mkdir -p $(BUILD)/demo
+	./$(BUILD)/bin/vyrax_demo $(BUILD)/demo
+	./$(BUILD)/bin/vyrtool meta verify $(BUILD)/demo/page.tif
+	./$(BUILD)/bin/vyrtool ticket check $(BUILD)/demo/page.ticket
 
 test: build
 	@command -v getfattr >/dev/null || (apt-get update -qq && apt-get install -y -qq attr) >/dev/null 2>&1 \

@@ -61,7 +61,8 @@ bool TagRoad() {
 
 }  // namespace demo
 
-int main() {
+// With a folder argument the demo leaves two files there for vyrtool.
+int main(int argc, char** argv) {
   bool started = __QEN_INITIALIZATION_FUNCTION_VYRAX__();
   std::printf("start-up: %s\n", started ? "true" : "false");
   if (!started) return 1;
@@ -71,6 +72,7 @@ int main() {
   ok = demo::TicketRoad() && ok;
   ok = demo::MetadataRoad() && ok;
   ok = demo::ConfigRoad() && ok;
+  if (argc > 1) ok = demo::KeepFiles(argv[1]) && ok;
   std::printf("%s\n", ok ? "demo finished" : "demo FAILED");
   return ok ? 0 : 1;
 }

@@ -19,6 +19,8 @@ bool MetadataRoad();
 // A configuration file read at the first use, a plug-in loaded from its
 // table and its creator called, and ink names in several languages.
 bool ConfigRoad();
+// Leaves a page with metadata and its stored ticket in `folder`.
+bool KeepFiles(const std::string& folder);
 // Hex dump of a few bytes, for the printed road.
 std::string Hex(const unsigned char* data, unsigned size);
 bool Fail(const char* what);
