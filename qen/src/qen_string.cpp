@@ -501,16 +501,16 @@ namespace {
 
 // One conversion formatted alone, with the numbers of its '*'s.
 template <class Value>
-int FormatOne(std::string& out, const std::string& spec, const int* stars, int starCount,
+int FormatOne(std::string& out, const std::string& conversion, const int* stars, int starCount,
               Value value) {
   auto print = [&](char* buffer, std::size_t size) {
     switch (starCount) {
       case 0:
-        return std::snprintf(buffer, size, spec.c_str(), value);
+        return std::snprintf(buffer, size, conversion.c_str(), value);
       case 1:
-        return std::snprintf(buffer, size, spec.c_str(), stars[0], value);
+        return std::snprintf(buffer, size, conversion.c_str(), stars[0], value);
       default:
-        return std::snprintf(buffer, size, spec.c_str(), stars[0], stars[1], value);
+        return std::snprintf(buffer, size, conversion.c_str(), stars[0], stars[1], value);
     }
   };
   char small[512];
@@ -575,29 +575,29 @@ std::string FormatPieceByPiece(const char* format, va_list args) {
       break;
     }
     const char letter = *p++;
-    const std::string spec(start, p);
+    const std::string conversion(start, p);
     const bool wide = longs > 0 || letter == 'C' || letter == 'S';
     int n = 0;
     switch (letter) {
       case 'd':
       case 'i':
         if (longs >= 2 || intMax || sizeT || ptrDiff || longDouble)
-          n = FormatOne(out, spec, stars, starCount, va_arg(args, long long));
+          n = FormatOne(out, conversion, stars, starCount, va_arg(args, long long));
         else if (longs == 1)
-          n = FormatOne(out, spec, stars, starCount, va_arg(args, long));
+          n = FormatOne(out, conversion, stars, starCount, va_arg(args, long));
         else
-          n = FormatOne(out, spec, stars, starCount, va_arg(args, int));
+          n = FormatOne(out, conversion, stars, starCount, va_arg(args, int));
         break;
       case 'o':
       case 'u':
       case 'x':
       case 'X':
         if (longs >= 2 || intMax || sizeT || ptrDiff || longDouble)
-          n = FormatOne(out, spec, stars, starCount, va_arg(args, unsigned long long));
+          n = FormatOne(out, conversion, stars, starCount, va_arg(args, unsigned long long));
         else if (longs == 1)
-          n = FormatOne(out, spec, stars, starCount, va_arg(args, unsigned long));
+          n = FormatOne(out, conversion, stars, starCount, va_arg(args, unsigned long));
         else
-          n = FormatOne(out, spec, stars, starCount, va_arg(args, unsigned));
+          n = FormatOne(out, conversion, stars, starCount, va_arg(args, unsigned));
         break;
       case 'e':
       case 'E':
@@ -608,26 +608,26 @@ std::string FormatPieceByPiece(const char* format, va_list args) {
       case 'a':
       case 'A':
         if (longDouble)
-          n = FormatOne(out, spec, stars, starCount, va_arg(args, long double));
+          n = FormatOne(out, conversion, stars, starCount, va_arg(args, long double));
         else
-          n = FormatOne(out, spec, stars, starCount, va_arg(args, double));
+          n = FormatOne(out, conversion, stars, starCount, va_arg(args, double));
         break;
       case 'c':
       case 'C':
         if (wide)
-          n = FormatOne(out, spec, stars, starCount, static_cast<wint_t>(va_arg(args, wint_t)));
+          n = FormatOne(out, conversion, stars, starCount, static_cast<wint_t>(va_arg(args, wint_t)));
         else
-          n = FormatOne(out, spec, stars, starCount, va_arg(args, int));
+          n = FormatOne(out, conversion, stars, starCount, va_arg(args, int));
         break;
       case 's':
       case 'S':
         if (wide)
-          n = FormatOne(out, spec, stars, starCount, va_arg(args, const wchar_t*));
+          n = FormatOne(out, conversion, stars, starCount, va_arg(args, const wchar_t*));
         else
-          n = FormatOne(out, spec, stars, starCount, va_arg(args, const char*));
+          n = FormatOne(out, conversion, stars, starCount, va_arg(args, const char*));
         break;
       case 'p':
-        n = FormatOne(out, spec, stars, starCount, va_arg(args, void*));
+        n = FormatOne(out, conversion, stars, starCount, va_arg(args, void*));
         break;
       case 'n':
         (void)va_arg(args, void*);  // never written through
@@ -636,7 +636,7 @@ std::string FormatPieceByPiece(const char* format, va_list args) {
         out += start;  // an unknown letter: its argument's type is unknown too
         return out;
     }
-    if (n < 0) out += "[refused: " + spec + "]";
+    if (n < 0) out += "[refused: " + conversion + "]";
   }
   return out;
 }
