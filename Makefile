@@ -59,7 +59,7 @@ bench: tool-packages peer-packages
 # One Release run of every benchmark (medians of 3), rendered into
 # docs/performance.md and the charts in docs/performance/.
 bench-report: tool-packages peer-packages
-	@python3 -c "import matplotlib" 2>/dev/null \
+	@/usr/bin/python3 -c "import matplotlib" 2>/dev/null \
 	  || (apt-get update -qq && apt-get install -y -qq python3-matplotlib) >/dev/null 2>&1
 	cmake --preset release >/dev/null
 	cmake --build --preset release -j $(JOBS)
@@ -71,7 +71,7 @@ bench-report: tool-packages peer-packages
 	  --benchmark_context=repetitions=3
 	./build-release/bin/vyrax_peer_bench --benchmark_repetitions=3 --benchmark_report_aggregates_only=true \
 	  --benchmark_out=build-release/peer-bench.json --benchmark_out_format=json
-	python3 bench/report.py build-release/bench.json build-release/peer-bench.json docs/performance
+	/usr/bin/python3 bench/report.py build-release/bench.json build-release/peer-bench.json docs/performance
 
 asan: tool-packages
 	cmake --preset asan >/dev/null
