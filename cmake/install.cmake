@@ -1,5 +1,6 @@
 # Installation: headers, the shared libraries with their SONAMEs, a CMake
-# package (find_package(vyrax) gives vyrax::vyrax) and a pkg-config file.
+# package (find_package(vyrax) gives vyrax::vyrax, vyrax::qentypes and
+# vyrax::ordonotes) and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS ordonotes qentypes vyrax
@@ -33,5 +34,9 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/vyraxConfigVersion.cmake
 install(FILES ${CMAKE_BINARY_DIR}/vyraxConfig.cmake ${CMAKE_BINARY_DIR}/vyraxConfigVersion.cmake
   DESTINATION ${VYRAX_CMAKE_DIR})
 
+# The way up from the pkg-config folder to the prefix, as deep as the
+# library folder is (lib, lib64, lib/x86_64-linux-gnu).
+file(RELATIVE_PATH PC_UP "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+set(PC_PREFIX_FROM_PCFILEDIR "\${pcfiledir}/${PC_UP}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/vyrax.pc.in ${CMAKE_BINARY_DIR}/vyrax.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/vyrax.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -211,7 +211,9 @@ TEST(StringEditing, JoinReplaceFormat) {
   EXPECT_EQ(QEN_TString::Format("a %lc b %*d %s %.1f %lld %ls|", static_cast<wint_t>(0xE9), 4, 7,
                                 "x", 2.25, -(1LL << 40), L"\u00e9"),
             QEN_TString("a [refused: %lc] b    7 x 2.2 -1099511627776 [refused: %ls]|"));
-  EXPECT_EQ(QEN_TString::Format("%lc %1$d", static_cast<wint_t>(0xE9)),
+  // A positional conversion stops the walk: its argument can't be known.
+  const char* positional = "%lc %1$d";
+  EXPECT_EQ(QEN_TString::Format(positional, static_cast<wint_t>(0xE9)),
             QEN_TString("[refused: %lc] %1$d"));
 }
 

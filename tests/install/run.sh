@@ -18,7 +18,9 @@ cmake --build "$work/client" >/dev/null
 PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig:$work/prefix/lib64/pkgconfig" \
   c++ -std=c++17 "$source_dir/tests/install/client/main.cpp" -o "$work/client-pc" \
   $(PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig:$work/prefix/lib64/pkgconfig" pkg-config --cflags --libs vyrax)
-"$work/client-pc"
+# pkg-config gives no run path: the program finds the library as any
+# program finds one outside the system's folders.
+LD_LIBRARY_PATH="$work/prefix/lib:$work/prefix/lib64" "$work/client-pc"
 
 # The library starts when the version registry can't be loaded.
 rm -f "$work"/prefix/lib*/libvyr_ver.so*
@@ -27,5 +29,9 @@ rm -f "$work"/prefix/lib*/libvyr_ver.so*
 # Only the public interface leaves the shared libraries.
 if nm -D --defined-only "$work"/prefix/lib*/libvyrax.so | grep -q ' T _ZN3vyr'; then
   echo "internal symbols are exported"; exit 1
+fi
+# No test hook leaves the installed libraries.
+if nm -D --defined-only "$work"/prefix/lib*/lib*.so | grep -E -q 'InjectFault|ClearFaults|take_fault'; then
+  echo "test hooks are exported"; exit 1
 fi
 echo "install test passed"
