@@ -1,5 +1,10 @@
 // vyrtool show and convert: any stored object, in either form.
-#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include "tool.h"
@@ -13,6 +18,13 @@ struct ShowOptions {
   std::string to;
   std::string in, out;
 };
+
+// The process's file creation mask, for a file made with mkstemp's 0600.
+mode_t Umask() {
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  return mask;
+}
 
 ShowOptions& Show() {
   static ShowOptions options;
@@ -29,21 +41,26 @@ int RunShow() {
 int RunConvert() {
   Owned object = ReadObjectFile(Show().in);
   const std::string bytes = Show().to == "text" ? TextForm(*object) : BinaryForm(*object);
-  // Written beside the target and renamed over it: a failed conversion
-  // leaves no half-written file.
-  const std::string temporary = Show().out + ".vyrtool-part";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    out.close();
-    if (!out) {
-      std::remove(temporary.c_str());
-      throw Failure(Show().out, "cannot be written");
-    }
+  // Written to a new file of its own beside the target (O_EXCL: never
+  // through a link someone left there) and renamed over it: a failed
+  // conversion leaves no half-written file.
+  std::string temporary = Show().out + ".XXXXXX";
+  const int fd = ::mkstemp(&temporary[0]);
+  if (fd < 0) throw Failure(Show().out, std::strerror(errno));
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t written = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) break;
+    done += static_cast<std::size_t>(written);
   }
-  if (std::rename(temporary.c_str(), Show().out.c_str()) != 0) {
-    std::remove(temporary.c_str());
-    throw Failure(Show().out, std::strerror(errno));
+  const int error = done == bytes.size() ? 0 : errno;
+  ::fchmod(fd, 0644 & ~Umask());
+  ::close(fd);
+  if (error != 0 || std::rename(temporary.c_str(), Show().out.c_str()) != 0) {
+    const int why = error != 0 ? error : errno;
+    ::unlink(temporary.c_str());
+    throw Failure(Show().out, std::strerror(why));
   }
   return kOk;
 }
