@@ -167,6 +167,17 @@ nlohmann::json ToJson(const QEN_IInterface& object) {
     VYR_TImageTicket copy(*ticket);
     return ToJson(static_cast<QEN_TDict>(copy));
   }
+  if (const auto* proxy = object.DynamicCast<VYR_TImageProxy>()) {
+    nlohmann::json tickets = nlohmann::json::array();
+    for (QEN_TConstIterator at(proxy->Tickets()); !at.IsDone(); ++at) tickets.push_back(ToJson(at.Value()));
+    nlohmann::json record = {{"file", Utf8(proxy->File().AsString())}, {"tickets", tickets}};
+    try {
+      record["selected"] = proxy->IndexOfSelected();
+    } catch (const QEN_EException&) {
+      record["selected"] = nullptr;
+    }
+    return record;
+  }
   const bool keyed = object.DynamicCast<QEN_TDict>() != nullptr ||
                      object.DynamicCast<QEN_TTree>() != nullptr;
   if (const auto* container = object.DynamicCast<QEN_IIteratable>()) {
