@@ -10,7 +10,7 @@ install(TARGETS ordonotes qentypes vyrax
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 # Modules loaded by name at run time.
-install(TARGETS vyr_ver LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS vyr_ver LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/vyrax/modules)
 if(TARGET vyr_cfs)
   install(TARGETS vyr_cfs LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endif()

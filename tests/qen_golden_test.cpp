@@ -204,7 +204,7 @@ TEST_F(GoldenTest, BinaryFormIsPinned) {
 TEST_F(GoldenTest, FirstVersionFilesStillRead) {
   // The version registry stays loaded to the end, as it does for a client
   // that links the library, so that what it holds is not taken for a leak.
-  ASSERT_NE(::dlopen(VYRAX_BINARY_DIR "/lib/libvyr_ver.so", RTLD_NOW | RTLD_GLOBAL | RTLD_NODELETE),
+  ASSERT_NE(::dlopen(VYRAX_BINARY_DIR "/lib/vyrax/modules/libvyr_ver.so", RTLD_NOW | RTLD_GLOBAL | RTLD_NODELETE),
             nullptr)
       << ::dlerror();
   void* library = ::dlopen(VYRAX_BINARY_DIR "/lib/libvyrax.so", RTLD_NOW | RTLD_GLOBAL);

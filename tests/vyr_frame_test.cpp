@@ -14,7 +14,7 @@ namespace {
 // under a sanitizer, whose run time intercepts dlopen, a bare name is not
 // searched on the library's own run path.
 void* VersionModule() {
-  return dlopen(VYRAX_BINARY_DIR "/lib/libvyr_ver.so", RTLD_NOW | RTLD_NOLOAD);
+  return dlopen(VYRAX_BINARY_DIR "/lib/vyrax/modules/libvyr_ver.so", RTLD_NOW | RTLD_NOLOAD);
 }
 
 unsigned VersionStarts() {

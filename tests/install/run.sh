@@ -23,7 +23,7 @@ PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig:$work/prefix/lib64/pkgconfig" \
 LD_LIBRARY_PATH="$work/prefix/lib:$work/prefix/lib64" "$work/client-pc"
 
 # The library starts when the version registry can't be loaded.
-rm -f "$work"/prefix/lib*/libvyr_ver.so*
+rm -f "$work"/prefix/lib*/vyrax/modules/libvyr_ver.so
 "$work/client/client"
 
 # Only the public interface leaves the shared libraries.

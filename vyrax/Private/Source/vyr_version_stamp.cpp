@@ -8,19 +8,20 @@
 namespace vyr {
 
 void* OpenVersionModule() {
-  // As given, then by its library file name, then beside this library. The
-  // registry keeps what it was given until the process ends, so it stays
-  // mapped until then too (RTLD_NODELETE): its records are not left behind
-  // in memory that an unloaded module no longer owns.
+  // As given, then by its file name, then in the modules folder beside this
+  // library. The registry keeps what it was given until the process ends,
+  // so it stays mapped until then too (RTLD_NODELETE): its records are not
+  // left behind in memory that an unloaded module no longer owns.
   constexpr int kMode = RTLD_NOW | RTLD_NODELETE;
   if (void* module = dlopen("VYR_VER", kMode)) return module;
   if (void* module = dlopen("libvyr_ver.so", kMode)) return module;
+  // The modules folder beside this library, where it is installed.
   Dl_info self;
   if (dladdr(reinterpret_cast<void*>(&OpenVersionModule), &self) != 0 && self.dli_fname != nullptr) {
     std::string path = self.dli_fname;
     std::string::size_type slash = path.rfind('/');
     if (slash != std::string::npos) {
-      path.replace(slash + 1, std::string::npos, "libvyr_ver.so");
+      path.replace(slash + 1, std::string::npos, "vyrax/modules/libvyr_ver.so");
       if (void* module = dlopen(path.c_str(), kMode)) return module;
     }
   }
