@@ -111,10 +111,15 @@ inline std::string BytesOf(const VYR_IBuffer* buffer) {
   return std::string(static_cast<const char*>(buffer->Buffer()), buffer->Size());
 }
 
-// The value of `key` as bytes, or "<none>".
+// The value of `key` as bytes, or "<none>" (the attribute store throws for
+// an absent key).
 inline std::string ValueOf(VYR_IMetadata& metadata, const char* key) {
-  Owned value(metadata.GetKeyValue(key));
-  return value ? BytesOf(value.get()) : std::string("<none>");
+  try {
+    Owned value(metadata.GetKeyValue(key));
+    return value ? BytesOf(value.get()) : std::string("<none>");
+  } catch (const VYR_EMetadataFileDoesNotExist&) {
+    return "<none>";
+  }
 }
 
 inline bool Store(VYR_IMetadata& metadata, const char* key, const std::string& bytes,
