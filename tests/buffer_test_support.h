@@ -28,20 +28,22 @@ namespace buffertest {
 
 typedef std::unique_ptr<const VYR_IBuffer> Owned;
 
-// A folder under /tmp, removed with everything in it at the end.
+// A folder, removed with everything in it at the end. /tmp lies on the
+// machine's disk; /dev/shm, where there is one, keeps larger attributes.
 class TempDir {
  public:
-  TempDir() {
-    char pattern[] = "/tmp/vyrax-buffer-XXXXXX";
+  explicit TempDir(const char* base = "/tmp") {
+    std::string pattern = std::string(base) + "/vyrax-test-XXXXXX";
     char resolved[PATH_MAX];
     // /proc/self/maps shows the resolved path.
-    if (mkdtemp(pattern) != nullptr) mPath = realpath(pattern, resolved) != nullptr ? resolved : pattern;
+    if (mkdtemp(&pattern[0]) != nullptr) mPath = realpath(pattern.c_str(), resolved) != nullptr ? resolved : pattern;
   }
   ~TempDir() {
     if (!mPath.empty())
       nftw(mPath.c_str(), [](const char* path, const struct stat*, int, struct FTW*) { return ::remove(path); },
            16, FTW_DEPTH | FTW_PHYS);
   }
+  bool Ok() const { return !mPath.empty(); }
   const std::string& Path() const { return mPath; }
   std::string File(const std::string& name) const { return mPath + "/" + name; }
 
@@ -99,15 +101,30 @@ inline unsigned OpenDescriptors() {
   return count;
 }
 
-// The log lines written while it lives.
+// The log lines written while it lives, and traces of the mask it is given
+// (0: none).
 class LogCapture {
  public:
-  LogCapture() { QENMESG_SetSink(&LogCapture::Take, this); }
-  ~LogCapture() { QENMESG_SetSink(nullptr, nullptr); }
+  explicit LogCapture(unsigned traceMask = 0) : mSavedFlags(VYR_DebugFlag) {
+    QENMESG_SetSink(&LogCapture::Take, this);
+    VYR_DebugFlag |= traceMask;
+  }
+  ~LogCapture() {
+    VYR_DebugFlag = mSavedFlags;
+    QENMESG_SetSink(nullptr, nullptr);
+  }
   std::vector<std::string> Lines() {
     std::lock_guard<std::mutex> guard(mMutex);
     return mLines;
   }
+  // The lines that hold `text`.
+  std::vector<std::string> With(const std::string& text) {
+    std::vector<std::string> found;
+    for (const std::string& line : Lines())
+      if (line.find(text) != std::string::npos) found.push_back(line);
+    return found;
+  }
+  size_t Count(const std::string& text) { return With(text).size(); }
 
  private:
   static void Take(const char* line, void* context) {
@@ -117,6 +134,7 @@ class LogCapture {
   }
   std::mutex mMutex;
   std::vector<std::string> mLines;
+  unsigned mSavedFlags;
 };
 
 // The text in an exception's data, or in element `index` of its data array.

@@ -5,7 +5,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <ftw.h>
 #include <gtest/gtest.h>
 #include <ordonotes/ordonotes.h>
 #include <signal.h>
@@ -20,38 +19,16 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "buffer_test_support.h"
 
 namespace metadatatest {
 
 typedef std::unique_ptr<const VYR_IBuffer> Owned;
 
-// A folder, removed with everything in it at the end. /tmp lies on the
-// machine's disk; /dev/shm, where there is one, keeps larger attributes.
-class TempDir {
- public:
-  explicit TempDir(const char* base = "/tmp") {
-    std::string pattern = std::string(base) + "/vyrax-metadata-XXXXXX";
-    std::vector<char> text(pattern.begin(), pattern.end());
-    text.push_back('\0');
-    if (const char* made = mkdtemp(text.data())) mPath = made;
-  }
-  ~TempDir() {
-    if (!mPath.empty())
-      nftw(
-          mPath.c_str(),
-          [](const char* path, const struct stat*, int, struct FTW*) { return ::remove(path); }, 16,
-          FTW_DEPTH | FTW_PHYS);
-  }
-  bool Ok() const { return !mPath.empty(); }
-  const std::string& Path() const { return mPath; }
-  std::string File(const std::string& name) const { return mPath + "/" + name; }
-
- private:
-  std::string mPath;
-};
+using buffertest::TempDir;
 
 inline std::string WriteFile(const std::string& path, const std::string& bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
@@ -111,10 +88,15 @@ inline std::string BytesOf(const VYR_IBuffer* buffer) {
   return std::string(static_cast<const char*>(buffer->Buffer()), buffer->Size());
 }
 
-// The value of `key` as bytes, or "<none>".
+// The value of `key` as bytes, or "<none>" (the attribute store throws for
+// an absent key).
 inline std::string ValueOf(VYR_IMetadata& metadata, const char* key) {
-  Owned value(metadata.GetKeyValue(key));
-  return value ? BytesOf(value.get()) : std::string("<none>");
+  try {
+    Owned value(metadata.GetKeyValue(key));
+    return value ? BytesOf(value.get()) : std::string("<none>");
+  } catch (const VYR_EMetadataFileDoesNotExist&) {
+    return "<none>";
+  }
 }
 
 inline bool Store(VYR_IMetadata& metadata, const char* key, const std::string& bytes,
@@ -132,41 +114,7 @@ inline std::vector<std::string> Keys(const QEN_TList& list) {
   return keys;
 }
 
-// Collects what the log writes while it lives: log lines, and traces of the
-// mask it is given (0: none).
-class Lines {
- public:
-  explicit Lines(unsigned traceMask = 0) : mSavedFlags(VYR_DebugFlag) {
-    QENMESG_SetSink(&Lines::Take, this);
-    VYR_DebugFlag |= traceMask;
-  }
-  ~Lines() {
-    VYR_DebugFlag = mSavedFlags;
-    QENMESG_SetSink(nullptr, nullptr);
-  }
-  std::vector<std::string> All() const {
-    std::lock_guard<std::mutex> guard(mMutex);
-    return mLines;
-  }
-  // The lines that hold `text`.
-  std::vector<std::string> With(const std::string& text) const {
-    std::vector<std::string> found;
-    for (const std::string& line : All())
-      if (line.find(text) != std::string::npos) found.push_back(line);
-    return found;
-  }
-  size_t Count(const std::string& text) const { return With(text).size(); }
-
- private:
-  static void Take(const char* line, void* context) {
-    Lines* self = static_cast<Lines*>(context);
-    std::lock_guard<std::mutex> guard(self->mMutex);
-    self->mLines.push_back(line);
-  }
-  mutable std::mutex mMutex;
-  std::vector<std::string> mLines;
-  unsigned mSavedFlags;
-};
+typedef buffertest::LogCapture Lines;
 
 // Runs `body` in a child process; its result is the child's exit status.
 template <class Body>

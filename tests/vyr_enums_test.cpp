@@ -1,13 +1,14 @@
-// The vocabularies: every value and text, and every matching rule of the
-// text-to-value functions with its own default.
+// The vocabularies against their golden file, their first use from several
+// threads, and the functions beside them.
 #include <gtest/gtest.h>
 #include <vyrax/vyrax.h>
 
 #include <cmath>
-#include <functional>
-#include <initializer_list>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "stream_test_support.h"
@@ -17,172 +18,109 @@ namespace {
 ::testing::Environment* const kStart = ::testing::AddGlobalTestEnvironment(
     new test_support::LibraryEnvironment<__QEN_INITIALIZATION_FUNCTION_VYRAX__>);
 
-// Values beyond the named ones, which have a text of their own.
-const unsigned kOutside[] = {99u, 0x80000000u, 0xFFFFFFFFu};
+// Each vocabulary by its name in the golden file: its writer, and its reader
+// (null where it has none).
+struct Vocabulary {
+  const char* name;
+  std::string (*write)(unsigned);
+  unsigned (*read)(const QEN_TString&);
+};
 
-typedef std::initializer_list<std::pair<const char*, unsigned>> ParseRows;
-
-template <class Result>
-void ExpectParses(Result (*parse)(const QEN_TString&), ParseRows rows) {
-  for (const auto& row : rows)
-    EXPECT_EQ(static_cast<unsigned>(parse(QEN_TString(row.first))), row.second)
-        << "text \"" << row.first << '"';
-}
-
-// Runs first, so that several threads race for the first use of the
-// look-up tables (meaningful under the thread sanitizer).
-TEST(Vocabularies, FirstUseFromSeveralThreads) {
-  std::vector<std::thread> threads;
-  std::vector<int> wrong(8, 0);
-  for (int t = 0; t < 8; ++t) {
-    threads.emplace_back([t, &wrong] {
-      for (int i = 0; i < 200; ++i) {
-        wrong[t] += VYR_String2ChannelEnc(QEN_TString("Cmyk")) != VYR_Cmyk;
-        wrong[t] += VYR_String2AlphaPlane(QEN_TString("alphaone")) != VYR_AlphaOne;
-        wrong[t] += VYR_String2ImageRotation(QEN_TString("Rot90")) != VYR_Rot90;
-        wrong[t] += VYR_String2ImageType(QEN_TString("icon")) != VYR_TypeIcon;
-        wrong[t] += VYR_String2FillLevel(QEN_TString("BasicInfo")) != 15u;
-        VYR_TBufferAccess access;
-        wrong[t] += VYR_String2Enum(QEN_TString("ReadWrite"), access) != VYR_ReadWrite;
-        wrong[t] += VYR_String2Inks(QEN_TString("Blue")) != VYR_InkBlue;
-        wrong[t] += VYR_String2Units(QEN_TString("mil")) != VYR_Mil;
-        wrong[t] += VYR_String2DefInkTypes(QEN_TString("display")) != VYR_DisplayInks;
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  for (int count : wrong) EXPECT_EQ(count, 0);
-}
-
-// A vocabulary's texts in value order, its text for values outside it, and
-// its parse rows: text and expected value.
 template <class Enum>
-void ExpectTexts(std::initializer_list<const char*> texts, const char* other) {
-  unsigned value = 0;
-  for (const char* text : texts) {
-    EXPECT_STREQ(VYR_Enum2String(static_cast<Enum>(value)).c_str(), text) << "value " << value;
-    ++value;
-  }
-  for (unsigned outside : kOutside)
-    EXPECT_STREQ(VYR_Enum2String(static_cast<Enum>(outside)).c_str(), other) << outside;
+std::string Write(unsigned value) {
+  return VYR_Enum2String(static_cast<Enum>(value)).c_str();
+}
+template <class Enum, Enum (*Parse)(const QEN_TString&)>
+unsigned Read(const QEN_TString& text) {
+  return static_cast<unsigned>(Parse(text));
 }
 
-const std::initializer_list<const char*> kChannelTexts = {
-    "UnknownChannelEncoding", "Bitmap", "Colored", "IndexedRgb", "IndexedCmyk", "NamedIndexed",
-    "Intensity", "Grayscale", "NamedIntensity", "Multitone", "Rgb", "Cmyk", "Labcolor", "YCbCr",
-    "Hsv", "Multichannel", "NamedMultichannel", "YCbCrK"};
+const Vocabulary kVocabularies[] = {
+    {"ChannelEnc", Write<VYR_TChannelEnc>, Read<VYR_TChannelEnc, VYR_String2ChannelEnc>},
+    {"InkPreviewEnc", Write<VYR_TInkPreviewEnc>,
+     Read<VYR_TInkPreviewEnc, VYR_String2InkPreviewEnc>},
+    {"AlphaPlane", Write<VYR_TAlphaPlane>, Read<VYR_TAlphaPlane, VYR_String2AlphaPlane>},
+    {"BufferAccess", Write<VYR_TBufferAccess>,
+     [](const QEN_TString& text) {
+       // Read in place, into the variable it is given.
+       VYR_TBufferAccess access = VYR_CopyOnWrite;
+       return &VYR_String2Enum(text, access) == &access ? static_cast<unsigned>(access) : 99u;
+     }},
+    {"CanFlag", Write<VYR_TCanFlag>, Read<VYR_TCanFlag, VYR_String2CanFlag>},
+    {"DefInkTypes", Write<VYR_TDefInkTypes>, Read<VYR_TDefInkTypes, VYR_String2DefInkTypes>},
+    {"ImageRotation", Write<VYR_TImageRotation>,
+     Read<VYR_TImageRotation, VYR_String2ImageRotation>},
+    {"ImageSubtype", Write<VYR_TImageSubtype>, nullptr},
+    {"ImageType", Write<VYR_TImageType>, Read<VYR_TImageType, VYR_String2ImageType>},
+    {"Inks", Write<VYR_TInks>, Read<VYR_TInks, VYR_String2Inks>},
+    {"InterleavedType", Write<VYR_TInterleavedType>,
+     Read<VYR_TInterleavedType, VYR_String2InterleavedType>},
+    {"KnotType", Write<VYR_TKnotType>, Read<VYR_TKnotType, VYR_String2KnotType>},
+    {"Units", Write<VYR_TMUnits>, Read<VYR_TMUnits, VYR_String2Units>},
+    {"VerifyStatus", Write<VYR_TVerifyStatus>, Read<VYR_TVerifyStatus, VYR_String2VerifyStatus>},
+    {"FillLevel", [](unsigned level) { return std::string(VYR_Enum2String(level).c_str()); },
+     [](const QEN_TString& text) { return VYR_String2FillLevel(text); }},
+};
 
-TEST(Vocabularies, ChannelEncoding) {
-  ExpectTexts<VYR_TChannelEnc>(kChannelTexts, "UnknownChannelEncoding");
-  // A preview encoding has the same texts.
-  ExpectTexts<VYR_TInkPreviewEnc>(kChannelTexts, "UnknownChannelEncoding");
-  // Dictionary with the input folded: every text reads back, in any case.
-  unsigned value = 0;
-  for (const char* name : kChannelTexts) {
-    QEN_TString text(name);
-    const unsigned expected = value++;
-    if (expected == 0) continue;
-    EXPECT_EQ(VYR_String2ChannelEnc(text), expected) << name;
-    EXPECT_EQ(VYR_String2ChannelEnc(text.ToLower()), expected) << name;
-    EXPECT_EQ(VYR_String2ChannelEnc(text.ToUpper()), expected) << name;
+// The words of a line; a word in double quotes may hold blanks or be empty.
+std::vector<std::string> Words(const std::string& line) {
+  std::vector<std::string> words;
+  std::istringstream in(line);
+  for (std::string word; in >> std::ws && !in.eof();) {
+    if (in.peek() == '"') {
+      in.get();
+      std::getline(in, word, '"');
+    } else {
+      in >> word;
+    }
+    words.push_back(word);
   }
-  ExpectParses(VYR_String2ChannelEnc,
-               {{"", 0}, {"UnknownChannelEncoding", 0}, {"rgb ", 0}, {"Lab", 0}});
-  // Only the preview encodings are keys of the preview vocabulary.
-  ExpectParses(VYR_String2InkPreviewEnc, {{"hsv", 14}, {"RGB", 10}, {"Cmyk", 11},
-                                          {"LABCOLOR", 12}, {"Grayscale", 0}, {"ycbcr", 0},
-                                          {"IndexedRgb", 0}, {"", 0}});
+  return words;
 }
 
-TEST(Vocabularies, TextsOfEveryOtherEnumeration) {
-  ExpectTexts<VYR_TAlphaPlane>(
-      {"AlphaNone", "AlphaNormal", "AlphaPremultiplied", "AlphaOne", "AlphaUnknown"},
-      "UndefinedAlphaPlane");
-  ExpectTexts<VYR_TBufferAccess>({"ReadOnly", "ReadWrite", "CopyOnWrite", "InvalidAccess"},
-                                 "InvalidAccess");
-  ExpectTexts<VYR_TCanFlag>({"invalid", "none", "limited", "full"}, "invalid");
-  ExpectTexts<VYR_TDefInkTypes>({"", "process", "display", "designer"}, "");
-  ExpectTexts<VYR_TImageRotation>({"NotRotated", "Rot90", "Rot180", "Rot270", "Mirrored",
-                                   "MirRot90", "MirRot180", "MirRot270"},
-                                  "UnknownRotation");
-  ExpectTexts<VYR_TImageSubtype>({"UnknownSubtype", "CT", "LP", "LW", "HC", "FP"},
-                                 "UndefinedImageSubtype");
-  ExpectTexts<VYR_TImageType>(
-      {"UnknownType", "Preview", "Icon", "Image", "Internal", "Production"}, "UndefinedImageType");
-  ExpectTexts<VYR_TInks>(
-      {"unknownink", "cyan", "magenta", "yellow", "black", "red", "green", "blue"}, "undefinedink");
-  ExpectTexts<VYR_TInterleavedType>(
-      {"UnknownInterleaved", "PixelInterleaved", "LineInterleaved", "PlaneInterleaved"},
-      "UnknownInterleaved");
-  ExpectTexts<VYR_TKnotType>({"KnotNop", "KnotMoveTo", "KnotClose", "KnotLinkLineTo",
-                              "KnotNormLineTo", "KnotLinkCurveTo", "KnotNormCurveTo"},
-                             "KnotNop");
-  ExpectTexts<VYR_TMUnits>({"Pixel", "MM", "CM", "Inch", "Mil"}, "UnknownUnits");
-  ExpectTexts<VYR_TVerifyStatus>({"KeyUnknown", "KeyDifferent", "KeyEqual"}, "KeyInvalid");
+// Checks one line of the golden file; false when the line is not understood.
+bool Check(const std::vector<std::string>& w, unsigned number) {
+  const Vocabulary* vocabulary = nullptr;
+  for (const Vocabulary& v : kVocabularies)
+    if (w.size() == 4 && w[1] == v.name) vocabulary = &v;
+  if (vocabulary == nullptr) return false;
+  if (w[0] == "text") {
+    EXPECT_EQ(vocabulary->write(std::stoul(w[2], nullptr, 0)), w[3]) << "line " << number;
+  } else if (w[0] == "read" && vocabulary->read != nullptr) {
+    EXPECT_EQ(vocabulary->read(QEN_TString(w[2].c_str())), std::stoul(w[3], nullptr, 0))
+        << "line " << number;
+  } else {
+    return false;
+  }
+  return true;
 }
 
-// Each text-to-value function with its own rule and default.
-TEST(Vocabularies, ParsingRulesAndDefaults) {
-  // Case-ignoring. The key of AlphaUnknown is not its text; it is the default.
-  ExpectParses(VYR_String2AlphaPlane,
-               {{"alphanone", 0}, {"AlphaNormal", 1}, {"ALPHAPREMULTIPLIED", 2}, {"alphaone", 3},
-                {"unknownalpha", 4}, {"AlphaUnknown", 4}, {"", 4}, {"UndefinedAlphaPlane", 4}});
-  // Exact.
-  ExpectParses(VYR_String2CanFlag, {{"none", 1}, {"limited", 2}, {"full", 3}, {"None", 0},
-                                    {"FULL", 0}, {"invalid", 0}, {"", 0}});
-  ExpectParses(VYR_String2DefInkTypes,
-               {{"process", 1}, {"DISPLAY", 2}, {"Designer", 3}, {"", 0}, {"proc", 0}});
-  // An unknown rotation gives NotRotated, not a value for "unknown".
-  ExpectParses(VYR_String2ImageRotation,
-               {{"notrotated", 0}, {"ROT90", 1}, {"Rot180", 2}, {"rot270", 3}, {"Mirrored", 4},
-                {"mirrot90", 5}, {"MIRROT180", 6}, {"MirRot270", 7}, {"UnknownRotation", 0},
-                {"Rot45", 0}});
-  ExpectParses(VYR_String2ImageType,
-               {{"unknowntype", 0}, {"Preview", 1}, {"ICON", 2}, {"image", 3}, {"Internal", 4},
-                {"production", 5}, {"UndefinedImageType", 0}, {"", 0}});
-  ExpectParses(VYR_String2Inks, {{"cyan", 1}, {"Magenta", 2}, {"YELLOW", 3}, {"black", 4},
-                                 {"Red", 5}, {"green", 6}, {"bLuE", 7}, {"unknownink", 0},
-                                 {"undefinedink", 0}, {"", 0}});
-  ExpectParses(VYR_String2InterleavedType,
-               {{"PixelInterleaved", 1}, {"LineInterleaved", 2}, {"PlaneInterleaved", 3},
-                {"pixelinterleaved", 0}, {"UnknownInterleaved", 0}});
-  ExpectParses(VYR_String2KnotType,
-               {{"KnotMoveTo", 1}, {"KnotClose", 2}, {"KnotLinkLineTo", 3}, {"KnotNormLineTo", 4},
-                {"KnotLinkCurveTo", 5}, {"KnotNormCurveTo", 6}, {"KnotNop", 0},
-                {"knotmoveto", 0}});
-  // Pixel is no key: it is the default.
-  ExpectParses(VYR_String2Units, {{"MM", 1}, {"mm", 1}, {"cm", 2}, {"inch", 3}, {"INCH", 3},
-                                  {"Mil", 4}, {"Pixel", 0}, {"UnknownUnits", 0}, {"", 0}});
-  ExpectParses(VYR_String2VerifyStatus, {{"KeyDifferent", 1}, {"KeyEqual", 2}, {"KeyUnknown", 0},
-                                         {"keyequal", 0}, {"KeyInvalid", 0}});
-  // The buffer access is read in place, exactly, into the given variable.
-  const std::pair<const char*, VYR_TBufferAccess> rows[] = {
-      {"ReadOnly", VYR_ReadOnly},       {"ReadWrite", VYR_ReadWrite},
-      {"CopyOnWrite", VYR_CopyOnWrite}, {"InvalidAccess", VYR_InvalidAccess},
-      {"readonly", VYR_InvalidAccess},  {"READWRITE", VYR_InvalidAccess},
-      {"", VYR_InvalidAccess}};
-  for (const auto& row : rows) {
-    VYR_TBufferAccess access = VYR_CopyOnWrite;
-    VYR_TBufferAccess& result = VYR_String2Enum(QEN_TString(row.first), access);
-    EXPECT_EQ(&result, &access);
-    EXPECT_EQ(access, row.second) << row.first;
+// Runs first, and from several threads at once, so that they race for the
+// first use of the look-up tables (meaningful under the thread sanitizer).
+TEST(Vocabularies, WriteAndReadAsTheGoldenFileSaysFromSeveralThreads) {
+  std::ifstream golden(VYRAX_TEST_DATA_DIR "/vocabularies.txt");
+  std::vector<std::vector<std::string>> lines;
+  for (std::string line; std::getline(golden, line);)
+    lines.push_back(line.empty() || line[0] == '#' ? std::vector<std::string>() : Words(line));
+  ASSERT_GT(lines.size(), 300u);
+  std::vector<std::thread> threads;
+  std::vector<unsigned> understood(4, 0);
+  for (unsigned& count : understood)
+    threads.emplace_back([&lines, &count] {
+      for (unsigned i = 0; i < lines.size(); ++i)
+        if (!lines[i].empty()) count += Check(lines[i], i + 1) ? 1 : 0;
+    });
+  for (std::thread& thread : threads) thread.join();
+  // Every line is understood, and every vocabulary is in the file.
+  std::set<std::string> seen;
+  unsigned rows = 0;
+  for (const std::vector<std::string>& w : lines)
+    if (!w.empty() && ++rows) seen.insert(w[0] + " " + w[1]);
+  for (unsigned count : understood) EXPECT_EQ(count, rows);
+  for (const Vocabulary& v : kVocabularies) {
+    EXPECT_TRUE(seen.count(std::string("text ") + v.name)) << v.name;
+    EXPECT_EQ(v.read != nullptr, seen.count(std::string("read ") + v.name) == 1) << v.name;
   }
-}
-
-TEST(Vocabularies, FillLevel) {
-  const std::pair<unsigned, const char*> rows[] = {
-      {0, "Empty"},      {1, "FileAssigned"},   {3, "FileType"},     {7, "ImageProcessor"},
-      {15, "BasicInfo"}, {127, "ExtendedInfo"}, {0x6FFF, "FullInfo"}};
-  for (const auto& row : rows) {
-    EXPECT_STREQ(VYR_Enum2String(row.first).c_str(), row.second);
-    EXPECT_EQ(VYR_String2FillLevel(QEN_TString(row.second)), row.first);
-    EXPECT_EQ(VYR_String2FillLevel(QEN_TString(row.second).ToLower()), row.first);
-  }
-  // Bit sets between the named levels have no name.
-  for (unsigned level : {2u, 31u, 0x7FFFu, 0xFFFFFFFFu})
-    EXPECT_STREQ(VYR_Enum2String(level).c_str(), "UnknownFillLevel") << level;
-  ExpectParses(VYR_String2FillLevel, {{"FULLINFO", 0x6FFF}, {"UnknownFillLevel", 0}, {"", 0}});
-  EXPECT_EQ(VYR_FillFullInfo, 28671u);
 }
 
 TEST(Vocabularies, IndexedEncodings) {

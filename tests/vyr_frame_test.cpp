@@ -56,14 +56,6 @@ TEST(ClassFrame, ClassObjectNeedsNoObjectAndNoStartUp) {
   EXPECT_EQ(failures, 0);
 }
 
-TEST(ClassFrame, ClassObjectMatchesDynamicInfoOfNull) {
-  VYR_TTag tag;
-  EXPECT_EQ(tag.QEN_DynamicInfo(nullptr), VYR_TTag::QEN_ClassObject());
-  EXPECT_EQ(&tag.ClassObject(), VYR_TTag::QEN_ClassObject());
-  EXPECT_STREQ(tag.ClassName(), "VYR_TTag");
-  EXPECT_EQ(QEN_TClass::Find("VYR_TTag"), VYR_TTag::QEN_ClassObject());
-}
-
 TEST(ClassFrame, DynamicInfoFromEveryBaseGivesTheCompleteObject) {
   VYR_TTag tag(1, 2, 3, 4);
   const QEN_TObject& asObject = tag;
@@ -85,52 +77,6 @@ TEST(ClassFrame, DynamicInfoFromEveryBaseGivesTheCompleteObject) {
     EXPECT_EQ(base->DynamicCast("VYR_TReference"), nullptr);
     EXPECT_EQ(base->QEN_MostDerivedObject(), &tag);
   }
-}
-
-TEST(ClassFrame, SuperclassesAndInterfaces) {
-  VYR_TTag tag;
-  EXPECT_TRUE(tag.HasSuperclass("VYR_TTag"));
-  EXPECT_TRUE(tag.HasSuperclass("QEN_TObject"));
-  EXPECT_FALSE(tag.HasSuperclass("QEN_IPackable"));
-  EXPECT_TRUE(tag.HasInterface("QEN_IPackable"));
-  EXPECT_TRUE(tag.HasInterface("QEN_IInterface"));
-  EXPECT_FALSE(tag.HasInterface("QEN_IThrowable"));
-  EXPECT_TRUE(VYR_TTag::QEN_HasSuperclass("VYR_TTag"));
-}
-
-TEST(ClassFrame, InterfacesHaveNoFactoryAndNoParent) {
-  EXPECT_TRUE(QEN_IPackable::QEN_IsInterface());
-  EXPECT_EQ(QEN_IPackable::QEN_Factory(), nullptr);
-  EXPECT_EQ(QEN_IPackable::QEN_ParentClass(), nullptr);
-  EXPECT_TRUE(QEN_IPackable::QEN_HasInterface("QEN_IInterface"));
-  EXPECT_FALSE(VYR_TTag::QEN_IsInterface());
-}
-
-TEST(ClassFrame, FactoryBuildsByNameAndDeletesThroughTheInterface) {
-  // Asking a class for its class object registers it; the start-up call does
-  // that for every class, and is left to the child processes of this file.
-  VYR_TTag::QEN_ClassObject();
-  const QEN_TClass* found = QEN_TClass::Find("VYR_TTag");
-  ASSERT_NE(found, nullptr);
-  ASSERT_NE(found->factory, nullptr);
-  std::unique_ptr<QEN_IInterface> made(found->factory());
-  ASSERT_NE(made, nullptr);
-  EXPECT_STREQ(made->ClassName(), "VYR_TTag");
-  const VYR_TTag* tag = made->DynamicCast<VYR_TTag>();
-  ASSERT_NE(tag, nullptr);
-  EXPECT_TRUE(*tag);
-}
-
-TEST(ClassFrame, IsIdentAndClone) {
-  VYR_TTag tag(5ULL, 6ULL);
-  std::unique_ptr<QEN_IPackable> clone(tag.QEN_Clone());
-  ASSERT_NE(clone, nullptr);
-  EXPECT_TRUE(tag.QEN_IsIdent(*clone));
-  EXPECT_TRUE(clone->QEN_IsIdent(tag));
-  EXPECT_NE(clone->DynamicCast("VYR_TTag"), &tag);
-  EXPECT_FALSE(tag.QEN_IsIdent(VYR_TTag(5ULL, 7ULL)));
-  QEN_TString unrelated("VYR_TTag");
-  EXPECT_FALSE(tag.QEN_IsIdent(unrelated));
 }
 
 TEST(StartUp, SecondCallIsAtOnceTrue) {

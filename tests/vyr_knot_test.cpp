@@ -1,5 +1,5 @@
 // The knot: equality on all fields, binary form, text form by the pairs in
-// use, debug print.
+// use.
 #include <gtest/gtest.h>
 #include <vyrax/vyrax.h>
 
@@ -131,19 +131,9 @@ TEST_F(KnotTest, PackedFormIsPinnedAndGivesIdenticalKnots) {
     EXPECT_THROW(ExtractAll(Bytes(one.begin(), one.begin() + length)), QEN_EException) << length;
 }
 
-TEST_F(KnotTest, TextFormShowsThePairsInUse) {
-  const std::pair<VYR_TKnot, const char*> rows[] = {
-      {VYR_TKnot(VYR_KnotNop, 1, 2, 3, 4, 5, 6), "KnotNop"},
-      {VYR_TKnot(VYR_KnotClose, 1, 2, 3, 4, 5, 6), "KnotClose"},
-      {VYR_TKnot(VYR_KnotMoveTo, 1.5, -2, 3, 4, 5, 6), "KnotMoveTo 1.5, -2"},
-      {VYR_TKnot(VYR_KnotLinkLineTo, 0.1, 1e20, 3, 4, 5, 6), "KnotLinkLineTo 0.1, 1e+20"},
-      {VYR_TKnot(VYR_KnotNormLineTo, 7, 8, 3, 4, 5, 6), "KnotNormLineTo 7, 8"},
-      {VYR_TKnot(VYR_KnotLinkCurveTo, 1, 2, 3, 4, 5, 6), "KnotLinkCurveTo 1, 2, 3, 4, 5, 6"},
-      {VYR_TKnot(VYR_KnotNormCurveTo, -1, -2, -3, -4, -5, -6),
-       "KnotNormCurveTo -1, -2, -3, -4, -5, -6"},
-      // A type outside the named ones is written as KnotNop.
-      {VYR_TKnot(Type(7), 1, 2, 3, 4, 5, 6), "KnotNop"}};
-  for (const auto& row : rows) EXPECT_EQ(Write(row.first), row.second);
+TEST_F(KnotTest, TextFormOfATypeOutsideTheNamedOnesIsKnotNop) {
+  // The named types are pinned by the framed golden file.
+  EXPECT_EQ(Write(VYR_TKnot(Type(7), 1, 2, 3, 4, 5, 6)), "KnotNop");
   EXPECT_FALSE(VYR_TKnot().QEN_HRMultiLine());
 }
 
@@ -171,9 +161,9 @@ TEST_F(KnotTest, TextFormReadsBackTheTypeAndThePairsInUse) {
   // White space may follow a comma, and a number may come in any form.
   EXPECT_EQ(Read("KnotLinkCurveTo 1,\n2,\t3, 4,5, -6e-1"),
             VYR_TKnot(VYR_KnotLinkCurveTo, 1, 2, 3, 4, 5, -0.6));
-  for (const char* text : {"KnotMoveTo 1 2", "KnotMoveTo 1 , 2", "KnotMoveTo 1; 2", "KnotMoveTo 1,",
-                           "KnotMoveTo", "KnotMoveTo x, 2", "KnotNormCurveTo 1, 2, 3, 4, 5",
-                           "KnotNormCurveTo 1, 2, 3, 4, 5 6"})
+  for (const char* text :
+       {"KnotMoveTo 1 2", "KnotMoveTo 1 , 2", "KnotMoveTo 1; 2", "KnotMoveTo 1,", "KnotMoveTo",
+        "KnotMoveTo x, 2", "KnotNormCurveTo 1, 2, 3, 4, 5", "KnotNormCurveTo 1, 2, 3, 4, 5 6"})
     EXPECT_THROW(Read(text), QEN_ESyntaxError) << text;
 }
 
@@ -198,17 +188,4 @@ TEST_F(KnotTest, FramedTextIsPinnedAndRebuiltByExtract) {
   std::string curve = Framed({knots[5]});
   for (size_t length = 1; length + 1 < curve.size(); ++length)
     EXPECT_THROW(ExtractAllText(curve.substr(0, length)), QEN_EException) << "length " << length;
-}
-
-TEST_F(KnotTest, DebugPrintIsOneLine) {
-  const std::pair<VYR_TKnot, const char*> rows[] = {
-      {VYR_TKnot(VYR_KnotClose, 1, 2, 3, 4, 5, 6), "VYR_TKnot { KnotClose }"},
-      {VYR_TKnot(VYR_KnotMoveTo, 1.5, -2, 3, 4, 5, 6), "VYR_TKnot { KnotMoveTo v1: 1.5 h1: -2 }"},
-      {VYR_TKnot(VYR_KnotNormCurveTo, 1, 2, 3, 4, 5, 6),
-       "VYR_TKnot { KnotNormCurveTo v1: 1 h1: 2 v2: 3 h2: 4 v3: 5 h3: 6 }"}};
-  for (const auto& row : rows) {
-    std::ostringstream out;
-    row.first.PrintOn(out);
-    EXPECT_EQ(out.str(), row.second);
-  }
 }

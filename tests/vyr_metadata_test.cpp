@@ -1,7 +1,7 @@
 // The metadata front: key normalisation, objects as values, GetAll with its
-// raw-bytes fallback, copies, the class frame, and the choice of backend by
-// the environment (in fresh child processes, since it is made once per
-// process). The store behind it here is the default side-car backend.
+// raw-bytes fallback and copies, over both stores; the class frame; time
+// stamps and archive data; and the choice of backend by the environment (in
+// fresh child processes, since it is made once per process).
 #include <cstdlib>
 
 #include "metadata_test_support.h"
@@ -12,9 +12,11 @@ using metadatatest::BytesOf;
 using metadatatest::Keys;
 using metadatatest::Owned;
 using metadatatest::ReadFile;
+using metadatatest::SetModificationTime;
 using metadatatest::Store;
 using metadatatest::UrlOf;
 using metadatatest::ValueOf;
+using metadatatest::WriteFile;
 
 std::string Normalized(const QEN_TString& key) { return VYR_TMetadata::NormalizeKey(key).c_str(); }
 
@@ -30,6 +32,45 @@ class MetadataTest : public ::testing::Test {
   metadatatest::TempDir mDir;
   std::string mData;
 };
+
+// The contract of the front, over each store. The store is chosen once per
+// process from the environment: the side-car store is the default, and the
+// attribute store's cases run in a fresh process of this binary that runs
+// only the case, with the variable set.
+const char kAttributes[] = "attributes";
+const char kContractChild[] = "VYR_METADATA_CONTRACT_CHILD";
+
+class MetadataContract : public MetadataTest, public ::testing::WithParamInterface<const char*> {
+ protected:
+  void SetUp() override {
+    MetadataTest::SetUp();
+    if (!Attributes() || std::getenv(kContractChild) != nullptr) {
+      const std::unique_ptr<VYR_IMetadata> probe(VYR_IMetadata::CreateAccessObject(UrlOf(mData)));
+      ASSERT_STREQ(Attributes() ? "VYR_TEA" : "VYR_TFileMetadata", probe->ClassName());
+      return;
+    }
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    const std::string filter =
+        std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
+    const pid_t child = ::fork();
+    if (child == 0) {
+      setenv("VYR_EMULATE_METADATA", "off", 1);
+      setenv(kContractChild, "1", 1);
+      execl("/proc/self/exe", "vyr_metadata_test", filter.c_str(), static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+    EXPECT_EQ(0, metadatatest::Wait(child)) << "the case failed on the attribute store";
+    mRanInChild = true;
+  }
+  bool Attributes() const { return GetParam() == std::string(kAttributes); }
+  // Whether the case ran in its own process, and the body has nothing left to do here.
+  bool mRanInChild = false;
+};
+
+INSTANTIATE_TEST_SUITE_P(Stores, MetadataContract, ::testing::Values("side-car", kAttributes),
+                         [](const ::testing::TestParamInfo<const char*>& info) {
+                           return std::string(info.param) == kAttributes ? "Attributes" : "SideCar";
+                         });
 
 TEST(NormalizeKey, KeepsUpperCaseLettersAndUnderscoresUpTo256Characters) {
   const QEN_TUniChar withNull[] = {u'a', u'b', 0, u'c', u'd'};
@@ -55,7 +96,8 @@ TEST(NormalizeKey, KeepsUpperCaseLettersAndUnderscoresUpTo256Characters) {
   for (const auto& c : cases) EXPECT_EQ(c.normalized, Normalized(c.key)) << c.normalized;
 }
 
-TEST_F(MetadataTest, KeysThatNormaliseAlikeReachTheSameValue) {
+TEST_P(MetadataContract, KeysThatNormaliseAlikeReachTheSameValue) {
+  if (mRanInChild) return;
   VYR_TMetadata metadata(UrlOf(mData));
   ASSERT_TRUE(Store(metadata, "abc", "first"));
   EXPECT_EQ("first", ValueOf(metadata, "aBc"));
@@ -63,15 +105,20 @@ TEST_F(MetadataTest, KeysThatNormaliseAlikeReachTheSameValue) {
   ASSERT_TRUE(Store(metadata, "a2", "two"));
   EXPECT_EQ("two", ValueOf(metadata, "a1"));
   EXPECT_EQ((std::vector<std::string>{"ABC", "A_"}), Keys(metadata.GetAllKeys()));
-  ASSERT_TRUE(Store(metadata, std::string(300, 'q').c_str(), "long"));
-  EXPECT_EQ("long", ValueOf(metadata, std::string(256, 'Q').c_str()));
+  // Long keys are cut to 256 characters (the attribute store refuses names
+  // that long: its own test tries the limit).
+  if (!Attributes()) {
+    ASSERT_TRUE(Store(metadata, std::string(300, 'q').c_str(), "long"));
+    EXPECT_EQ("long", ValueOf(metadata, std::string(256, 'Q').c_str()));
+  }
   EXPECT_TRUE(metadata.RemoveKey("Abc"));
   EXPECT_EQ("<none>", ValueOf(metadata, "abc"));
   ASSERT_TRUE(metadata.SetKeyValue("greeting", VYR_TBuffer(5, "hello", true), true));
   EXPECT_EQ("hello", ValueOf(metadata, "GREETING"));
 }
 
-TEST_F(MetadataTest, ObjectsComeBackAndGetAllGivesRawBytesAsBuffers) {
+TEST_P(MetadataContract, ObjectsComeBackAndGetAllGivesRawBytesAsBuffers) {
+  if (mRanInChild) return;
   VYR_TMetadata metadata(UrlOf(mData));
   VYR_TTag tag(0x100000002ULL, 0x300000004ULL);
   QEN_TDict dict;
@@ -80,7 +127,11 @@ TEST_F(MetadataTest, ObjectsComeBackAndGetAllGivesRawBytesAsBuffers) {
   ASSERT_TRUE(metadata.SetKeyObject("tag", tag, true));
   ASSERT_TRUE(metadata.SetKeyObject("dict", dict, true));
   ASSERT_TRUE(Store(metadata, "raw", std::string("\x01\x02no object", 11)));
-  ASSERT_TRUE(Store(metadata, "empty", ""));
+  // An empty value (side-car only: the attribute store lists no empty
+  // attribute in GetAll).
+  if (!Attributes()) {
+    ASSERT_TRUE(Store(metadata, "empty", ""));
+  }
 
   // A second object reads them from the file.
   VYR_TMetadata reader(UrlOf(mData));
@@ -90,51 +141,61 @@ TEST_F(MetadataTest, ObjectsComeBackAndGetAllGivesRawBytesAsBuffers) {
   EXPECT_STREQ("VYR_TTag", gotTag->ClassName());
   EXPECT_TRUE(gotTag->QEN_IsIdent(tag));
   EXPECT_TRUE(gotDict->QEN_IsIdent(dict));
-  EXPECT_EQ(nullptr, reader.GetKeyObject("absent"));
+  if (!Attributes()) {
+    EXPECT_EQ(nullptr, reader.GetKeyObject("absent"));
+  }
   // Bytes that are no packed object throw when read as one, and arrive as
   // they are in GetAll, which goes on with the next key.
   EXPECT_THROW(std::unique_ptr<QEN_IPackable>(metadata.GetKeyObject("raw")), QEN_EException);
   QEN_TDict all = metadata.GetAll();
-  EXPECT_EQ(4u, all.Entries());
+  EXPECT_EQ(Attributes() ? 3u : 4u, all.Entries());
   const QEN_TAny* tagInAll = all.Lookup("TAG");
   ASSERT_NE(nullptr, tagInAll);
   EXPECT_TRUE(tagInAll->Object() != nullptr && tagInAll->Object()->QEN_IsIdent(tag));
   ASSERT_NE(nullptr, all.Lookup("RAW"));
   const VYR_TBuffer* buffer = all.Lookup("RAW")->DynamicCast<VYR_TBuffer>();
   ASSERT_NE(nullptr, buffer);
-  ASSERT_NE(nullptr, all.Lookup("EMPTY"));
-  ASSERT_NE(nullptr, all.Lookup("EMPTY")->DynamicCast<VYR_TBuffer>());
-  EXPECT_EQ(0u, all.Lookup("EMPTY")->DynamicCast<VYR_TBuffer>()->Size());
+  if (!Attributes()) {
+    ASSERT_NE(nullptr, all.Lookup("EMPTY"));
+    ASSERT_NE(nullptr, all.Lookup("EMPTY")->DynamicCast<VYR_TBuffer>());
+    EXPECT_EQ(0u, all.Lookup("EMPTY")->DynamicCast<VYR_TBuffer>()->Size());
+  }
   // The raw bytes are a copy: they outlive a new reading of the store.
   metadata.Rescan();
   EXPECT_EQ(std::string("\x01\x02no object", 11), BytesOf(buffer));
 
   EXPECT_TRUE(metadata.RemoveAll());
   EXPECT_FALSE(metadata.HasAnyKey());
-  EXPECT_FALSE(metadatatest::Exists(SideCar()));
+  EXPECT_FALSE(metadatatest::Exists(SideCar()));  // nor on the attribute store
   EXPECT_TRUE(metadata.RemoveAll());
   EXPECT_TRUE(metadata.GetAll().IsEmpty());
 
-  // A file that does not even exist has an empty store.
+  // A file that does not even exist has an empty side-car store (and no
+  // attribute store at all).
+  if (Attributes()) return;
   VYR_TMetadata missing(UrlOf(mDir.File("not-there.tif")));
   EXPECT_FALSE(missing.HasAnyKey());
   EXPECT_EQ(nullptr, Owned(missing.GetKeyValue("any")));
 }
 
-TEST_F(MetadataTest, CopiesAreIndependentViewsOfTheSameStore) {
+TEST_P(MetadataContract, CopiesAreIndependentViewsOfTheSameStore) {
+  if (mRanInChild) return;
   auto original = std::make_unique<VYR_TMetadata>(UrlOf(mData));
   ASSERT_TRUE(Store(*original, "kept", "before copy"));
   original->Rescan();
-  EXPECT_FALSE(Store(*original, "memory", "not committed", false));
+  Store(*original, "memory", "not committed", false);
 
   // A copy reads the store afresh: what was not committed is not there.
   auto copy = std::make_unique<VYR_TMetadata>(*original);
   EXPECT_EQ("before copy", ValueOf(*copy, "kept"));
   EXPECT_EQ("<none>", ValueOf(*copy, "memory"));
-  EXPECT_EQ("not committed", ValueOf(*original, "memory"));
-
   ASSERT_TRUE(Store(*copy, "added", "by the copy"));
-  EXPECT_EQ("<none>", ValueOf(*original, "added"));
+  // The side-car store keeps what it read until a Rescan; the attribute
+  // store reads the file each time.
+  if (!Attributes()) {
+    EXPECT_EQ("not committed", ValueOf(*original, "memory"));
+    EXPECT_EQ("<none>", ValueOf(*original, "added"));
+  }
   original->Rescan();
   EXPECT_EQ("by the copy", ValueOf(*original, "added"));
 
@@ -175,6 +236,256 @@ TEST_F(MetadataTest, AFrontWithoutStoreOnlyThrowsAndTheClassesAreRegistered) {
     EXPECT_STREQ("Private/Include/vyr_file_metadata", e.QEN_ExceptionFile().c_str());
   }
   EXPECT_EQ(nullptr, QEN_TClass::Find("VYR_TEA"));
+}
+
+// --- Time stamps and archive data -----------------------------------------------------
+//
+// On the side-car store, with the data file's modification time moved by
+// utimensat; and relocatable objects of a small class of this test.
+
+// An object that refers to a file by its URL text and follows it when the
+// file moves, unless told that it cannot or it refuses.
+class Placement : public QEN_TObject,
+                  public virtual QEN_IPackable,
+                  public virtual VYR_IRelocatable {
+  QEN_VALUE_FRAME(Placement)
+
+ public:
+  Placement() = default;
+  Placement(const QEN_TString& file, bool canRelocate, bool refuses = false)
+      : mFile(file), mCanRelocate(canRelocate), mRefuses(refuses) {}
+  bool operator==(const Placement& o) const {
+    return mFile == o.mFile && mCanRelocate == o.mCanRelocate && mRefuses == o.mRefuses;
+  }
+  bool Relocate(QEN_TURL const& from, QEN_TURL const& to) override {
+    if (mRefuses) return false;
+    if (mFile == from.AsString()) mFile = to.AsString();
+    return true;
+  }
+  bool CanRelocate() const override { return mCanRelocate; }
+
+  void QEN_Pack(QEN_IPacking& out) const override { out << mFile << mCanRelocate << mRefuses; }
+  void QEN_Unpack(QEN_IUnpacking& in) override { in >> mFile >> mCanRelocate >> mRefuses; }
+
+  QEN_TString mFile;
+  bool mCanRelocate = true;
+  bool mRefuses = false;
+};
+
+QEN_DEFINE_VALUE(Placement, QEN_TObject, QEN_IPackable, VYR_IRelocatable)
+
+// A front that notes the calls of its hook.
+class Recording : public VYR_TMetadata {
+ public:
+  explicit Recording(const QEN_TURL& file) : VYR_TMetadata(file) {}
+  unsigned posts = 0;
+
+ protected:
+  void PostSetArchiveData(QEN_TDict const&, QEN_TURL const&, QEN_TURL const&) override { ++posts; }
+};
+
+constexpr long long kSecond = 1700000000;
+
+class TimestampTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_VYRAX__());
+    // Extract finds the class by name once it is registered.
+    ASSERT_NE(nullptr, Placement::QEN_ClassObject());
+  }
+  void SetUp() override {
+    ASSERT_TRUE(mDir.Ok());
+    mData = WriteFile(mDir.File("page1.tif"), "image bytes");
+    ASSERT_TRUE(SetModificationTime(mData, kSecond, 250000000));
+  }
+  // The stored stamps, as a dictionary; empty when there are none.
+  QEN_TDict StoredStamps() {
+    VYR_TMetadata reader(UrlOf(mData));
+    std::unique_ptr<QEN_IPackable> object(reader.GetKeyObject("TIMESTAMP"));
+    const QEN_TDict* stamps = object ? object->DynamicCast<QEN_TDict>() : nullptr;
+    return stamps != nullptr ? *stamps : QEN_TDict();
+  }
+
+  metadatatest::TempDir mDir;
+  std::string mData;
+};
+
+QEN_TTime TimeOf(const QEN_TDict& stamps) {
+  const QEN_TAny* time = stamps.Lookup("_FILE_");
+  const QEN_TTime* value = time != nullptr ? time->DynamicCast<QEN_TTime>() : nullptr;
+  return value != nullptr ? *value : QEN_TTime();
+}
+
+TEST_F(TimestampTest, AStampGoesStaleWhenTheFileChanges) {
+  VYR_TMetadata metadata(UrlOf(mData));
+  // Asking stores nothing.
+  EXPECT_EQ(VYR_KeyUnknown, metadata.VerifyTimestamp("A"));
+  EXPECT_FALSE(metadata.HasAnyKey());
+
+  EXPECT_TRUE(metadata.SetTimestamp("A"));
+  EXPECT_EQ(VYR_KeyEqual, metadata.VerifyTimestamp("A"));
+  // Stamp keys are taken as given, not normalised.
+  EXPECT_EQ(VYR_KeyUnknown, metadata.VerifyTimestamp("a"));
+  EXPECT_EQ(QEN_TTime::FromSeconds(kSecond, 250000), TimeOf(StoredStamps()));
+
+  ASSERT_TRUE(SetModificationTime(mData, kSecond + 60, 500000000));
+  EXPECT_EQ(VYR_KeyDifferent, metadata.VerifyTimestamp("A"));
+  EXPECT_EQ(VYR_KeyUnknown, metadata.VerifyTimestamp("B"));
+  // The stale entries reach the store only with the next stamp.
+  std::unique_ptr<QEN_TDict> listed(metadata.ListTimestamps());
+  EXPECT_FALSE(listed->Lookup("A")->AsBool());
+  EXPECT_TRUE(StoredStamps().Lookup("A")->AsBool());
+
+  EXPECT_TRUE(metadata.SetTimestamp("B"));
+  QEN_TDict stored = StoredStamps();
+  EXPECT_EQ(3u, stored.Entries());
+  EXPECT_EQ(QEN_TTime::FromSeconds(kSecond + 60, 500000), TimeOf(stored));
+  EXPECT_FALSE(stored.Lookup("A")->AsBool());
+  EXPECT_TRUE(stored.Lookup("B")->AsBool());
+
+  // A data file that is gone cannot be stamped.
+  VYR_TMetadata gone(UrlOf(mDir.File("gone.tif")));
+  EXPECT_THROW(gone.SetTimestamp("A"), QEN_EFileException);
+  EXPECT_THROW(gone.VerifyTimestamp("A"), QEN_EFileException);
+}
+
+TEST_F(TimestampTest, WholeSecondsMatchAnyFractionOfTheSameSecond) {
+  // Stamped at one time, checked at another (microseconds, in ns).
+  const struct {
+    long stampedNs;
+    long long checkedSecond;
+    long checkedNs;
+    VYR_TVerifyStatus status;
+  } cases[] = {
+      {0, kSecond, 123456000, VYR_KeyEqual},
+      {0, kSecond + 1, 123456000, VYR_KeyDifferent},
+      {654321000, kSecond, 0, VYR_KeyEqual},
+      {654321000, kSecond, 654322000, VYR_KeyDifferent},
+  };
+  VYR_TMetadata metadata(UrlOf(mData));
+  for (const auto& c : cases) {
+    ASSERT_TRUE(metadata.RemoveAll());
+    ASSERT_TRUE(SetModificationTime(mData, kSecond, c.stampedNs));
+    ASSERT_TRUE(metadata.SetTimestamp("A"));
+    ASSERT_TRUE(SetModificationTime(mData, c.checkedSecond, c.checkedNs));
+    EXPECT_EQ(c.status, metadata.VerifyTimestamp("A")) << c.stampedNs << " " << c.checkedNs;
+  }
+}
+
+TEST_F(TimestampTest, StampsOfAnotherFormCountAsNone) {
+  VYR_TMetadata metadata(UrlOf(mData));
+  // Bytes that are no packed object at all: the next stamp repairs them.
+  ASSERT_TRUE(Store(metadata, "TIMESTAMP", "\x05 not a packed object"));
+  EXPECT_EQ(VYR_KeyUnknown, metadata.VerifyTimestamp("A"));
+  EXPECT_TRUE(metadata.SetTimestamp("A"));
+  EXPECT_EQ(VYR_KeyEqual, metadata.VerifyTimestamp("A"));
+  ASSERT_TRUE(metadata.SetKeyObject("TIMESTAMP", VYR_TTag(1ULL, 2ULL), true));
+  EXPECT_EQ(VYR_KeyUnknown, metadata.VerifyTimestamp("A"));
+  QEN_TDict noTime;
+  noTime.Add(QEN_TString("A"), QEN_TAny(true));
+  ASSERT_TRUE(metadata.SetKeyObject("TIMESTAMP", noTime, true));
+  EXPECT_EQ(VYR_KeyUnknown, metadata.VerifyTimestamp("A"));
+  EXPECT_TRUE(metadata.SetTimestamp("B"));
+  EXPECT_EQ(2u, StoredStamps().Entries());
+}
+
+// --- Archive data, with relocatable objects
+// -------------------------------------------------------------------
+
+TEST_F(TimestampTest, ArchiveDataDropsWhatCannotFollowTheFileOrIsStale) {
+  VYR_TMetadata metadata(UrlOf(mData));
+  const QEN_TString where = UrlOf(mData).AsString();
+  ASSERT_TRUE(metadata.SetKeyObject("stale", Placement(where, true), true));
+  ASSERT_TRUE(metadata.SetKeyObject("fresh", Placement(where, true), true));
+  ASSERT_TRUE(metadata.SetKeyObject("unstamped", Placement(where, true), true));
+  ASSERT_TRUE(metadata.SetKeyObject("stuck", Placement(where, false), true));
+  ASSERT_TRUE(metadata.SetKeyObject("tag", VYR_TTag(1ULL, 2ULL), true));
+  ASSERT_TRUE(Store(metadata, "raw", "raw bytes"));
+  ASSERT_TRUE(metadata.SetTimestamp("STALE"));
+  ASSERT_TRUE(SetModificationTime(mData, kSecond + 5, 0));
+  ASSERT_TRUE(metadata.SetTimestamp("FRESH"));
+
+  QEN_TDict archive = metadata.GetArchiveData();
+  for (const char* dropped : {"STALE", "STUCK"}) EXPECT_EQ(nullptr, archive.Lookup(dropped));
+  for (const char* kept : {"FRESH", "UNSTAMPED", "TAG", "TIMESTAMP"})
+    EXPECT_NE(nullptr, archive.Lookup(kept)) << kept;
+  ASSERT_NE(nullptr, archive.Lookup("RAW"));
+  EXPECT_NE(nullptr, archive.Lookup("RAW")->DynamicCast<VYR_TBuffer>());
+  EXPECT_EQ(5u, archive.Entries());
+}
+
+TEST_F(TimestampTest, SetArchiveDataReplacesTheStoreAndRestampsMovedObjects) {
+  const std::string newData = WriteFile(mDir.File("page2.tif"), "moved");
+  ASSERT_TRUE(SetModificationTime(newData, kSecond + 100, 0));
+  const QEN_TURL from = UrlOf(mData);
+  const QEN_TURL to = UrlOf(newData);
+
+  QEN_TDict data;
+  data.Add(QEN_TString("PLACE"), QEN_TAny(Placement(from.AsString(), true)));
+  data.Add(QEN_TString("RAW"), QEN_TAny(VYR_TBuffer(3, "abc", true)));
+  data.Add(QEN_TString("TAG"), QEN_TAny(VYR_TTag(5ULL, 6ULL)));
+  QEN_TDict oldStamps;
+  oldStamps.Add(QEN_TString("_FILE_"), QEN_TAny(QEN_TTime::FromSeconds(1, 0)));
+  oldStamps.Add(QEN_TString("OLD"), QEN_TAny(true));
+  data.Add(QEN_TString("TIMESTAMP"), QEN_TAny(oldStamps));
+
+  Recording target(to);
+  ASSERT_TRUE(Store(target, "LEFTOVER", "goes"));
+  EXPECT_TRUE(target.SetArchiveData(data, from, to));
+  EXPECT_EQ(1u, target.posts);
+
+  // The caller's stamps got the file's time; the store's stamps are new.
+  const QEN_TDict* callerStamps = data.Lookup("TIMESTAMP")->DynamicCast<QEN_TDict>();
+  ASSERT_NE(nullptr, callerStamps);
+  EXPECT_EQ(QEN_TTime::FromSeconds(kSecond + 100, 0), TimeOf(*callerStamps));
+
+  VYR_TMetadata reader(to);
+  EXPECT_EQ("<none>", ValueOf(reader, "LEFTOVER"));
+  EXPECT_EQ("abc", ValueOf(reader, "RAW"));
+  std::unique_ptr<QEN_IPackable> place(reader.GetKeyObject("PLACE"));
+  ASSERT_NE(nullptr, place);
+  EXPECT_EQ(to.AsString(), place->DynamicCast<Placement>()->mFile);
+  std::unique_ptr<QEN_IPackable> tag(reader.GetKeyObject("TAG"));
+  EXPECT_TRUE(tag && tag->QEN_IsIdent(VYR_TTag(5ULL, 6ULL)));
+  EXPECT_EQ(VYR_KeyEqual, reader.VerifyTimestamp("PLACE"));
+  EXPECT_EQ(VYR_KeyUnknown, reader.VerifyTimestamp("OLD"));
+  EXPECT_EQ(VYR_KeyUnknown, reader.VerifyTimestamp("TAG"));
+}
+
+TEST_F(TimestampTest, SetArchiveDataStopsAtTheFirstFailure) {
+  const QEN_TURL here = UrlOf(mData);
+  QEN_TDict data;
+  data.Add(QEN_TString("FIRST"), QEN_TAny(VYR_TTag(1ULL, 1ULL)));
+  data.Add(QEN_TString("REFUSES"), QEN_TAny(Placement(here.AsString(), true, true)));
+  data.Add(QEN_TString("LAST"), QEN_TAny(VYR_TTag(2ULL, 2ULL)));
+  Recording metadata(here);
+  ASSERT_TRUE(Store(metadata, "OLD", "old"));
+  EXPECT_FALSE(metadata.SetArchiveData(data, here, here));
+  EXPECT_EQ(1u, metadata.posts);
+  VYR_TMetadata reader(here);
+  EXPECT_EQ((std::vector<std::string>{"FIRST"}), metadatatest::Keys(reader.GetAllKeys()));
+}
+
+TEST_F(TimestampTest, MoveKeepsPlainValuesAndDropsTheOldStamps) {
+  VYR_TMetadata metadata(UrlOf(mData));
+  ASSERT_TRUE(metadata.SetKeyObject("tag", VYR_TTag(3ULL, 4ULL), true));
+  ASSERT_TRUE(Store(metadata, "raw", "bytes"));
+  ASSERT_TRUE(metadata.SetTimestamp("TAG"));
+  const QEN_TURL other = UrlOf(mDir.File("elsewhere.tif"));
+  EXPECT_TRUE(metadata.Move(UrlOf(mData), other));
+
+  VYR_TMetadata reader(UrlOf(mData));
+  EXPECT_EQ((std::vector<std::string>{"TAG", "RAW"}), metadatatest::Keys(reader.GetAllKeys()));
+  EXPECT_EQ("bytes", ValueOf(reader, "raw"));
+
+  // A relocatable object follows the move and is stamped for the file.
+  ASSERT_TRUE(metadata.SetKeyObject("place", Placement(UrlOf(mData).AsString(), true), true));
+  ASSERT_TRUE(metadata.Move(UrlOf(mData), other));
+  reader.Rescan();
+  std::unique_ptr<QEN_IPackable> place(reader.GetKeyObject("PLACE"));
+  ASSERT_NE(nullptr, place);
+  EXPECT_EQ(other.AsString(), place->DynamicCast<Placement>()->mFile);
+  EXPECT_EQ(VYR_KeyEqual, reader.VerifyTimestamp("PLACE"));
 }
 
 // --- The choice of backend ------------------------------------------------------

@@ -296,10 +296,10 @@ TEST_F(ReferenceTest, TextFormIsTheQuotedUrlThenUnitAndOffsets) {
 }
 
 TEST_F(ReferenceTest, TextThatDoesNotFitIsASyntaxError) {
-  for (const char* text : {"\"file:///a\" Inches 1, 2", "\"file:///a\" 1, 2",
-                           "\"file:///a\" Inch 1 2", "\"file:///a\" Inch 1 , 2",
-                           "\"file:///a\" Inch 1,", "\"file:///a\" Inch", "\"file:///a\"",
-                           "file:///a Inch 1, 2"})
+  for (const char* text :
+       {"\"file:///a\" Inches 1, 2", "\"file:///a\" 1, 2", "\"file:///a\" Inch 1 2",
+        "\"file:///a\" Inch 1 , 2", "\"file:///a\" Inch 1,", "\"file:///a\" Inch", "\"file:///a\"",
+        "file:///a Inch 1, 2"})
     EXPECT_THROW(Read(text), QEN_ESyntaxError) << text;
   // A unit outside the named ones writes a word that doesn't read back.
   VYR_TReference odd(Url("file:///a"), static_cast<VYR_TMUnits>(9), 0, 0);
@@ -319,12 +319,4 @@ TEST_F(ReferenceTest, FramedTextIsPinnedAndRebuiltByExtract) {
   // Cut anywhere, the text fails with an exception of the base library.
   for (size_t length = 1; length <= text.find('}'); ++length)
     EXPECT_THROW(ExtractAllText(text.substr(0, length)), QEN_EException) << "length " << length;
-}
-
-TEST_F(ReferenceTest, DebugPrint) {
-  std::ostringstream out;
-  VYR_TReference(Url("file:///a.tif"), VYR_MM, 1.5, -2.0).PrintOn(out);
-  EXPECT_EQ(out.str(),
-            "VYR_TReference\n{\n  File file:///a.tif\n  Units MM\n  VOffset 1.5\n"
-            "  HOffset -2\n}");
 }

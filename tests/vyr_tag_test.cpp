@@ -1,11 +1,10 @@
-// The tag: construction, binary and text forms, debug print.
-#include <memory>
-#include <sstream>
-#include <string>
-#include <vector>
-
+// The tag: construction, binary and text forms.
 #include <gtest/gtest.h>
 #include <vyrax/vyrax.h>
+
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "stream_test_support.h"
 
@@ -14,7 +13,6 @@ namespace {
 using test_support::Extract;
 using test_support::Golden;
 using test_support::Pack;
-using test_support::RecordingStream;
 using TagTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__>;
 
 std::string Write(const VYR_TTag& tag) { return test_support::Write(tag); }
@@ -40,23 +38,6 @@ TEST_F(TagTest, EmptinessIsTheReverseOfTheUsualSense) {
   EXPECT_FALSE(onlySizeHigh);
   EXPECT_NE(onlySizeHigh, VYR_TTag());
   EXPECT_FALSE(onlySizeHigh == VYR_TTag());
-}
-
-TEST_F(TagTest, PacksExactlyFourWordsInFieldOrder) {
-  RecordingStream recorder;
-  VYR_TTag(1, 2, 3, 4).QEN_Pack(recorder);
-  EXPECT_EQ(recorder.calls, (std::vector<std::string>{"u32 1", "u32 2", "u32 3", "u32 4"}));
-}
-
-TEST_F(TagTest, PackAndExtractRebuildsByClassName) {
-  VYR_TTag tag(16ULL, 32ULL);
-  std::unique_ptr<QEN_IInterface> rebuilt = Extract(Pack(tag));
-  ASSERT_NE(rebuilt, nullptr);
-  EXPECT_STREQ(rebuilt->ClassName(), "VYR_TTag");
-  const VYR_TTag* copy = rebuilt->DynamicCast<VYR_TTag>();
-  ASSERT_NE(copy, nullptr);
-  EXPECT_TRUE(copy->QEN_IsIdent(tag));
-  EXPECT_EQ(*copy, tag);
 }
 
 TEST_F(TagTest, PackedFormIsPinned) {
@@ -110,10 +91,4 @@ TEST_F(TagTest, FramedTextIsRebuiltByExtract) {
   std::unique_ptr<QEN_IInterface> rebuilt(reader.Extract());
   ASSERT_NE(rebuilt, nullptr);
   EXPECT_EQ(*rebuilt->DynamicCast<VYR_TTag>(), VYR_TTag(3, 4, 5, 6));
-}
-
-TEST_F(TagTest, DebugPrint) {
-  std::ostringstream out;
-  VYR_TTag(16ULL, 32ULL).PrintOn(out);
-  EXPECT_EQ(out.str(), "VYR_TTag\n{\n  Position 16 : 0\n  Size 32 : 0\n}");
 }

@@ -131,16 +131,6 @@ TEST_F(XattrTest, AMissingFileHasNoStoreAndAnAbsentKeyThrows) {
                VYR_EMetadataFileDoesNotExist);
   // Removing an absent key is the file system's answer: nothing to do.
   EXPECT_TRUE(metadata.RemoveKey("absent"));
-  // GetAll never meets an absent key, and its raw bytes outlive the block.
-  ASSERT_TRUE(metadata.SetKeyObject("tag", VYR_TTag(1ULL, 2ULL), true));
-  ASSERT_TRUE(Store(metadata, "raw", "not an object"));
-  QEN_TDict all = metadata.GetAll();
-  EXPECT_EQ(2u, all.Entries());
-  ASSERT_NE(nullptr, all.Lookup("RAW"));
-  const VYR_TBuffer* raw = all.Lookup("RAW")->DynamicCast<VYR_TBuffer>();
-  ASSERT_NE(nullptr, raw);
-  metadata.Rescan();
-  EXPECT_EQ("not an object", metadatatest::BytesOf(raw));
 }
 
 TEST_F(XattrTest, NamesAndValuesBeyondTheLimitsAreFalseResults) {
