@@ -9,10 +9,12 @@
 //     inside the view, per call.
 // The files are written once, with real bytes, into a temporary folder that
 // is removed at exit.
+#include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vyrax/vyrax.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -20,9 +22,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <benchmark/benchmark.h>
-#include <vyrax/vyrax.h>
 
 namespace {
 

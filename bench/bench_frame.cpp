@@ -1,13 +1,13 @@
 // The class frame and the binary stream, each beside its floor: a hand-written
 // copy of the same fields into a byte vector and back, and the language's own
 // dynamic_cast.
+#include <benchmark/benchmark.h>
+#include <vyrax/vyrax.h>
+
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <benchmark/benchmark.h>
-#include <vyrax/vyrax.h>
 
 namespace {
 

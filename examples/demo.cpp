@@ -1,12 +1,12 @@
 // The road of a tag through the library: start it, build a tag, pack it,
 // rebuild it by class name, write it as text and read it back.
-#include <cstdio>
-#include <memory>
-#include <string>
+#include "demo.h"
 
 #include <vyrax/vyrax.h>
 
-#include "demo.h"
+#include <cstdio>
+#include <memory>
+#include <string>
 
 namespace demo {
 
@@ -35,14 +35,16 @@ bool TagRoad() {
   QEN_TDataStream writer(packed);
   writer << tag;
   writer.Flush();
-  std::printf("packed %u bytes: %s\n", packed.Length(), Hex(packed.Data(), packed.Length()).c_str());
+  std::printf("packed %u bytes: %s\n", packed.Length(),
+              Hex(packed.Data(), packed.Length()).c_str());
 
   QEN_TMemoryStream source(packed.Data(), packed.Length(), packed.Length());
   QEN_TDataStream reader(source);
   std::unique_ptr<QEN_IInterface> rebuilt(reader.Extract(true));
   const VYR_TTag* copy = rebuilt ? rebuilt->DynamicCast<VYR_TTag>() : nullptr;
   if (copy == nullptr) return Fail("the packed bytes did not rebuild a VYR_TTag");
-  std::printf("rebuilt %s: %s\n", rebuilt->ClassName(), copy->QEN_IsIdent(tag) ? "equal" : "different");
+  std::printf("rebuilt %s: %s\n", rebuilt->ClassName(),
+              copy->QEN_IsIdent(tag) ? "equal" : "different");
   if (!copy->QEN_IsIdent(tag)) return Fail("rebuilt tag differs");
 
   QEN_TMemoryStream text;

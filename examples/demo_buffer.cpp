@@ -2,6 +2,7 @@
 // through an "embed" URL, and bytes outside a mapped view read into a
 // private block.
 #include <unistd.h>
+#include <vyrax/vyrax.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -9,8 +10,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <vyrax/vyrax.h>
 
 #include "demo.h"
 
@@ -54,7 +53,9 @@ class DemoFile {
   bool mWritten = false;
 };
 
-const unsigned char* BytesOf(const void* address) { return static_cast<const unsigned char*>(address); }
+const unsigned char* BytesOf(const void* address) {
+  return static_cast<const unsigned char*>(address);
+}
 
 }  // namespace
 

@@ -1,10 +1,10 @@
 // Files the demo leaves behind for vyrtool to look at: a page with a note
 // and a stamp in its metadata, and the page's ticket, stored.
+#include <vyrax/vyrax.h>
+
 #include <cstdio>
 #include <memory>
 #include <string>
-
-#include <vyrax/vyrax.h>
 
 #include "demo.h"
 

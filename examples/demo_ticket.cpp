@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
 #include <vyrax/vyrax.h>
 
 #include <cstdio>
@@ -141,8 +140,8 @@ bool FileChecks(const VYR_TImageTicket& described) {
   ReaderProxy reader(ticket);
   reader.Add(preview);
   VYR_TImageProxy proxy(reader);
-  std::printf("%u tickets of %s, selected %u\n", proxy.Entries(),
-              proxy.File().FileName().c_str(), proxy.IndexOfSelected());
+  std::printf("%u tickets of %s, selected %u\n", proxy.Entries(), proxy.File().FileName().c_str(),
+              proxy.IndexOfSelected());
   for (QEN_TConstIterator at = proxy.Previews(proxy.Selected(), false); !at.IsDone(); ++at) {
     const VYR_TImageTicket& found = *at.Value().DynamicCast<VYR_TImageTicket>();
     std::printf("  preview at position %u: %u x %u pixels\n", found.ImagePosition(),

@@ -7,14 +7,14 @@
 //
 // Input: byte 0 picks the kind of destination, byte 1 its size, the rest is
 // the text.
+#include <vyrax/vyrax.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <vector>
-
-#include <vyrax/vyrax.h>
 
 namespace {
 
@@ -51,7 +51,7 @@ Expected Decode(const unsigned char* text, size_t size, size_t room) {
   for (; pair + 1 < digits.size() && result.bytes.size() < room; pair += 2)
     result.bytes.push_back(static_cast<unsigned char>(digits[pair] * 16 + digits[pair + 1]));
   if (result.bytes.size() == room) return result;  // full: whatever is left is ignored
-  if (pair < digits.size()) {                       // one digit left
+  if (pair < digits.size()) {                      // one digit left
     if (where[pair] == size - 1) {
       result.incomplete = true;
     } else {

@@ -8,6 +8,7 @@
 // and the numbers name, and what doesn't open must fail with an exception of
 // the buffer family.
 #include <unistd.h>
+#include <vyrax/vyrax.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -17,8 +18,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <vyrax/vyrax.h>
 
 namespace {
 
@@ -95,9 +94,8 @@ void CheckNesting(const QEN_TURL& url, unsigned low, unsigned high, unsigned siz
   }
   const VYR_TTag tag = VYR_Embedded2Tag(made);
   const unsigned long long position =
-      Join(low, high) + (embedded ? Join(Number(url, "embed.position_low"),
-                                         Number(url, "embed.position_high"))
-                                  : 0);
+      Join(low, high) +
+      (embedded ? Join(Number(url, "embed.position_low"), Number(url, "embed.position_high")) : 0);
   Check(Join(tag.Position(), tag.PositionHigh()) == position);
   Check(tag.Size() == (embedded && size == 0 ? Number(url, "embed.length") : size));
   // The tag of a made URL makes the same URL again on its container.
@@ -114,8 +112,8 @@ void CheckOpening(const QEN_TURL& url, unsigned low, unsigned high, unsigned siz
   QEN_TURL range = QEN_TURL::LocalToURL(QEN_TString(gContainer.c_str()));
   range.SetQuery(url.Query());
   range.SetProtocol(QEN_TString("embed"));
-  const unsigned long long position =
-      Join(low, high) + Join(Number(range, "embed.position_low"), Number(range, "embed.position_high"));
+  const unsigned long long position = Join(low, high) + Join(Number(range, "embed.position_low"),
+                                                             Number(range, "embed.position_high"));
   Owned buffer;
   try {
     buffer.reset(VYR_IBuffer::Create(range, low, high, size));
@@ -152,7 +150,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   if (mkdtemp(folder) == nullptr) std::abort();
   gContainer = std::string(folder) + "/container.bin";
   gBytes.resize(3 * 4096 + 123);
-  for (size_t i = 0; i < gBytes.size(); ++i) gBytes[i] = static_cast<unsigned char>(i * 37 + (i >> 8));
+  for (size_t i = 0; i < gBytes.size(); ++i)
+    gBytes[i] = static_cast<unsigned char>(i * 37 + (i >> 8));
   FILE* out = std::fopen(gContainer.c_str(), "wb");
   if (out == nullptr) std::abort();
   std::fwrite(gBytes.data(), 1, gBytes.size(), out);

@@ -47,8 +47,7 @@ void Ask(VYR_TImageProxy& proxy) {
   if (index < entries && &proxy[index] != &selected) std::abort();
   unsigned walked = 0;
   for (QEN_TConstIterator at = proxy.Previews(selected, false); !at.IsDone(); ++at) {
-    if (at.Value().DynamicCast<VYR_TImageTicket>() == nullptr || ++walked > entries)
-      std::abort();
+    if (at.Value().DynamicCast<VYR_TImageTicket>() == nullptr || ++walked > entries) std::abort();
   }
   QEN_TConstIterator back = proxy.Lookup(selected.ImageType());
   for (back.Last(); !back.IsBeforeFirst(); --back)

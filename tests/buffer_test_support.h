@@ -5,7 +5,10 @@
 
 #include <fcntl.h>
 #include <ftw.h>
+#include <gtest/gtest.h>
+#include <ordonotes/ordonotes.h>
 #include <unistd.h>
+#include <vyrax/vyrax.h>
 
 #include <cerrno>
 #include <climits>
@@ -17,10 +20,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <ordonotes/ordonotes.h>
-#include <vyrax/vyrax.h>
 
 #include "vyr_platform.h"
 
@@ -36,12 +35,15 @@ class TempDir {
     std::string pattern = std::string(base) + "/vyrax-test-XXXXXX";
     char resolved[PATH_MAX];
     // /proc/self/maps shows the resolved path.
-    if (mkdtemp(&pattern[0]) != nullptr) mPath = realpath(pattern.c_str(), resolved) != nullptr ? resolved : pattern;
+    if (mkdtemp(&pattern[0]) != nullptr)
+      mPath = realpath(pattern.c_str(), resolved) != nullptr ? resolved : pattern;
   }
   ~TempDir() {
     if (!mPath.empty())
-      nftw(mPath.c_str(), [](const char* path, const struct stat*, int, struct FTW*) { return ::remove(path); },
-           16, FTW_DEPTH | FTW_PHYS);
+      nftw(
+          mPath.c_str(),
+          [](const char* path, const struct stat*, int, struct FTW*) { return ::remove(path); }, 16,
+          FTW_DEPTH | FTW_PHYS);
   }
   bool Ok() const { return !mPath.empty(); }
   const std::string& Path() const { return mPath; }
@@ -54,18 +56,21 @@ class TempDir {
 // Bytes that differ from their neighbours, so a wrong offset shows.
 inline std::vector<unsigned char> Pattern(size_t size, unsigned seed = 7) {
   std::vector<unsigned char> bytes(size);
-  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<unsigned char>((i * 131 + seed + (i >> 8)) & 0xFF);
+  for (size_t i = 0; i < size; ++i)
+    bytes[i] = static_cast<unsigned char>((i * 131 + seed + (i >> 8)) & 0xFF);
   return bytes;
 }
 
-inline std::vector<unsigned char> Part(const std::vector<unsigned char>& bytes, size_t from, size_t count) {
+inline std::vector<unsigned char> Part(const std::vector<unsigned char>& bytes, size_t from,
+                                       size_t count) {
   return std::vector<unsigned char>(bytes.begin() + from, bytes.begin() + from + count);
 }
 
 template <class Bytes>
 inline std::string WriteFile(const std::string& path, const Bytes& bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  out.write(reinterpret_cast<const char*>(bytes.data()),
+            static_cast<std::streamsize>(bytes.size()));
   return path;
 }
 
@@ -75,7 +80,8 @@ inline std::vector<unsigned char> BytesOf(const VYR_IBuffer& buffer) {
 }
 
 inline bool EndsWith(const std::string& line, const std::string& tail) {
-  return line.size() >= tail.size() && line.compare(line.size() - tail.size(), tail.size(), tail) == 0;
+  return line.size() >= tail.size() &&
+         line.compare(line.size() - tail.size(), tail.size(), tail) == 0;
 }
 
 // The number of mappings of `path` that the process has now.
@@ -140,19 +146,22 @@ class LogCapture {
 // The text in an exception's data, or in element `index` of its data array.
 inline std::string TextOf(const QEN_TAny& value) {
   const QEN_IPackable* object = value.Object();
-  const QEN_TString* text = object ? static_cast<const QEN_TString*>(object->DynamicCast("QEN_TString")) : nullptr;
+  const QEN_TString* text =
+      object ? static_cast<const QEN_TString*>(object->DynamicCast("QEN_TString")) : nullptr;
   return text != nullptr ? text->c_str() : std::string();
 }
 inline const QEN_TAny& DataItem(const QEN_EException& failure, unsigned index) {
   const QEN_IPackable* data = failure.QEN_Data().Object();
-  const QEN_TArray* array = data ? static_cast<const QEN_TArray*>(data->DynamicCast("QEN_TArray")) : nullptr;
+  const QEN_TArray* array =
+      data ? static_cast<const QEN_TArray*>(data->DynamicCast("QEN_TArray")) : nullptr;
   static const QEN_TAny nothing;
   return array != nullptr && index < array->Size() ? (*array)[index] : nothing;
 }
 
 // Checks the system error inside a failure: its number, the system's text for
 // it and, where given, its message and the name it was about.
-inline void ExpectSystemError(const QEN_EException& failure, int code, const char* message = nullptr,
+inline void ExpectSystemError(const QEN_EException& failure, int code,
+                              const char* message = nullptr,
                               const std::string& name = std::string()) {
   const QEN_IPackable* data = failure.QEN_Data().Object();
   const VYR_ESystemError* system =
@@ -160,8 +169,12 @@ inline void ExpectSystemError(const QEN_EException& failure, int code, const cha
   ASSERT_NE(system, nullptr);
   EXPECT_EQ(DataItem(*system, 0).AsInt64(), code);
   EXPECT_EQ(TextOf(DataItem(*system, 1)), std::strerror(code));
-  if (message != nullptr) { EXPECT_STREQ(system->QEN_Message().c_str(), message); }
-  if (!name.empty()) { EXPECT_EQ(TextOf(DataItem(*system, 2)), name); }
+  if (message != nullptr) {
+    EXPECT_STREQ(system->QEN_Message().c_str(), message);
+  }
+  if (!name.empty()) {
+    EXPECT_EQ(TextOf(DataItem(*system, 2)), name);
+  }
 }
 
 // Withdraws injected faults and restores the public statics on the way out.

@@ -65,8 +65,10 @@ TEST_F(BufferTest, AdoptedMemoryAndSizeZero) {
 
 TEST_F(BufferTest, OutOfMemoryWrapsTheSystemError) {
   VYR_PlatformInjectFault(VYR_PlatformAllocate, ENOMEM, 1);
-  try { Owned(VYR_IBuffer::Create(16, nullptr, false)); FAIL() << "no exception"; }
-  catch (const VYR_EBufferNotEnoughMemory& failure) {
+  try {
+    Owned(VYR_IBuffer::Create(16, nullptr, false));
+    FAIL() << "no exception";
+  } catch (const VYR_EBufferNotEnoughMemory& failure) {
     EXPECT_STREQ(failure.QEN_Message().c_str(), "VYR_EBufferNotEnoughMemory");
     EXPECT_STREQ(failure.QEN_ExceptionFile().c_str(), "Private/Source/vyr_buffer");
     ExpectSystemError(failure, ENOMEM, "System error nr. %d %s");
@@ -96,14 +98,17 @@ TEST_F(BufferTest, ReferencesNeverOwnAndDuplicateIndependently) {
 
 TEST_F(BufferTest, FactoriesOfTheClassFrame) {
   // The implementations have no default state: their factories refuse.
-  for (const char* name : {"VYR_TMemoryBuffer", "VYR_TMemoryRef", "VYR_TSliceBuffer", "VYR_TFileBuffer"}) {
+  for (const char* name :
+       {"VYR_TMemoryBuffer", "VYR_TMemoryRef", "VYR_TSliceBuffer", "VYR_TFileBuffer"}) {
     SCOPED_TRACE(name);
     const QEN_TClass* type = QEN_TClass::Find(name);
     ASSERT_NE(type, nullptr);
     EXPECT_TRUE(type->Implements("VYR_IBuffer"));
     EXPECT_TRUE(type->HasSuperclass("VYR_TBuffPriv"));
-    try { std::unique_ptr<QEN_TObject>(type->factory()); FAIL() << "no exception"; }
-    catch (const VYR_EBufferInternal& failure) {
+    try {
+      std::unique_ptr<QEN_TObject>(type->factory());
+      FAIL() << "no exception";
+    } catch (const VYR_EBufferInternal& failure) {
       EXPECT_STREQ(failure.QEN_ExceptionFile().c_str(), "Private/Include/vyr_buffer-priv");
     }
   }
@@ -120,7 +125,10 @@ TEST_F(BufferTest, FactoriesOfTheClassFrame) {
 TEST_F(BufferTest, AddressesAreCheckedAgainstTheSize) {
   Owned buffer(VYR_IBuffer::Create(10, Pattern(10).data(), true));
   EXPECT_EQ(buffer->Buffer(10u), Bytes(*buffer) + 10);  // one past the end
-  try { buffer->Buffer(11u); FAIL() << "no exception"; } catch (const VYR_EBufferRegionTooLarge& failure) {
+  try {
+    buffer->Buffer(11u);
+    FAIL() << "no exception";
+  } catch (const VYR_EBufferRegionTooLarge& failure) {
     EXPECT_STREQ(failure.QEN_Message().c_str(), "VYR_EBufferRegionTooLarge");
     EXPECT_EQ(TextOf(failure.QEN_Data()), "offset = 11, size = 10");
   }
@@ -137,7 +145,10 @@ TEST_F(BufferTest, CopyContentFromWritesTheStartAndKeepsTheRest) {
   EXPECT_EQ(BytesOf(*target), expected);
   // From another buffer: a range, size 0 up to its end, and the whole.
   Owned source(VYR_IBuffer::Create(6, "ABCDEF", true));
-  const struct { unsigned offset, size; const char* written; } rows[] = {{2, 3, "CDE"}, {4, 0, "EF"}, {0, 0, "ABCDEF"}};
+  const struct {
+    unsigned offset, size;
+    const char* written;
+  } rows[] = {{2, 3, "CDE"}, {4, 0, "EF"}, {0, 0, "ABCDEF"}};
   for (const auto& row : rows) {
     target->CopyContentFrom(*source, row.offset, row.size);
     std::memcpy(expected.data(), row.written, std::strlen(row.written));
@@ -296,12 +307,16 @@ TEST_F(BufferTest, ForgedSizeInAPackedHandleIsRefused) {
 }
 
 TEST_F(BufferTest, ProtocolsThatNoFileRouteServes) {
-  EXPECT_THROW(Owned(VYR_IBuffer::Create(QEN_TURL("extern://host/x"), 0, 0, 0)), VYR_EBufferInternal);
-  EXPECT_THROW(Owned(VYR_IBuffer::Create(QEN_TURL("ftp://host/x"), 0, 0, 0)), VYR_EBufferUnknownProtocol);
+  EXPECT_THROW(Owned(VYR_IBuffer::Create(QEN_TURL("extern://host/x"), 0, 0, 0)),
+               VYR_EBufferInternal);
+  EXPECT_THROW(Owned(VYR_IBuffer::Create(QEN_TURL("ftp://host/x"), 0, 0, 0)),
+               VYR_EBufferUnknownProtocol);
   // As a name, an unknown protocol is tried as a file of that very name, and
   // the failure reported is the file route's.
-  try { Owned(VYR_IBuffer::Create(QEN_TString("ftp://nowhere/at/all"), 0, 0, 0)); FAIL() << "no exception"; }
-  catch (const VYR_EBufferCannotOpenFile& failure) {
+  try {
+    Owned(VYR_IBuffer::Create(QEN_TString("ftp://nowhere/at/all"), 0, 0, 0));
+    FAIL() << "no exception";
+  } catch (const VYR_EBufferCannotOpenFile& failure) {
     ExpectSystemError(failure, ENOENT, nullptr, "ftp://nowhere/at/all");
   }
 }
@@ -326,7 +341,7 @@ TEST_F(SliceTest, SizesAndLimitsOfSlices) {
   EXPECT_STREQ(middle->ClassName(), "VYR_TSliceBuffer");
   EXPECT_EQ(middle->Buffer(), At(10));
   EXPECT_EQ(middle->BufferAccess(), VYR_ReadWrite);  // the parent's answer
-  EXPECT_EQ(middle->Buffer(10u), At(20));             // relative, limited by the slice
+  EXPECT_EQ(middle->Buffer(10u), At(20));            // relative, limited by the slice
   EXPECT_THROW(middle->Buffer(11u), VYR_EBufferRegionTooLarge);
   // A private copy of a slice holds its bytes.
   Owned middleCopy(middle->Duplicate(true));
@@ -337,9 +352,13 @@ TEST_F(SliceTest, SizesAndLimitsOfSlices) {
   EXPECT_THROW(Owned(middle->Slice(8, 3, false)), VYR_EBufferSliceTooLarge);
 
   // Size 0 reaches the end when shared, but copies 0 bytes.
-  const struct { unsigned offset, size; bool copy; unsigned expected; } sizes[] = {
-      {100, 0, false, 0}, {0, 0, false, 100}, {0, 0, true, 0}, {90, 10, true, 10}};
-  for (const auto& row : sizes) EXPECT_EQ(Owned(mBuffer->Slice(row.offset, row.size, row.copy))->Size(), row.expected);
+  const struct {
+    unsigned offset, size;
+    bool copy;
+    unsigned expected;
+  } sizes[] = {{100, 0, false, 0}, {0, 0, false, 100}, {0, 0, true, 0}, {90, 10, true, 10}};
+  for (const auto& row : sizes)
+    EXPECT_EQ(Owned(mBuffer->Slice(row.offset, row.size, row.copy))->Size(), row.expected);
   EXPECT_FALSE(Owned(mBuffer->Slice(100, 0, false))->IsValid());
   Owned copy(mBuffer->Slice(90, 10, true));
   EXPECT_STREQ(copy->ClassName(), "VYR_TMemoryBuffer");
@@ -349,7 +368,8 @@ TEST_F(SliceTest, SizesAndLimitsOfSlices) {
   const struct { unsigned offset, size; } tooLarge[] = {{101, 0}, {50, 51}, {0xFFFFFFF0u, 0x20}};
   for (const auto& row : tooLarge)
     for (bool copyIt : {false, true})
-      EXPECT_THROW(Owned(mBuffer->Slice(row.offset, row.size, copyIt)), VYR_EBufferSliceTooLarge) << row.offset;
+      EXPECT_THROW(Owned(mBuffer->Slice(row.offset, row.size, copyIt)), VYR_EBufferSliceTooLarge)
+          << row.offset;
 }
 
 TEST_F(SliceTest, OperatorCallReservesUntilTheNextCall) {
@@ -365,8 +385,11 @@ TEST_F(SliceTest, OperatorCallReservesUntilTheNextCall) {
   // sizes are not cut to their low half.
   (*mBuffer)(1, 2);
   const VYR_IBuffer* before = mBuffer->Reserved();
-  const struct { unsigned long long offset, size; } bad[] = {{99, 2}, {101, 0}, {0x100000001ull, 1}, {0, 0x100000001ull}};
-  for (const auto& row : bad) EXPECT_THROW((*mBuffer)(row.offset, row.size), VYR_EBufferSliceTooLarge) << row.offset;
+  const struct {
+    unsigned long long offset, size;
+  } bad[] = {{99, 2}, {101, 0}, {0x100000001ull, 1}, {0, 0x100000001ull}};
+  for (const auto& row : bad)
+    EXPECT_THROW((*mBuffer)(row.offset, row.size), VYR_EBufferSliceTooLarge) << row.offset;
   EXPECT_EQ(mBuffer->Reserved(), before);
   mBuffer->FreeReservation();
   EXPECT_EQ(mBuffer->Reserved(), nullptr);
@@ -400,8 +423,9 @@ TEST_F(SliceTest, ExtendBufferReachesTheParentsEnd) {
   EXPECT_EQ(throughHandles->Size(), 90u);
   // Nothing to extend: no slice anywhere inside.
   VYR_TBuffer memory(mBuffer->Duplicate(false)), empty;
-  for (const VYR_IBuffer* none : {mBuffer.get(), static_cast<const VYR_IBuffer*>(nullptr),
-                                  static_cast<const VYR_IBuffer*>(&memory), static_cast<const VYR_IBuffer*>(&empty)})
+  for (const VYR_IBuffer* none :
+       {mBuffer.get(), static_cast<const VYR_IBuffer*>(nullptr),
+        static_cast<const VYR_IBuffer*>(&memory), static_cast<const VYR_IBuffer*>(&empty)})
     EXPECT_EQ(VYR_IBuffer::ExtendBuffer(none), nullptr);
 }
 
@@ -430,22 +454,27 @@ TEST_F(SliceTest, ChainsOfSlicesStayFlat) {
     bool ok;
   } chain{owner.get(), false};
   pthread_t thread;
-  ASSERT_EQ(pthread_create(&thread, &attributes, [](void* arg) -> void* {
-    Chain* chain = static_cast<Chain*>(arg);
-    const VYR_IBuffer* current = chain->owner->Slice(0, 0, false);
-    const unsigned steps = 200000;
-    for (unsigned step = 0; step < steps; ++step) {
-      const VYR_IBuffer* next = current->Slice(1, 0, false);
-      delete current;
-      current = next;
-    }
-    chain->ok = current->Size() == chain->owner->Size() - steps &&
-                current->Buffer() == static_cast<const unsigned char*>(chain->owner->Buffer()) + steps;
-    Owned extended(VYR_IBuffer::ExtendBuffer(current));
-    chain->ok = chain->ok && extended->Size() == current->Size();
-    delete current;
-    return nullptr;
-  }, &chain), 0);
+  ASSERT_EQ(pthread_create(
+                &thread, &attributes,
+                [](void* arg) -> void* {
+                  Chain* chain = static_cast<Chain*>(arg);
+                  const VYR_IBuffer* current = chain->owner->Slice(0, 0, false);
+                  const unsigned steps = 200000;
+                  for (unsigned step = 0; step < steps; ++step) {
+                    const VYR_IBuffer* next = current->Slice(1, 0, false);
+                    delete current;
+                    current = next;
+                  }
+                  chain->ok = current->Size() == chain->owner->Size() - steps &&
+                              current->Buffer() ==
+                                  static_cast<const unsigned char*>(chain->owner->Buffer()) + steps;
+                  Owned extended(VYR_IBuffer::ExtendBuffer(current));
+                  chain->ok = chain->ok && extended->Size() == current->Size();
+                  delete current;
+                  return nullptr;
+                },
+                &chain),
+            0);
   pthread_join(thread, nullptr);
   pthread_attr_destroy(&attributes);
   EXPECT_TRUE(chain.ok);
@@ -466,11 +495,11 @@ TEST_F(BufferTest, DecodeHexTableOfTexts) {
       {"4A4b", 0, "\x4A\x4B", 2, false},
       {"4A 4b\n", 0, "\x4A\x4B", 2, true},  // trailing non-digits set the flag
       {"4A 4b", 0, "\x4A\x4B", 2, false},
-      {"414", 0, "\x41", 1, true},          // the last digit is dropped
-      {"4 ", 0, "\x3F", 1, false},          // a lone digit with the mark as its low half
+      {"414", 0, "\x41", 1, true},  // the last digit is dropped
+      {"4 ", 0, "\x3F", 1, false},  // a lone digit with the mark as its low half
       {"4\n\n", 0, "\x3F", 1, false},
-      {"4142", 1, "\x41", 1, false},        // the destination is full
-      {" 0\n0 ", 0, "\x00", 1, true},       // blanks even inside a pair
+      {"4142", 1, "\x41", 1, false},   // the destination is full
+      {" 0\n0 ", 0, "\x00", 1, true},  // blanks even inside a pair
       {"fFaA09", 0, "\xFF\xAA\x09", 3, false},
       {"x4y1z", 0, "\x41", 1, true},
       {"00112233", 3, "\x00\x11\x22", 3, false},
@@ -487,9 +516,13 @@ TEST_F(BufferTest, DecodeHexTableOfTexts) {
     Owned source(VYR_IBuffer::Create(length, length ? row.text : nullptr, length != 0));
     bool incomplete = !row.incomplete;
     Owned result(length ? source->DecodeHex(row.size, incomplete) : source->DecodeHex(row.size));
-    if (length) { EXPECT_EQ(incomplete, row.incomplete); }
+    if (length) {
+      EXPECT_EQ(incomplete, row.incomplete);
+    }
     ASSERT_EQ(result->Size(), row.count);
-    if (row.bytes != nullptr) { EXPECT_EQ(std::memcmp(result->Buffer(), row.bytes, row.count), 0); }
+    if (row.bytes != nullptr) {
+      EXPECT_EQ(std::memcmp(result->Buffer(), row.bytes, row.count), 0);
+    }
   }
 }
 
@@ -497,7 +530,8 @@ TEST_F(BufferTest, DecodeHexIntoDestinationsOfTheCaller) {
   // A destination of the caller stays the caller's; its tail is untouched.
   Owned destination(VYR_IBuffer::Create(6, "......", true));
   bool incomplete = true;
-  Owned decoded(Owned(VYR_IBuffer::Create(4, "cafe", true))->DecodeHex(destination.get(), incomplete));
+  Owned decoded(
+      Owned(VYR_IBuffer::Create(4, "cafe", true))->DecodeHex(destination.get(), incomplete));
   EXPECT_FALSE(incomplete);
   EXPECT_EQ(decoded->Buffer(), destination->Buffer());
   EXPECT_EQ(decoded->Size(), 2u);
@@ -510,7 +544,11 @@ TEST_F(BufferTest, DecodeHexIntoDestinationsOfTheCaller) {
   Owned big(VYR_IBuffer::Create(10, "0123456789", true));
   Owned window(big->Slice(4, 2, false));
   EXPECT_EQ(Owned(VYR_TBuffer(6, "010203", true).DecodeHex(window.get()))->Size(), 2u);
-  EXPECT_EQ(std::memcmp(big->Buffer(), "0123\x01\x02" "6789", 10), 0);
+  EXPECT_EQ(std::memcmp(big->Buffer(),
+                        "0123\x01\x02"
+                        "6789",
+                        10),
+            0);
 
   // The result outlives both the source and a destination it made itself.
   Owned longText(VYR_IBuffer::Create(8, "deadbeef", true));

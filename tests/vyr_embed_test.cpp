@@ -31,7 +31,8 @@ TEST_F(EmbedTest, StoredTextIsPinned) {
   EXPECT_TRUE(QEN_TURL(embedded.AsString()) == embedded);
   EXPECT_EQ(embedded.PathString(), file.PathString());
   // Only both sizes 0 leave them out.
-  EXPECT_EQ(Param(VYR_EmbeddedFile(file, 1000, 2048, 0, 0.0, 0.0), "embed.realsize_v"), "<missing>");
+  EXPECT_EQ(Param(VYR_EmbeddedFile(file, 1000, 2048, 0, 0.0, 0.0), "embed.realsize_v"),
+            "<missing>");
   EXPECT_EQ(Param(VYR_EmbeddedFile(file, 1000, 2048, 0, 0.0, 3.0), "embed.realsize_v"), "0.000000");
   // Any protocol is accepted as the container; size 0 is written as well.
   const QEN_TURL web = VYR_EmbeddedFile(QEN_TURL("http://host/a"), 0, 1, 2, 0.0, 0.0);
@@ -60,13 +61,16 @@ TEST_F(EmbedTest, NestedRangesCountFromTheOuterOne) {
   const QEN_TURL inner = VYR_EmbeddedFile(outer, 900, 100, 0, 0.0, 0.0);
   EXPECT_EQ(Param(inner, "embed.position_low"), "2148l");
   EXPECT_EQ(Param(inner, "embed.length"), "900l");
-  try { VYR_EmbeddedFile(outer, 901, 100, 0, 0.0, 0.0); FAIL() << "no exception"; }
-  catch (const VYR_EEmbedRegionTooLarge& failure) {
+  try {
+    VYR_EmbeddedFile(outer, 901, 100, 0, 0.0, 0.0);
+    FAIL() << "no exception";
+  } catch (const VYR_EEmbedRegionTooLarge& failure) {
     EXPECT_STREQ(failure.QEN_Message().c_str(), "Too large");
     EXPECT_STREQ(failure.QEN_ExceptionFile().c_str(), "Private/Source/vyr_utils");
     // The data is the URL as far as it was made: old protocol, new numbers.
     const QEN_IPackable* data = failure.QEN_Data().Object();
-    const QEN_TURL* made = data != nullptr ? static_cast<const QEN_TURL*>(data->DynamicCast("QEN_TURL")) : nullptr;
+    const QEN_TURL* made =
+        data != nullptr ? static_cast<const QEN_TURL*>(data->DynamicCast("QEN_TURL")) : nullptr;
     ASSERT_NE(made, nullptr);
     EXPECT_EQ(Param(*made, "embed.position_low"), "2148l");
   }
@@ -108,17 +112,24 @@ TEST_F(EmbedTest, TagsAndRoundTrips) {
   // Another protocol turns into a "file" URL of the same place.
   EXPECT_STREQ(VYR_Embedded2Original(QEN_TURL("http://host/x")).Protocol().c_str(), "file");
 
-  try { VYR_Embedded2Tag(container); FAIL() << "no exception"; } catch (const VYR_ENotEmbeddedFile& failure) {
+  try {
+    VYR_Embedded2Tag(container);
+    FAIL() << "no exception";
+  } catch (const VYR_ENotEmbeddedFile& failure) {
     EXPECT_STREQ(failure.QEN_Message().c_str(), "Invalid protocol in url %s");
     EXPECT_EQ(TextOf(failure.QEN_Data()), container.AsString().c_str());
   }
 }
 
 TEST_F(EmbedTest, NumbersAreReadUpToTheFirstNonDigit) {
-  const struct { const char *low, *high, *length; VYR_TTag tag; } rows[] = {
+  const struct {
+    const char *low, *high, *length;
+    VYR_TTag tag;
+  } rows[] = {
       {"1000", "2", "7", VYR_TTag(1000u, 2u, 7u, 0u)},
       {"12abc", "x", "", VYR_TTag(12u, 0u, 0u, 0u)},
-      {"4294967295l", "4294967296", "99999999999999999999", VYR_TTag(0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0u)},
+      {"4294967295l", "4294967296", "99999999999999999999",
+       VYR_TTag(0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0u)},
       {nullptr, nullptr, nullptr, VYR_TTag(0u, 0u, 0u, 0u)},  // no parameters at all
   };
   for (const auto& row : rows) {
@@ -145,7 +156,8 @@ TEST_F(EmbedTest, BuffersOnRangesOfAContainer) {
   EXPECT_EQ(Owned(VYR_IBuffer::Create(range, 0, 0, 5000))->Size(), 1000u);  // can't be widened
   Owned narrow(VYR_IBuffer::Create(range, 5, 0, 10));
   EXPECT_EQ(BytesOf(*narrow), part(1005, 10));
-  EXPECT_EQ(BytesOf(*Owned(VYR_IBuffer::Create(range.AsString(), VYR_TTag(5u, 0u, 10u, 0u)))), part(1005, 10));
+  EXPECT_EQ(BytesOf(*Owned(VYR_IBuffer::Create(range.AsString(), VYR_TTag(5u, 0u, 10u, 0u)))),
+            part(1005, 10));
   // The range doesn't limit the view: behind it lies the rest of the file.
   EXPECT_EQ(std::memcmp((*narrow)(20, 4), &bytes[1025], 4), 0);
   const QEN_TURL toTheEnd = VYR_EmbeddedFile(file, 0, 1000, 0, 0.0, 0.0);
@@ -161,10 +173,22 @@ TEST_F(EmbedTest, BuffersOnRangesOfAContainer) {
   QEN_TURL wrapping = range;
   wrapping.SetParam(QEN_TString("embed.position_high"), QEN_TString("4294967295l"));
   wrapping.SetParam(QEN_TString("embed.length"), QEN_TString("0l"));
-  const struct { const QEN_TURL* url; unsigned low, high; } outside[] = {
-      {&range, 1000, 0, }, {&range, 1500, 0}, {&range, 0, 1}, {&wrapping, 0, 1}, {&wrapping, 0xFFFFFFFFu, 0xFFFFFFFFu}};
+  const struct {
+    const QEN_TURL* url;
+    unsigned low, high;
+  } outside[] = {{
+                     &range,
+                     1000,
+                     0,
+                 },
+                 {&range, 1500, 0},
+                 {&range, 0, 1},
+                 {&wrapping, 0, 1},
+                 {&wrapping, 0xFFFFFFFFu, 0xFFFFFFFFu}};
   for (const auto& row : outside)
-    EXPECT_THROW(Owned(VYR_IBuffer::Create(*row.url, row.low, row.high, 0)), VYR_EBufferSliceStartsAfterEnd) << row.low;
+    EXPECT_THROW(Owned(VYR_IBuffer::Create(*row.url, row.low, row.high, 0)),
+                 VYR_EBufferSliceStartsAfterEnd)
+        << row.low;
 
   const QEN_TURL behind = VYR_EmbeddedFile(file, 10, 6000, 0, 0.0, 0.0);
   EXPECT_THROW(Owned(VYR_IBuffer::Create(behind, 0, 0, 0)), VYR_EBufferSliceStartsAfterEnd);
@@ -180,18 +204,25 @@ TEST_F(EmbedTest, FileInformationOfFilesAndRanges) {
   EXPECT_TRUE(VYR_GetFileInfo(VYR_EmbeddedFile(file, 0, 1000, 0, 0.0, 0.0)).ModificationTime() ==
               plain.ModificationTime());
   // The rest of the file, a length inside it, and ranges past its end.
-  const struct { unsigned length, low, high; double size; } rows[] = {
-      {0, 1000, 0, 4000.0}, {300, 1000, 0, 300.0}, {0, 1000, 1, 0.0}, {0, 6000, 0, 0.0}};
+  const struct {
+    unsigned length, low, high;
+    double size;
+  } rows[] = {{0, 1000, 0, 4000.0}, {300, 1000, 0, 300.0}, {0, 1000, 1, 0.0}, {0, 6000, 0, 0.0}};
   for (const auto& row : rows)
-    EXPECT_EQ(VYR_GetFileInfo(VYR_EmbeddedFile(file, row.length, row.low, row.high, 0.0, 0.0)).Size(), row.size);
+    EXPECT_EQ(
+        VYR_GetFileInfo(VYR_EmbeddedFile(file, row.length, row.low, row.high, 0.0, 0.0)).Size(),
+        row.size);
 
-  try { VYR_GetFileInfo(QEN_TURL("http://host/x")); FAIL() << "no exception"; }
-  catch (const VYR_EUnsupportedProtocol& failure) {
+  try {
+    VYR_GetFileInfo(QEN_TURL("http://host/x"));
+    FAIL() << "no exception";
+  } catch (const VYR_EUnsupportedProtocol& failure) {
     EXPECT_STREQ(failure.QEN_Message().c_str(), "Invalid protocol for url %s");
   }
   // The base library's own failure passes through unchanged.
   EXPECT_THROW(VYR_GetFileInfo(FileUrl("missing")), QEN_EFileException);
-  EXPECT_THROW(VYR_GetFileInfo(VYR_EmbeddedFile(FileUrl("missing"), 1, 0, 0, 0.0, 0.0)), QEN_EFileException);
+  EXPECT_THROW(VYR_GetFileInfo(VYR_EmbeddedFile(FileUrl("missing"), 1, 0, 0, 0.0, 0.0)),
+               QEN_EFileException);
 }
 
 }  // namespace

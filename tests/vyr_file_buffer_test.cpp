@@ -44,8 +44,10 @@ class LockHolder {
     if (mChild == 0) {
       const int fd = open(path.c_str(), O_RDONLY);
       if (fd < 0 || flock(fd, LOCK_EX) != 0 || write(ready[1], "x", 1) != 1) _exit(1);
-      if (holdMs < 0) pause();
-      else usleep(static_cast<useconds_t>(holdMs) * 1000);
+      if (holdMs < 0)
+        pause();
+      else
+        usleep(static_cast<useconds_t>(holdMs) * 1000);
       _exit(0);
     }
     close(ready[1]);
@@ -68,8 +70,9 @@ class LockHolder {
 // Checks that the log lines count the remaining attempts down from `first`.
 void ExpectCountdown(const std::vector<std::string>& lines, const std::string& path, int first) {
   for (size_t i = 0; i < lines.size(); ++i)
-    EXPECT_TRUE(EndsWith(lines[i], "VYR_TFileBuffer - file open attempt failed due to sharing violation (" +
-                                       path + "), remaining attempts: " + std::to_string(first - int(i))))
+    EXPECT_TRUE(
+        EndsWith(lines[i], "VYR_TFileBuffer - file open attempt failed due to sharing violation (" +
+                               path + "), remaining attempts: " + std::to_string(first - int(i))))
         << lines[i];
 }
 
@@ -83,13 +86,16 @@ TEST_F(FileBufferTest, WholeFileAndRangesOfIt) {
   EXPECT_TRUE(whole->IsValid());
   EXPECT_EQ(whole->BufferAccess(), VYR_ReadOnly);
   EXPECT_EQ(BytesOf(*whole), bytes);
-  EXPECT_EQ(static_cast<const VYR_TFileBuffer*>(whole->DynamicCast("VYR_TFileBuffer"))->SizeHigh(), 0u);
+  EXPECT_EQ(static_cast<const VYR_TFileBuffer*>(whole->DynamicCast("VYR_TFileBuffer"))->SizeHigh(),
+            0u);
 
   // Size 0 reaches the end, position + size == file size is allowed, and a
   // range past the end is cut.
-  const struct { unsigned position, size, from, count; } ranges[] = {
-      {9000, 0, 9000, 1000}, {9000, 1000, 9000, 1000}, {9990, 500, 9990, 10}};
-  for (const auto& r : ranges) EXPECT_EQ(BytesOf(*Open(path, r.position, 0, r.size)), Part(bytes, r.from, r.count));
+  const struct {
+    unsigned position, size, from, count;
+  } ranges[] = {{9000, 0, 9000, 1000}, {9000, 1000, 9000, 1000}, {9990, 500, 9990, 10}};
+  for (const auto& r : ranges)
+    EXPECT_EQ(BytesOf(*Open(path, r.position, 0, r.size)), Part(bytes, r.from, r.count));
   EXPECT_THROW(Open(path, 10000, 0, 0), VYR_EBufferSliceStartsAfterEnd);
   EXPECT_THROW(Open(path, 0, 1, 10), VYR_EBufferSliceStartsAfterEnd);
 
@@ -99,25 +105,35 @@ TEST_F(FileBufferTest, WholeFileAndRangesOfIt) {
   EXPECT_EQ(range->BufferAccess(), VYR_ReadOnly);
   EXPECT_EQ(BytesOf(*range), Part(bytes, 100, 50));
   const QEN_TURL url = QEN_TURL::LocalToURL(QEN_TString(path.c_str()));
-  EXPECT_EQ(BytesOf(*Owned(VYR_IBuffer::Create(url, VYR_TTag(100, 0, 50, 7)))), Part(bytes, 100, 50));
+  EXPECT_EQ(BytesOf(*Owned(VYR_IBuffer::Create(url, VYR_TTag(100, 0, 50, 7)))),
+            Part(bytes, 100, 50));
   EXPECT_EQ(BytesOf(VYR_TBuffer(url, 100, 0, 50)), Part(bytes, 100, 50));
 }
 
 TEST_F(FileBufferTest, FilesThatCannotBeOpened) {
   LogCapture log;
   const std::string empty = WriteFile(mDir.File("empty.bin"), std::string());
-  try { Open(empty); FAIL() << "no exception"; } catch (const VYR_EBufferEmptyFile& failure) {
+  try {
+    Open(empty);
+    FAIL() << "no exception";
+  } catch (const VYR_EBufferEmptyFile& failure) {
     EXPECT_STREQ(failure.QEN_Message().c_str(), "VYR_EBufferEmptyFile");
     EXPECT_EQ(TextOf(failure.QEN_Data()), empty);
   }
   const std::string missing = mDir.File("missing.bin");
-  try { Open(missing); FAIL() << "no exception"; } catch (const VYR_EBufferCannotOpenFile& failure) {
+  try {
+    Open(missing);
+    FAIL() << "no exception";
+  } catch (const VYR_EBufferCannotOpenFile& failure) {
     EXPECT_STREQ(failure.QEN_Message().c_str(), "VYR_EBufferCannotOpenFile");
     EXPECT_STREQ(failure.QEN_ExceptionFile().c_str(), "Private/Source/vyr_buffer");
     ExpectSystemError(failure, ENOENT, "System error nr. %d %s on %s", missing);
   }
   EXPECT_TRUE(log.Lines().empty());  // a missing file is not retried
-  try { Open(mDir.Path()); FAIL() << "no exception"; } catch (const VYR_EBufferCannotDetermineFileSize& failure) {
+  try {
+    Open(mDir.Path());
+    FAIL() << "no exception";
+  } catch (const VYR_EBufferCannotDetermineFileSize& failure) {
     ExpectSystemError(failure, EISDIR);
   }
   // A FIFO is refused at once instead of waiting for a writer.
@@ -136,11 +152,16 @@ TEST_F(FileBufferTest, FilesThatCannotBeOpened) {
   EXPECT_THROW(QEN_TFile(QEN_TString(nul), QEN_TFile::ReadOnly), QEN_EFileException);
   const std::string url = "file://" + mDir.File("short") + "%00tail";
   EXPECT_THROW(Open(url), VYR_EBufferCannotOpenFile);
-  EXPECT_THROW(Owned(VYR_IBuffer::Create(QEN_TURL(QEN_TString(url.c_str())), 0, 0, 0)), VYR_EBufferCannotOpenFile);
+  EXPECT_THROW(Owned(VYR_IBuffer::Create(QEN_TURL(QEN_TString(url.c_str())), 0, 0, 0)),
+               VYR_EBufferCannotOpenFile);
 
   // A URL that fails reports its own failure, not that of its text as a path.
-  const std::string embedded = "embed://" + missing + "?embed.position_low=0l&embed.position_high=0l&embed.length=5l";
-  try { Open(embedded); FAIL() << "no exception"; } catch (const VYR_EBufferCannotOpenFile& failure) {
+  const std::string embedded =
+      "embed://" + missing + "?embed.position_low=0l&embed.position_high=0l&embed.length=5l";
+  try {
+    Open(embedded);
+    FAIL() << "no exception";
+  } catch (const VYR_EBufferCannotOpenFile& failure) {
     ExpectSystemError(failure, ENOENT, nullptr, missing);
   }
 }
@@ -236,7 +257,7 @@ TEST_F(FileBufferTest, AFileTruncatedByAnotherProcessDoesNotKillTheReader) {
     if (write(toParent[1], &c, 1) != 1 || read(toChild[0], &c, 1) != 1) _exit(90);
     const unsigned char* view = static_cast<const unsigned char*>(whole->Buffer());
     check(view[500000] == 0 && view[(1 << 20) - 1] == 0);  // lost pages read as zeros
-    check(view[10] == bytes[10]);                           // the first page is still the file
+    check(view[10] == bytes[10]);                          // the first page is still the file
     check(whole->Size() == (1u << 20));
     check(!whole->IsValid() && !range->IsValid() && !nested->IsValid());
     check(whole->Buffer(0u, 10u) == nullptr);
@@ -249,7 +270,11 @@ TEST_F(FileBufferTest, AFileTruncatedByAnotherProcessDoesNotKillTheReader) {
       }
     }
     bool copyRefused = false;
-    try { Owned(whole->Duplicate(true)); } catch (const VYR_EBufferCannotReadFile&) { copyRefused = true; }
+    try {
+      Owned(whole->Duplicate(true));
+    } catch (const VYR_EBufferCannotReadFile&) {
+      copyRefused = true;
+    }
     check(copyRefused);
     // A new open sees the file as it is now.
     check(Open(path)->Size() == 100 && Open(path)->IsValid());
@@ -342,7 +367,8 @@ TEST_F(FileBufferTest, TheGuardChainsAndCanBeSwitchedOff) {
     } else {
       // Killed by SIGBUS, or ended by a sanitizer's report of it.
       EXPECT_TRUE(WIFSIGNALED(status) || (WEXITSTATUS(status) != 0 && WEXITSTATUS(status) != 3 &&
-                                          WEXITSTATUS(status) != 127)) << status;
+                                          WEXITSTATUS(status) != 127))
+          << status;
     }
   }
 }
@@ -369,7 +395,10 @@ TEST_F(FileBufferTest, OpenGivesUpOnAProcessThatHoldsOn) {
   LogCapture log;
   LockHolder holder(path, -1);
   ASSERT_TRUE(holder.Holding());
-  try { Open(path); FAIL() << "no exception"; } catch (const VYR_EBufferCannotOpenFile& failure) {
+  try {
+    Open(path);
+    FAIL() << "no exception";
+  } catch (const VYR_EBufferCannotOpenFile& failure) {
     ExpectSystemError(failure, EWOULDBLOCK, nullptr, path);
   }
   // One open with its retries; the fallback view never opens again.
@@ -394,11 +423,17 @@ TEST_F(FileBufferTest, FailedSystemCallsCleanUpAndReport) {
   const std::string path = WriteFile(mDir.File("faults.bin"), Pattern(100));
   const unsigned descriptors = OpenDescriptors();
   VYR_PlatformInjectFault(VYR_PlatformCreateMapping, ENOMEM, 2);
-  try { Open(path); FAIL() << "no exception"; } catch (const VYR_EBufferCannotCreateMapping& failure) {
+  try {
+    Open(path);
+    FAIL() << "no exception";
+  } catch (const VYR_EBufferCannotCreateMapping& failure) {
     ExpectSystemError(failure, ENOMEM, "System error nr. %d %s on %s");
   }
   VYR_PlatformInjectFault(VYR_PlatformMapView, ENOMEM, 2);
-  try { Open(path); FAIL() << "no exception"; } catch (const VYR_EBufferCannotMapFile& failure) {
+  try {
+    Open(path);
+    FAIL() << "no exception";
+  } catch (const VYR_EBufferCannotMapFile& failure) {
     ExpectSystemError(failure, ENOMEM, "System error nr. %d %s");
   }
   VYR_PlatformInjectFault(VYR_PlatformFileSize, EIO, 1);
@@ -440,7 +475,10 @@ TEST_F(FileBufferTest, OperatorCallGivesViewAddressesAndReadsTheRest) {
 
   // A failed read leaves the new block in the reservation.
   VYR_PlatformInjectFault(VYR_PlatformRead, EIO, 1);
-  try { (*whole)(3 * G - 1, 2); FAIL() << "no exception"; } catch (const VYR_EBufferCannotReadFile& failure) {
+  try {
+    (*whole)(3 * G - 1, 2);
+    FAIL() << "no exception";
+  } catch (const VYR_EBufferCannotReadFile& failure) {
     ExpectSystemError(failure, EIO);
   }
   ASSERT_NE(whole->Reserved(), nullptr);
@@ -510,17 +548,25 @@ TEST_F(FileBufferTest, FilesOfFourGiBAndMore) {
     ASSERT_TRUE(written);
 
     // A whole-file buffer can't count the bytes: refused, never its low half.
-    try { Open(path); FAIL() << "no exception"; } catch (const VYR_EBufferRegionTooLarge& failure) {
+    try {
+      Open(path);
+      FAIL() << "no exception";
+    } catch (const VYR_EBufferRegionTooLarge& failure) {
       EXPECT_EQ(TextOf(DataItem(failure, 0)), path);
     }
     EXPECT_THROW(VYR_TFileBuffer(QEN_TString(path.c_str()), 0, 0, 0), VYR_EBufferRegionTooLarge);
     // Ranges that 32 bits can count work at any position, by path and by URL.
-    const unsigned tailLow = static_cast<unsigned>(size - 4), tailHigh = static_cast<unsigned>((size - 4) >> 32);
+    const unsigned tailLow = static_cast<unsigned>(size - 4),
+                   tailHigh = static_cast<unsigned>((size - 4) >> 32);
     EXPECT_EQ(std::memcmp(Open(path, 0, 0, 4)->Buffer(), "HEAD", 4), 0);
-    EXPECT_EQ(std::memcmp(Open(path, static_cast<unsigned>(fourGiB - G + 7), 0, 6)->Buffer(), "MARKER", 6), 0);
-    EXPECT_EQ(BytesOf(*Open(path, tailLow, tailHigh, 0)), std::vector<unsigned char>({'T', 'A', 'I', 'L'}));
+    EXPECT_EQ(std::memcmp(Open(path, static_cast<unsigned>(fourGiB - G + 7), 0, 6)->Buffer(),
+                          "MARKER", 6),
+              0);
+    EXPECT_EQ(BytesOf(*Open(path, tailLow, tailHigh, 0)),
+              std::vector<unsigned char>({'T', 'A', 'I', 'L'}));
     const QEN_TURL container = QEN_TURL::LocalToURL(QEN_TString(path.c_str()));
-    Owned tail(VYR_IBuffer::Create(VYR_EmbeddedFile(container, 4, tailLow, tailHigh, 0.0, 0.0), 0, 0, 0));
+    Owned tail(
+        VYR_IBuffer::Create(VYR_EmbeddedFile(container, 4, tailLow, tailHigh, 0.0, 0.0), 0, 0, 0));
     EXPECT_EQ(std::memcmp(tail->Buffer(), "TAIL", 4), 0);
     EXPECT_THROW(Open(path, static_cast<unsigned>(size), static_cast<unsigned>(size >> 32), 0),
                  VYR_EBufferSliceStartsAfterEnd);

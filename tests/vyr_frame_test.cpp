@@ -1,12 +1,11 @@
 // The class frame and the library's start-up.
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vyrax/vyrax.h>
 
 #include <memory>
-
-#include <gtest/gtest.h>
-#include <vyrax/vyrax.h>
 
 namespace {
 
@@ -64,9 +63,10 @@ TEST(ClassFrame, DynamicInfoFromEveryBaseGivesTheCompleteObject) {
   const QEN_IPrintable& asPrintable = tag;
   const QEN_IInterface& asInterface = tag;
   for (const QEN_IInterface* base :
-       {static_cast<const QEN_IInterface*>(&asObject), static_cast<const QEN_IInterface*>(&asPackable),
-        static_cast<const QEN_IInterface*>(&asReadable), static_cast<const QEN_IInterface*>(&asPrintable),
-        &asInterface}) {
+       {static_cast<const QEN_IInterface*>(&asObject),
+        static_cast<const QEN_IInterface*>(&asPackable),
+        static_cast<const QEN_IInterface*>(&asReadable),
+        static_cast<const QEN_IInterface*>(&asPrintable), &asInterface}) {
     EXPECT_EQ(base->DynamicCast("VYR_TTag"), &tag);
     EXPECT_EQ(base->DynamicCast("QEN_IPackable"), &asPackable);
     EXPECT_EQ(base->DynamicCast("QEN_IHumanReadable"), &asReadable);
@@ -97,7 +97,8 @@ TEST(StartUp, AFailedStartRunsTheWholeSequenceAgain) {
     int failed = 0;
     void* module = VersionModule();
     if (module == nullptr) return 50;
-    auto failNext = reinterpret_cast<void (*)(unsigned)>(dlsym(module, "VYR_VersionFailNextStarts"));
+    auto failNext =
+        reinterpret_cast<void (*)(unsigned)>(dlsym(module, "VYR_VersionFailNextStarts"));
     if (failNext == nullptr) return 51;
     failNext(1);
     failed += __QEN_INITIALIZATION_FUNCTION_VYRAX__();
@@ -189,7 +190,8 @@ TEST(ClassFrame, ParentChainAnswersForSubclasses) {
 
 TEST(ClassFrame, RegistryGivesOneObjectPerName) {
   const QEN_TClass* first = TEST_TPlain::QEN_ClassObject();
-  QEN_TClass* again = QEN_TClass::GetClassObject(false, "TEST_TPlain", 1, nullptr, nullptr, nullptr);
+  QEN_TClass* again =
+      QEN_TClass::GetClassObject(false, "TEST_TPlain", 1, nullptr, nullptr, nullptr);
   EXPECT_EQ(first, again);
   EXPECT_EQ(QEN_TClass::Find("TEST_TNeverDeclared"), nullptr);
 }

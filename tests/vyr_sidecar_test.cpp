@@ -148,8 +148,9 @@ TEST_F(SideCarTest, BrokenStoresReadAsEmptyAndAreKeptAsideBeforeAWrite) {
   const std::string good = Packed({{"KEY", "value"}});
   std::string flipped = good;
   flipped[0] ^= 0x01;
-  for (const std::string& broken : {std::string("\x05garbage that is no dictionary"), flipped,
-                                    PackedDict(wrong), good + "tail", good.substr(0, good.size() - 1)}) {
+  for (const std::string& broken :
+       {std::string("\x05garbage that is no dictionary"), flipped, PackedDict(wrong), good + "tail",
+        good.substr(0, good.size() - 1)}) {
     Lines lines;
     WriteFile(mSideCar, broken);
     auto metadata = Open();
@@ -188,8 +189,9 @@ TEST_F(SideCarTest, NoFileOutsideTheStoreIsEverTouched) {
   const std::string nowhere = mDir.File("created-by-nobody");
   const std::string metadataFolder = mDir.File(".metadata");
   ::mkdir(metadataFolder.c_str(), 0755);
-  for (const std::string& planted : {mSideCar + ".new", mSideCar + ".new-" +
-                                     std::to_string(::getpid()) + "-0", mSideCar + ".lock"}) {
+  for (const std::string& planted :
+       {mSideCar + ".new", mSideCar + ".new-" + std::to_string(::getpid()) + "-0",
+        mSideCar + ".lock"}) {
     for (const std::string& target : {victim, nowhere}) {
       ::unlink(planted.c_str());
       ASSERT_EQ(0, ::symlink(target.c_str(), planted.c_str())) << planted;

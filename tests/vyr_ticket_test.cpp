@@ -3,19 +3,19 @@
 // and the flat dictionary; its dependencies, flags and format code; and the
 // ticket held against real files and processes: validity and readiness.
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
+#include <vyrax/vyr_reference.h>
 
 #include <cmath>
-#include <iterator>
-#include <sstream>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -23,7 +23,6 @@
 
 #include "buffer_test_support.h"
 #include "stream_test_support.h"
-#include <vyrax/vyr_reference.h>
 
 namespace {
 
@@ -118,7 +117,9 @@ inline VYR_TImageTicket Image(unsigned char position, VYR_TImageType type, int r
 class ProxyBuilder : public VYR_TImageProxy {
  public:
   using VYR_TImageProxy::VYR_TImageProxy;
-  QEN_TListKey* Add(const VYR_TImageTicket& ticket) { return Tickets().AddAtTail(QEN_TAny(ticket)); }
+  QEN_TListKey* Add(const VYR_TImageTicket& ticket) {
+    return Tickets().AddAtTail(QEN_TAny(ticket));
+  }
   QEN_TList& List() { return Tickets(); }
 };
 
@@ -194,10 +195,17 @@ TEST_F(TicketTest, UnrotatedViewFollowsTheRotationTable) {
   };
   // Stored margins top 1, left 2, bottom 3, right 4.
   const Row rows[] = {
-      {0, 1, 2, 3, 4, false}, {1, 2, 3, 4, 1, true}, {2, 3, 4, 1, 2, false}, {3, 4, 1, 2, 3, true},
-      {4, 1, 4, 3, 2, false}, {5, 4, 3, 2, 1, true}, {6, 3, 2, 1, 4, false}, {7, 2, 1, 4, 3, true},
+      {0, 1, 2, 3, 4, false},
+      {1, 2, 3, 4, 1, true},
+      {2, 3, 4, 1, 2, false},
+      {3, 4, 1, 2, 3, true},
+      {4, 1, 4, 3, 2, false},
+      {5, 4, 3, 2, 1, true},
+      {6, 3, 2, 1, 4, false},
+      {7, 2, 1, 4, 3, true},
       // Values outside the enumeration count as NotRotated.
-      {8, 1, 2, 3, 4, false}, {0xFFFFFFFFu, 1, 2, 3, 4, false},
+      {8, 1, 2, 3, 4, false},
+      {0xFFFFFFFFu, 1, 2, 3, 4, false},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE("rotation " + std::to_string(row.rotation));
@@ -218,9 +226,9 @@ TEST_F(TicketTest, UnrotatedViewFollowsTheRotationTable) {
               (std::vector<double>{row.top, row.left, row.bottom, row.right}));
     const double axes[] = {ticket.VResolutionNoRot(), ticket.HResolutionNoRot(),
                            ticket.VRealSizeNoRot(), ticket.HRealSizeNoRot()};
-    EXPECT_EQ(std::vector<double>(axes, axes + 4),
-              row.swapsAxes ? (std::vector<double>{72, 300, 8.5, 11})
-                            : (std::vector<double>{300, 72, 11, 8.5}));
+    EXPECT_EQ(std::vector<double>(axes, axes + 4), row.swapsAxes
+                                                       ? (std::vector<double>{72, 300, 8.5, 11})
+                                                       : (std::vector<double>{300, 72, 11, 8.5}));
     // The stored values stay as they are.
     EXPECT_TRUE(ticket.MarginTop() == 1 && ticket.HResolution() == 72);
   }
@@ -233,12 +241,21 @@ TEST_F(TicketTest, CopyWithMaskTakesTheGroupsOfTheMaskedLevel) {
     const char* groups;
   };
   const Row rows[] = {
-      {0, 0, ""}, {VYR_FillFileAssigned, 1, "F"}, {VYR_FillFileType, 3, "FT"},
-      {VYR_FillImageProcessor, 7, "FTP"}, {VYR_FillBasicInfo, 15, "FTPB"},
-      {VYR_FillExtendedInfo, 127, "FTPBE"}, {VYR_FillFullInfo, 0x6FFF, "FTPBER"},
-      {0xFFFFFFFFu, 0x6FFF, "FTPBER"}, {0x8, 0x8, "B"}, {0x80, 0x80, "R"},
+      {0, 0, ""},
+      {VYR_FillFileAssigned, 1, "F"},
+      {VYR_FillFileType, 3, "FT"},
+      {VYR_FillImageProcessor, 7, "FTP"},
+      {VYR_FillBasicInfo, 15, "FTPB"},
+      {VYR_FillExtendedInfo, 127, "FTPBE"},
+      {VYR_FillFullInfo, 0x6FFF, "FTPBER"},
+      {0xFFFFFFFFu, 0x6FFF, "FTPBER"},
+      {0x8, 0x8, "B"},
+      {0x80, 0x80, "R"},
       // Each of the three bits of ExtendedInfo brings it alone.
-      {0x40, 0x40, "E"}, {0x100, 0x100, "E"}, {0x200, 0x200, "E"}, {0x10 | 0x20, 0x30, ""},
+      {0x40, 0x40, "E"},
+      {0x100, 0x100, "E"},
+      {0x200, 0x200, "E"},
+      {0x10 | 0x20, 0x30, ""},
   };
   VYR_TImageTicket full = Sample(VYR_FillFullInfo);
   VYR_TTicketWriter(full).Internal("Acquire") = "full";
@@ -565,8 +582,9 @@ TEST_F(TicketTest, DependenciesListOtherFilesByTheirContainers) {
   writer.ExternalRefs().AddAtTail(QEN_TAny(VYR_TReference(own, VYR_Inch, 0, 0)));
   writer.ExternalRefs().AddAtTail(
       QEN_TAny(VYR_TReference(VYR_EmbeddedFile(own, 10, 20, 0, 0, 0), VYR_Inch, 0, 0)));
-  VYR_TReference fonts(VYR_EmbeddedFile(QEN_TURL("file:///jobs/fonts.bin?password=x"), 5, 0, 0, 0, 0),
-                       VYR_Inch, 0, 0);
+  VYR_TReference fonts(
+      VYR_EmbeddedFile(QEN_TURL("file:///jobs/fonts.bin?password=x"), 5, 0, 0, 0, 0), VYR_Inch, 0,
+      0);
   fonts.AddStampInfo("2024-02-15T22:42:14Z", "5000", "");
   writer.ExternalRefs().AddAtTail(QEN_TAny(fonts));
   QEN_TArray separations(4);
@@ -651,7 +669,7 @@ TEST_F(TicketTest, FormatCodesAndRipping) {
   two.join();
   EXPECT_TRUE(codes[0] == 5 && codes[1] == 5);
   EXPECT_EQ(VYR_TImageTicket(ticket, VYR_FillBasicInfo).MusCode(), 0);  // below the bit 0x40
-  writer.SetFileFormat("jfif");  // names are exact
+  writer.SetFileFormat("jfif");                                         // names are exact
   EXPECT_EQ(ticket.MusCode(), 0);
   writer.ExtendedInfo()["MUScode"] = 7u;  // the reader's own code wins
   EXPECT_EQ(ticket.MusCode(), 7);
@@ -1152,8 +1170,8 @@ TEST_F(TicketTest, GoldenFilesReadBack) {
   EXPECT_EQ(ticket.FileFormatVersion(), "5.0");
   EXPECT_EQ(ticket.NrColumns(), 2550u);
   // The same items in the first version of the binary stream.
-  test_support::DataReader first(AsBytes(test_support::ReadFile(
-      VYRAX_TEST_DATA_DIR "/golden/v1/ticket_v8500_level4.bin")));
+  test_support::DataReader first(
+      AsBytes(test_support::ReadFile(VYRAX_TEST_DATA_DIR "/golden/v1/ticket_v8500_level4.bin")));
   VYR_TImageTicket fromFirst;
   fromFirst.QEN_Unpack(first.in);
   EXPECT_TRUE(fromFirst == ticket);
@@ -1246,11 +1264,16 @@ TEST_F(TicketTest, WhiteSpaceAroundTheCommas) {
     bool reads;
   };
   const Row rows[] = {
-      {"RES", "RES 300,150.5", true},         {"RES", "RES   300,    \t 150.5", true},
-      {"RES", "RES 300 , 150.5", false},      {"RES", "RES 300; 150.5", false},
-      {"RES", "RESOLUTION 300, 150.5", false}, {"11,", "11,8.25", true},
-      {"11,", "11 ,8.25", false},             {"PIX", "PIX 3300,1242", true},
-      {"PIX", "PIX 3300 ,1242", false},       {"PIX", "PIX -1, 1242", false},
+      {"RES", "RES 300,150.5", true},
+      {"RES", "RES   300,    \t 150.5", true},
+      {"RES", "RES 300 , 150.5", false},
+      {"RES", "RES 300; 150.5", false},
+      {"RES", "RESOLUTION 300, 150.5", false},
+      {"11,", "11,8.25", true},
+      {"11,", "11 ,8.25", false},
+      {"PIX", "PIX 3300,1242", true},
+      {"PIX", "PIX 3300 ,1242", false},
+      {"PIX", "PIX -1, 1242", false},
       {"MAR", "MAR 0.125,0.25,0.375,0.5", true},
       {"MAR", "MAR 0.125, 0.25 , 0.375\t, 0.5", true},
       {"MAR", "MAR 0.125 , 0.25, 0.375, 0.5", false},

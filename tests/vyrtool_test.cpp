@@ -1,6 +1,6 @@
 // vyrtool, run as a child process on real files, as an operator runs it.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -51,8 +51,9 @@ class VyrtoolTest : public ::testing::Test {
   // Runs the built tool with `args` (quoted for the shell by the caller).
   Result Run(const std::string& args, const std::string& environment = "") const {
     const std::string out = Path(".out"), err = Path(".err");
-    const std::string command = "cd '" + mFolder + "' && " + environment + " '" VYRAX_BINARY_DIR
-                                "/bin/vyrtool' " + args + " >'" + out + "' 2>'" + err + "'";
+    const std::string command = "cd '" + mFolder + "' && " + environment +
+                                " '" VYRAX_BINARY_DIR "/bin/vyrtool' " + args + " >'" + out +
+                                "' 2>'" + err + "'";
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out), ReadAll(err)};
   }
@@ -151,14 +152,16 @@ TEST_F(VyrtoolTest, TicketCheckSaysWhy) {
     ::close(writing);
     EXPECT_EQ(held.code, 1);
     EXPECT_NE(held.out.find("ready\tno: the file, or a file it needs, is held open"),
-              std::string::npos) << held.out;
+              std::string::npos)
+        << held.out;
   }
   const struct utimbuf later = {2000000000, 2000000000};
   ASSERT_EQ(::utime(Path("page.tif").c_str(), &later), 0);
   Result stale = Run("ticket check page.ticket");
   EXPECT_EQ(stale.code, 1);
   EXPECT_NE(stale.out.find("valid\tno: the file's time stamp is 2033-05-18T03:33:20"),
-            std::string::npos) << stale.out;
+            std::string::npos)
+      << stale.out;
 }
 
 TEST_F(VyrtoolTest, CatWritesARangeOfARealContainer) {
@@ -189,8 +192,9 @@ TEST_F(VyrtoolTest, ConfigurationAndPlugInsOfATable) {
   const nlohmann::json source = nlohmann::json::parse(Run("--json config source", env).out);
   EXPECT_EQ(source["source"], "file");
   EXPECT_EQ(Run("config keys /Resources/Modules/VYR", env).out, "DynamicLoading\n");
-  EXPECT_EQ(nlohmann::json::parse(Run("--json config source", "VYR_USE_CFS=/nothing/here").out)["source"],
-            "service");
+  EXPECT_EQ(
+      nlohmann::json::parse(Run("--json config source", "VYR_USE_CFS=/nothing/here").out)["source"],
+      "service");
 
   // One pair loads, the other names a module that is not there.
   Result list = Run("--json plugins list", env);

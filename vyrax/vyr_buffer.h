@@ -26,13 +26,13 @@
 #ifndef VYR_BUFFER_H
 #define VYR_BUFFER_H
 
-#include <atomic>
-#include <cstdint>
-
 #include <qen/qen_file.h>
 #include <qen/qen_object.h>
 #include <qen/qen_string.h>
 #include <qen/qen_url.h>
+
+#include <atomic>
+#include <cstdint>
 
 #include "vyrax/vyr_api.h"
 #include "vyrax/vyr_enums.h"

@@ -15,7 +15,7 @@ extern "C" VYR_API bool __QEN_INITIALIZATION_FUNCTION_VYRAX__();
 
 // One record per source unit, linked into the unit's list at load.
 struct VYR_VersionRecord {
-  const char* name;    // "VYRAX"
+  const char* name;  // "VYRAX"
   std::uint32_t major;
   std::uint32_t build;
   const char* header;  // "vyrax_version"

@@ -61,9 +61,9 @@ VYR_VER_API void VYR_VersionPrint() { Print(Records()); }
 
 VYR_VER_API void VYR_VersionSorted() {
   std::vector<const VYR_VersionRecord*> records = Records();
-  std::sort(records.begin(), records.end(), [](const VYR_VersionRecord* a, const VYR_VersionRecord* b) {
-    return a->build > b->build;
-  });
+  std::sort(
+      records.begin(), records.end(),
+      [](const VYR_VersionRecord* a, const VYR_VersionRecord* b) { return a->build > b->build; });
   Print(records);
 }
 

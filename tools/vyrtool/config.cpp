@@ -21,10 +21,10 @@ nlohmann::json Source() {
   const bool useSet = std::getenv("VYR_USE_CFS") != nullptr;
   const std::string use = Variable("VYR_USE_CFS");
   const bool serverSet = std::getenv("QEN_SERVER") != nullptr;
-  nlohmann::json record = {{"VYR_USE_CFS", useSet ? nlohmann::json(use) : nullptr},
-                           {"QEN_SERVER", serverSet ? nlohmann::json(Variable("QEN_SERVER"))
-                                                    : nullptr},
-                           {"server", VYR_IsServer()}};
+  nlohmann::json record = {
+      {"VYR_USE_CFS", useSet ? nlohmann::json(use) : nullptr},
+      {"QEN_SERVER", serverSet ? nlohmann::json(Variable("QEN_SERVER")) : nullptr},
+      {"server", VYR_IsServer()}};
   const std::string service =
       "the configuration service VYR_CFS (its file: " +
       (std::getenv("VYR_CFS_FILE") != nullptr ? "VYR_CFS_FILE=" + Variable("VYR_CFS_FILE")

@@ -44,8 +44,8 @@ int Info() {
   double v = 0, h = 0;
   if (VYR_Embedded2Size(url, v, h)) record["real_size"] = {v, h};
   Emit(record, [&] {
-    std::cout << "container\t" << record["container"].get<std::string>() << "\noffset\t"
-              << position << "\nlength\t" << tag.Size() << " (0: to the end of the file)\n";
+    std::cout << "container\t" << record["container"].get<std::string>() << "\noffset\t" << position
+              << "\nlength\t" << tag.Size() << " (0: to the end of the file)\n";
     if (record.contains("real_size")) std::cout << "real size\t" << v << " x " << h << '\n';
   });
   return kOk;

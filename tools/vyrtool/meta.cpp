@@ -82,7 +82,8 @@ int ForEachFile(const std::vector<std::string>& given,
   unsigned failed = 0, no = 0, index = 0;
   for (const std::string& file : files) {
     ++index;
-    if (progress) std::cerr << "\r\033[K[" << index << "/" << files.size() << "] " << file << std::flush;
+    if (progress)
+      std::cerr << "\r\033[K[" << index << "/" << files.size() << "] " << file << std::flush;
     int code;
     try {
       VYR_TMetadata metadata(FileUrl(file));
@@ -184,7 +185,8 @@ int Set() {
       // Raw bytes from a file.
       std::ifstream in(value.substr(1), std::ios::binary);
       if (!in) throw Failure(value.substr(1), "cannot be opened");
-      const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+      const std::string bytes((std::istreambuf_iterator<char>(in)),
+                              std::istreambuf_iterator<char>());
       done = metadata.SetKeyValue(QEN_TString(key), static_cast<unsigned>(bytes.size()),
                                   bytes.data(), true);
     } else if (LooksLikeObjectText(value)) {
@@ -227,7 +229,8 @@ int Stamp() {
       // The extended attributes answer a file's first stamp this way, for
       // want of stamps: they are begun here, at the file's time.
       QEN_TDict stamps;
-      stamps.Add(QEN_TString("_FILE_"), QEN_TAny(QEN_TFileInfo(FileUrl(file), true).ModificationTime()));
+      stamps.Add(QEN_TString("_FILE_"),
+                 QEN_TAny(QEN_TFileInfo(FileUrl(file), true).ModificationTime()));
       if (!metadata.SetKeyObject(QEN_TString("TIMESTAMP"), stamps, true)) throw;
       done = metadata.SetTimestamp(stored);
     }
@@ -261,7 +264,7 @@ int Verify() {
     if (!Meta().key.empty()) {
       const QEN_TAny* stamp =
           list ? list->Lookup(VYR_TMetadata::NormalizeKey(QEN_TString(Meta().key))) : nullptr;
-      stamps.emplace_back(Meta().key, stamp == nullptr ? VYR_KeyUnknown
+      stamps.emplace_back(Meta().key, stamp == nullptr  ? VYR_KeyUnknown
                                       : stamp->AsBool() ? VYR_KeyEqual
                                                         : VYR_KeyDifferent);
     } else {
@@ -290,7 +293,8 @@ int Verify() {
 }  // namespace
 
 void AddMeta(CLI::App& app) {
-  CLI::App* meta = app.add_subcommand("meta", "A file's metadata: list, get, set, rm, stamp, verify");
+  CLI::App* meta =
+      app.add_subcommand("meta", "A file's metadata: list, get, set, rm, stamp, verify");
   meta->require_subcommand(1);
   meta->add_option("--backend", Meta().backend,
                    "sidecar or xattr (default: as VYR_EMULATE_METADATA says)")
@@ -305,7 +309,8 @@ void AddMeta(CLI::App& app) {
   files(list, "FILE...");
   OnRun(list, List);
 
-  CLI::App* get = meta->add_subcommand("get", "A stored value: an object in its text form, else hex");
+  CLI::App* get =
+      meta->add_subcommand("get", "A stored value: an object in its text form, else hex");
   get->add_option("args", Meta().args, "FILE KEY")->required()->expected(2);
   get->add_option("-o,--output", Meta().out, "Write the raw bytes to this file");
   get->add_flag("--hex", Meta().hex, "Print the raw bytes as hex");

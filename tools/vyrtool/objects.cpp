@@ -85,8 +85,8 @@ Owned ReadObjectFile(const std::string& path, bool* text) {
 bool LooksLikeObjectText(const std::string& text) {
   std::size_t at = text.find_first_not_of(" \t\r\n");
   if (at == std::string::npos || !std::isupper(static_cast<unsigned char>(text[at]))) return false;
-  const std::size_t end = text.find_first_not_of(
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_", at);
+  const std::size_t end =
+      text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_", at);
   if (end == std::string::npos) return false;
   const std::size_t brace = text.find_first_not_of(" \t\r\n", end);
   return brace != std::string::npos && text[brace] == '{' &&
@@ -169,7 +169,8 @@ nlohmann::json ToJson(const QEN_IInterface& object) {
   }
   if (const auto* proxy = object.DynamicCast<VYR_TImageProxy>()) {
     nlohmann::json tickets = nlohmann::json::array();
-    for (QEN_TConstIterator at(proxy->Tickets()); !at.IsDone(); ++at) tickets.push_back(ToJson(at.Value()));
+    for (QEN_TConstIterator at(proxy->Tickets()); !at.IsDone(); ++at)
+      tickets.push_back(ToJson(at.Value()));
     nlohmann::json record = {{"file", Utf8(proxy->File().AsString())}, {"tickets", tickets}};
     try {
       record["selected"] = proxy->IndexOfSelected();
@@ -178,8 +179,8 @@ nlohmann::json ToJson(const QEN_IInterface& object) {
     }
     return record;
   }
-  const bool keyed = object.DynamicCast<QEN_TDict>() != nullptr ||
-                     object.DynamicCast<QEN_TTree>() != nullptr;
+  const bool keyed =
+      object.DynamicCast<QEN_TDict>() != nullptr || object.DynamicCast<QEN_TTree>() != nullptr;
   if (const auto* container = object.DynamicCast<QEN_IIteratable>()) {
     nlohmann::json out = keyed ? nlohmann::json::object() : nlohmann::json::array();
     for (QEN_TConstIterator at(*container); !at.IsDone(); ++at) {
@@ -193,8 +194,8 @@ nlohmann::json ToJson(const QEN_IInterface& object) {
     return out;
   }
   // Anything else: its class and its text form or listing.
-  std::string text = object.DynamicCast<QEN_IHumanReadable>() != nullptr ? TextForm(object)
-                                                                          : Listing(object);
+  std::string text =
+      object.DynamicCast<QEN_IHumanReadable>() != nullptr ? TextForm(object) : Listing(object);
   while (!text.empty() && text.back() == '\n') text.pop_back();
   return {{"class", object.ClassName()}, {"text", text}};
 }

@@ -14,9 +14,9 @@ std::string gProvider, gCreator;
 // The log lines written while `load` runs: why a module did not load.
 std::vector<std::string> Logged(const std::function<void()>& load) {
   std::vector<std::string> lines;
-  QENMESG_SetSink([](const char* line, void* to) {
-    static_cast<std::vector<std::string>*>(to)->push_back(line);
-  }, &lines);
+  QENMESG_SetSink([](const char* line,
+                     void* to) { static_cast<std::vector<std::string>*>(to)->push_back(line); },
+                  &lines);
   try {
     load();
   } catch (...) {
@@ -78,7 +78,8 @@ int RunList() {
     }
   }
   Emit(rows, [&] {
-    if (rows.empty()) std::cout << "no plug-ins configured at " << VYR_TDynamicLoader::sCfsName << '\n';
+    if (rows.empty())
+      std::cout << "no plug-ins configured at " << VYR_TDynamicLoader::sCfsName << '\n';
     for (const auto& row : rows) std::cout << Line(row) << '\n';
   });
   return failed ? kNo : kOk;

@@ -68,7 +68,8 @@ int RunCheck() {
     record["dependencies_error"] = Describe(e);
   }
   nlohmann::json dependencies = nlohmann::json::array();
-  for (QEN_TConstIterator at(needed); !at.IsDone(); ++at) dependencies.push_back(ToJson(at.Value()));
+  for (QEN_TConstIterator at(needed); !at.IsDone(); ++at)
+    dependencies.push_back(ToJson(at.Value()));
   record["dependencies"] = dependencies;
 
   const bool ready = ticket.IsImageReady();
@@ -80,7 +81,8 @@ int RunCheck() {
               << "ready\t" << (ready ? "yes" : "no: " + record["why_not_ready"].get<std::string>())
               << '\n';
     for (const auto& needs : dependencies)
-      std::cout << "needs\t" << (needs.is_string() ? needs.get<std::string>() : needs.dump()) << '\n';
+      std::cout << "needs\t" << (needs.is_string() ? needs.get<std::string>() : needs.dump())
+                << '\n';
   });
   return invalid.empty() && ready ? kOk : kNo;
 }
@@ -91,8 +93,9 @@ void AddTicket(CLI::App& app) {
   CLI::App* ticket = app.add_subcommand("ticket", "Stored image tickets");
   ticket->require_subcommand(1);
   CLI::App* check = ticket->add_subcommand(
-      "check", "Whether the ticket is still valid and its files ready, with the reason, and the "
-               "files it needs (exit 1 for a \"no\")");
+      "check",
+      "Whether the ticket is still valid and its files ready, with the reason, and the "
+      "files it needs (exit 1 for a \"no\")");
   check->add_option("FILE", gTicketFile, "A stored ticket (or proxy), binary or text form")
       ->required();
   OnRun(check, RunCheck);

@@ -43,11 +43,11 @@ ORDONOTES_API void QENMESG_AddMessageFF(unsigned reserved, const char* text, dou
                                         double user);
 
 // A capture of the log: while a sink is set, every line goes to it instead
-// of the destination (a tool shows a failure's log lines with its answer): the whole line with its prefix, without the final line break.
-// The sink is called under the log's lock, one line at a time; a message
-// that the sink itself logs goes to the destination, and a sink may replace
-// itself by calling QENMESG_SetSink. After SetSink returns,
-// the previous sink is no longer called. Null restores the destination.
+// of the destination (a tool shows a failure's log lines with its answer): the whole line with its
+// prefix, without the final line break. The sink is called under the log's lock, one line at a
+// time; a message that the sink itself logs goes to the destination, and a sink may replace itself
+// by calling QENMESG_SetSink. After SetSink returns, the previous sink is no longer called. Null
+// restores the destination.
 typedef void (*QENMESG_Sink)(const char* line, void* context);
 ORDONOTES_API void QENMESG_SetSink(QENMESG_Sink sink, void* context);
 

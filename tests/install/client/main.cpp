@@ -1,8 +1,8 @@
 // Starts the library and packs a tag, as any client would.
+#include <vyrax/vyrax.h>
+
 #include <cstdio>
 #include <memory>
-
-#include <vyrax/vyrax.h>
 
 int main() {
   if (!__QEN_INITIALIZATION_FUNCTION_VYRAX__()) {

@@ -27,7 +27,9 @@ class VYR_LOCAL VYR_TMemoryBuffer : public VYR_TBuffPriv, public virtual VYR_IBu
   VYR_TMemoryBuffer(VYR_TMemoryBuffer const& other);
   // There is no memory buffer without a size: only the class frame's factory
   // calls this, and it always throws.
-  VYR_TMemoryBuffer() { vyr::ThrowException<VYR_EBufferInternal>(__LINE__, VYR_BUFFER_PRIV_SOURCE); }
+  VYR_TMemoryBuffer() {
+    vyr::ThrowException<VYR_EBufferInternal>(__LINE__, VYR_BUFFER_PRIV_SOURCE);
+  }
   ~VYR_TMemoryBuffer() override;
 
   // `size` bytes of zeros; a large block costs no memory until written.
@@ -79,9 +81,8 @@ class VYR_LOCAL VYR_TSliceBuffer : public VYR_TBuffPriv, public virtual VYR_IBuf
   // Exactly `size` bytes from `offset`, also 0 of them, within `limit` bytes
   // of the owner that may be reached by address. `mapping` is the owner's
   // when it is a file buffer, whose damage the slice then reports too.
-  static VYR_TSliceBuffer* Exact(VYR_IBuffer const& owner, unsigned int offset,
-                                 unsigned int size, unsigned int limit,
-                                 std::intptr_t mapping = -1);
+  static VYR_TSliceBuffer* Exact(VYR_IBuffer const& owner, unsigned int offset, unsigned int size,
+                                 unsigned int limit, std::intptr_t mapping = -1);
 
   VYR_IBuffer const* Duplicate(bool copy) const override;
   VYR_IBuffer const* Slice(unsigned int offset, unsigned int size, bool copy) const override;

@@ -91,11 +91,11 @@ class VYR_LOCAL VYR_TFileMetadata : public QEN_TObject, public virtual VYR_IMeta
  private:
   // What a look at the store found.
   enum class Found {
-    kStore,       // a store, now in the dictionary given
-    kNone,        // no store, or an empty file
-    kUnreadable,  // a store that cannot be read now: held, no access, no descriptors
-    kUndecodable, // something at the store's name that is no store of this library
-    kUnchanged    // the very bytes this object read or wrote last; dictionary untouched
+    kStore,        // a store, now in the dictionary given
+    kNone,         // no store, or an empty file
+    kUnreadable,   // a store that cannot be read now: held, no access, no descriptors
+    kUndecodable,  // something at the store's name that is no store of this library
+    kUnchanged     // the very bytes this object read or wrote last; dictionary untouched
   };
   // Opens the .metadata folder, made first when `create` is set; logs why not.
   bool OpenFolder(bool create, std::intptr_t& folder, int& error);

@@ -255,12 +255,10 @@ VYR_LOCAL bool ReadAttribute(Handle file, const char* name, unsigned char*& bloc
                              int& error);
 // Stores one record: sets the attribute, or removes it when the value is
 // empty (removing one that is not there succeeds).
-VYR_LOCAL bool WriteAttribute(Handle file, const unsigned char* record, unsigned size,
-                              int& error);
+VYR_LOCAL bool WriteAttribute(Handle file, const unsigned char* record, unsigned size, int& error);
 
 }  // namespace platform
 }  // namespace vyr
-
 
 // --- Shared modules ------------------------------------------------------------
 //

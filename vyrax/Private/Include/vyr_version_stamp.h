@@ -30,14 +30,14 @@ VYR_LOCAL void* OpenVersionModule();
 }  // namespace vyr
 
 // One per source unit, at namespace scope.
-#define VYR_VERSION_STAMP()                                                                 \
-  namespace {                                                                               \
-  VYR_VersionListHead gVersionHead = {nullptr, nullptr, "BUILD_MODULE"};                    \
-  VYR_VersionRecord gVersionRecord = {VYRAX_VERSION_NAME, VYRAX_VERSION_MAJOR,              \
-                                      VYRAX_VERSION_BUILD, VYRAX_VERSION_HEADER,            \
-                                      __DATE__ "/" __TIME__, nullptr};                      \
-  VYR_VersionLoader gVersionLoader = {nullptr, nullptr, nullptr, nullptr};                  \
-  const vyr::VersionStamp gVersionStamp(gVersionHead, gVersionRecord, gVersionLoader);      \
+#define VYR_VERSION_STAMP()                                                            \
+  namespace {                                                                          \
+  VYR_VersionListHead gVersionHead = {nullptr, nullptr, "BUILD_MODULE"};               \
+  VYR_VersionRecord gVersionRecord = {VYRAX_VERSION_NAME,    VYRAX_VERSION_MAJOR,      \
+                                      VYRAX_VERSION_BUILD,   VYRAX_VERSION_HEADER,     \
+                                      __DATE__ "/" __TIME__, nullptr};                 \
+  VYR_VersionLoader gVersionLoader = {nullptr, nullptr, nullptr, nullptr};             \
+  const vyr::VersionStamp gVersionStamp(gVersionHead, gVersionRecord, gVersionLoader); \
   }
 
 #endif

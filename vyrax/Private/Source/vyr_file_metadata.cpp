@@ -106,8 +106,7 @@ bool VYR_TFileMetadata::OpenFolder(bool create, vyr::platform::Handle& folder, i
     case FolderResult::kOpened:
       return true;
     case FolderResult::kMissing:
-      if (create)
-        LogFailure("WriteMetadata (metadata folder creation) failed", mFolderPath, error);
+      if (create) LogFailure("WriteMetadata (metadata folder creation) failed", mFolderPath, error);
       return false;
     case FolderResult::kRefused: {
       // Somebody else put it there: nothing is read or written through it.
@@ -121,9 +120,9 @@ bool VYR_TFileMetadata::OpenFolder(bool create, vyr::platform::Handle& folder, i
     case FolderResult::kFailed:
       break;
   }
-  LogFailure(create ? "WriteMetadata (metadata folder creation) failed"
-                    : "ReadMetadata file open failed",
-             mFolderPath, error);
+  LogFailure(
+      create ? "WriteMetadata (metadata folder creation) failed" : "ReadMetadata file open failed",
+      mFolderPath, error);
   return false;
 }
 
@@ -138,8 +137,7 @@ void VYR_TFileMetadata::Remember(std::vector<unsigned char>&& bytes) {
 }
 
 VYR_TFileMetadata::Found VYR_TFileMetadata::ReadStore(vyr::platform::Handle folder,
-                                                      QEN_TDict& dictionary,
-                                                      bool mayBeUnchanged) {
+                                                      QEN_TDict& dictionary, bool mayBeUnchanged) {
   std::vector<unsigned char> bytes;
   int error = 0;
   StoreRead read = StoreRead::kFailed;

@@ -1,8 +1,9 @@
 // Image tickets and proxies.
+#include "vyrax/vyr_image_ticket.h"
+
 #include "vyr_version_stamp.h"
 #include "vyrax/vyr_exceptions.h"
 #include "vyrax/vyr_image_proxy.h"
-#include "vyrax/vyr_image_ticket.h"
 
 VYR_VERSION_STAMP()
 

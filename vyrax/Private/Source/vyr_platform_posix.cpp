@@ -49,7 +49,8 @@ bool Injected(VYR_TPlatformCall call, int& error) {
 
 OpenResult OpenShared(const char* path, Handle& file, int& error) {
   file = kInvalidHandle;
-  if (Injected(VYR_PlatformOpen, error)) return IsHeldError(error) ? OpenResult::kHeld : OpenResult::kFailed;
+  if (Injected(VYR_PlatformOpen, error))
+    return IsHeldError(error) ? OpenResult::kHeld : OpenResult::kFailed;
   // Non-blocking, so that opening a FIFO does not wait for a writer; for a
   // regular file the flag changes nothing.
   int fd;
@@ -166,8 +167,8 @@ bool ViewDamaged(Handle mapping) {
   return mapping != kInvalidHandle && IsDamaged(RecordOf(mapping)->guard);
 }
 
-bool ReadAt(Handle file, void* into, std::size_t size, unsigned long long offset,
-            std::size_t& got, int& error) {
+bool ReadAt(Handle file, void* into, std::size_t size, unsigned long long offset, std::size_t& got,
+            int& error) {
   got = 0;
   if (Injected(VYR_PlatformRead, error)) return false;
   if (offset > static_cast<unsigned long long>(std::numeric_limits<off_t>::max())) {
@@ -178,7 +179,8 @@ bool ReadAt(Handle file, void* into, std::size_t size, unsigned long long offset
   while (got < size) {
     const unsigned long long at = offset + got;
     if (at > static_cast<unsigned long long>(std::numeric_limits<off_t>::max())) break;
-    const ssize_t n = ::pread(static_cast<int>(file), out + got, size - got, static_cast<off_t>(at));
+    const ssize_t n =
+        ::pread(static_cast<int>(file), out + got, size - got, static_cast<off_t>(at));
     if (n < 0) {
       if (errno == EINTR) continue;
       error = errno;
@@ -208,8 +210,8 @@ void* AllocateZeroed(std::size_t size, bool& mapped, int& error) {
     if (memory == nullptr) error = errno != 0 ? errno : ENOMEM;
     return memory;
   }
-  void* memory =
-      ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  void* memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (memory == MAP_FAILED) {
     error = errno;
     return nullptr;

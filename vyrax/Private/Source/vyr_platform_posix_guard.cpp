@@ -110,9 +110,8 @@ void OnBusError(int signal, siginfo_t* info, void* context) {
 
 bool GuardWanted() {
   const char* value = std::getenv("VYR_MAPPING_GUARD");
-  return value == nullptr ||
-         (strcasecmp(value, "off") != 0 && strcasecmp(value, "0") != 0 &&
-          strcasecmp(value, "no") != 0);
+  return value == nullptr || (strcasecmp(value, "off") != 0 && strcasecmp(value, "0") != 0 &&
+                              strcasecmp(value, "no") != 0);
 }
 
 // Installs the handler once; the caller holds gGuardMutex.

@@ -7,14 +7,13 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <ctime>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -144,7 +143,8 @@ StoreRead ReadStore(Handle folder, const char* name, unsigned long long limit,
   int fd;
   // Non-blocking, so that a FIFO at the name does not wait for a writer.
   do {
-    fd = ::openat(Descriptor(folder), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    fd = ::openat(Descriptor(folder), name,
+                  O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
   } while (fd < 0 && errno == EINTR);
   if (fd < 0) {
     error = errno;
@@ -184,7 +184,8 @@ StoreRead ReadStore(Handle folder, const char* name, unsigned long long limit,
   // lock): what counts is exactly the size it had, or the read fails.
   std::size_t done = 0;
   while (done < bytes.size()) {
-    const ssize_t n = ::pread(fd, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
+    const ssize_t n =
+        ::pread(fd, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
       error = n < 0 ? errno : EIO;
@@ -201,7 +202,8 @@ OpenResult LockStore(Handle folder, const char* name, unsigned waitMilliseconds,
   lock = kInvalidHandle;
   const std::string lockName = std::string(name) + ".lock";
   const int dir = Descriptor(folder);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMilliseconds);
+  const auto deadline =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMilliseconds);
   // The pause between two looks at a held lock: short at first, as a writer
   // holds it for one read and one write only.
   unsigned pauseMicroseconds = 200;
@@ -210,14 +212,15 @@ OpenResult LockStore(Handle folder, const char* name, unsigned waitMilliseconds,
     int fd;
     // Read-write: an exclusive lock over NFS needs a file open for writing.
     do {
-      fd = ::openat(dir, lockName.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY,
-                    0666);
+      fd = ::openat(dir, lockName.c_str(),
+                    O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0666);
     } while (fd < 0 && errno == EINTR);
     // Another user's lock file may be closed to this one for writing; a
     // local file system locks a file opened for reading just as well.
     if (fd < 0 && errno == EACCES) {
       do {
-        fd = ::openat(dir, lockName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+        fd = ::openat(dir, lockName.c_str(),
+                      O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
       } while (fd < 0 && errno == EINTR);
     }
     if (fd < 0) {
@@ -288,8 +291,8 @@ bool WriteStore(Handle folder, const char* name, Handle lock, const void* data, 
     fresh = std::string(name) + kNewInfix + std::to_string(::getpid()) + "-" +
             std::to_string(sCounter.fetch_add(1, std::memory_order_relaxed));
     do {
-      fd = ::openat(dir, fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY,
-                    0666);
+      fd = ::openat(dir, fresh.c_str(),
+                    O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, 0666);
     } while (fd < 0 && errno == EINTR);
     if (fd < 0 && errno != EEXIST) break;
   }
@@ -335,7 +338,8 @@ bool SetStoreAside(Handle folder, const char* name, std::string& aside, int& err
   const std::time_t now = std::time(nullptr);
   struct tm parts;
   char stamp[32] = "0";
-  if (::gmtime_r(&now, &parts) != nullptr) std::strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &parts);
+  if (::gmtime_r(&now, &parts) != nullptr)
+    std::strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &parts);
   aside = std::string(name) + ".unreadable-" + stamp + "-" + std::to_string(::getpid()) + "-" +
           std::to_string(sCounter.fetch_add(1, std::memory_order_relaxed));
   // rename(2) moves a link itself, never what it points to.

@@ -1,7 +1,8 @@
 // The start-up unit: the library's one start-up call and the order in which
 // its classes are initialised.
-#include <dlfcn.h>
+#include "vyrax/vyr_startup.h"
 
+#include <dlfcn.h>
 #include <qen/qen_object.h>
 
 #include "vyr_buffer-priv.h"
@@ -14,7 +15,6 @@
 #include "vyrax/vyr_image_ticket.h"
 #include "vyrax/vyr_ink.h"
 #include "vyrax/vyr_metadata.h"
-#include "vyrax/vyr_startup.h"
 #include "vyrax/vyr_typedefs.h"
 
 VYR_VERSION_STAMP()

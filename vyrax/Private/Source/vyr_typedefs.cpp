@@ -1,11 +1,12 @@
 // The small value types: the tag.
-#include <ostream>
+#include "vyrax/vyr_typedefs.h"
 
 #include <qen/qen_stream.h>
 
+#include <ostream>
+
 #include "vyr_version_stamp.h"
 #include "vyrax/vyr_exceptions.h"
-#include "vyrax/vyr_typedefs.h"
 
 VYR_VERSION_STAMP()
 
@@ -24,8 +25,8 @@ VYR_TTag::VYR_TTag(unsigned long long position_, unsigned long long size_)
       sizeHigh(static_cast<unsigned>(size_ >> 32)) {}
 
 bool VYR_TTag::operator==(const VYR_TTag& other) const {
-  return position == other.position && positionHigh == other.positionHigh &&
-         size == other.size && sizeHigh == other.sizeHigh;
+  return position == other.position && positionHigh == other.positionHigh && size == other.size &&
+         sizeHigh == other.sizeHigh;
 }
 
 VYR_TTag::operator bool() const {

@@ -363,7 +363,7 @@ Length ReadLength(const std::string& text, std::size_t& at) {
   static const struct {
     const char* letters;
     Length length;
-  } kLengths[] = {{"I64", Length::k64}, {"I32", Length::k32}, {"hh", Length::kChar},
+  } kLengths[] = {{"I64", Length::k64}, {"I32", Length::k32},  {"hh", Length::kChar},
                   {"ll", Length::k64},  {"h", Length::kShort}, {"l", Length::k64},
                   {"L", Length::k64},   {"q", Length::k64},    {"j", Length::k64},
                   {"z", Length::k64},   {"t", Length::k64},    {"I", Length::k64}};
@@ -519,15 +519,19 @@ std::string IntegerText(const Conversion& c, const QEN_TAny& element) {
     case Length::kChar: {
       const char* length = c.length == Length::kShort ? "h" : "hh";
       return isSigned ? QEN_TString::Format(CForm(c, length, letter).c_str(),
-                                            static_cast<int>(signedValue)).Utf8()
+                                            static_cast<int>(signedValue))
+                            .Utf8()
                       : QEN_TString::Format(CForm(c, length, letter).c_str(),
-                                            static_cast<unsigned>(unsignedValue)).Utf8();
+                                            static_cast<unsigned>(unsignedValue))
+                            .Utf8();
     }
     default:
-      return isSigned ? QEN_TString::Format(CForm(c, "", letter).c_str(),
-                                            static_cast<int>(signedValue)).Utf8()
-                      : QEN_TString::Format(CForm(c, "", letter).c_str(),
-                                            static_cast<unsigned>(unsignedValue)).Utf8();
+      return isSigned
+                 ? QEN_TString::Format(CForm(c, "", letter).c_str(), static_cast<int>(signedValue))
+                       .Utf8()
+                 : QEN_TString::Format(CForm(c, "", letter).c_str(),
+                                       static_cast<unsigned>(unsignedValue))
+                       .Utf8();
   }
 }
 

@@ -1,9 +1,9 @@
 // Version stamps: the registration of each unit with the version registry.
+#include "vyr_version_stamp.h"
+
 #include <dlfcn.h>
 
 #include <string>
-
-#include "vyr_version_stamp.h"
 
 namespace vyr {
 
@@ -17,7 +17,8 @@ void* OpenVersionModule() {
   if (void* module = dlopen("libvyr_ver.so", kMode)) return module;
   // The modules folder beside this library, where it is installed.
   Dl_info self;
-  if (dladdr(reinterpret_cast<void*>(&OpenVersionModule), &self) != 0 && self.dli_fname != nullptr) {
+  if (dladdr(reinterpret_cast<void*>(&OpenVersionModule), &self) != 0 &&
+      self.dli_fname != nullptr) {
     std::string path = self.dli_fname;
     std::string::size_type slash = path.rfind('/');
     if (slash != std::string::npos) {

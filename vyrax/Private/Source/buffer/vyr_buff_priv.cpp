@@ -2,10 +2,10 @@
 // operations that every implementation shares.
 #define VYR_SOURCE_NAME "Private/Source/vyr_buffer"
 
+#include <qen/qen_sync.h>
+
 #include <cstring>
 #include <memory>
-
-#include <qen/qen_sync.h>
 
 #include "vyr_buffer-priv.h"
 #include "vyr_platform.h"
@@ -77,7 +77,9 @@ VYR_TBuffPriv::~VYR_TBuffPriv() {
 
 namespace {
 // The links are plain pointers read and written with atomic operations.
-VYR_TBuffPriv* LoadLink(VYR_TBuffPriv* const& link, int order) { return __atomic_load_n(&link, order); }
+VYR_TBuffPriv* LoadLink(VYR_TBuffPriv* const& link, int order) {
+  return __atomic_load_n(&link, order);
+}
 void StoreLink(VYR_TBuffPriv*& link, VYR_TBuffPriv* value, int order) {
   __atomic_store_n(&link, value, order);
 }

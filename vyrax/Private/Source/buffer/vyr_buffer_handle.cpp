@@ -1,12 +1,12 @@
 // The packable handle that owns one buffer.
 #define VYR_SOURCE_NAME "Private/Source/vyr_buffer"
 
+#include <qen/qen_stream.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-
-#include <qen/qen_stream.h>
 
 #include "vyr_buffer-priv.h"
 #include "vyr_throw.h"
@@ -27,8 +27,8 @@ VYR_IBuffer const* DuplicateOf(VYR_IBuffer const* buffer) {
 // Reads `size` bytes into memory that grows as they arrive.
 void* UnpackGrowing(QEN_IUnpacking& in, unsigned int size) {
   std::size_t capacity = kTrustedUnpackSize;
-  unsigned char* bytes = static_cast<unsigned char*>(vyr::AllocateBytes(
-      static_cast<unsigned int>(capacity), VYR_SOURCE_NAME, __LINE__));
+  unsigned char* bytes = static_cast<unsigned char*>(
+      vyr::AllocateBytes(static_cast<unsigned int>(capacity), VYR_SOURCE_NAME, __LINE__));
   std::size_t have = 0;
   try {
     while (have < size) {

@@ -16,7 +16,8 @@ void const* VYR_IBuffer::Buffer(unsigned int offset, unsigned int size) const {
 
 VYR_IBuffer const* VYR_IBuffer::Create(QEN_TString const& name, unsigned int positionLow,
                                        unsigned int positionHigh, unsigned int size) {
-  if (name.Find("://") < 0) return VYR_TFileBuffer::OpenByPath(name, positionLow, positionHigh, size);
+  if (name.Find("://") < 0)
+    return VYR_TFileBuffer::OpenByPath(name, positionLow, positionHigh, size);
   // Whatever goes wrong on the URL route, the name is tried as a path. When
   // that fails too, a URL of a protocol this library knows reports its own
   // failure, the real cause; any other name reports the path's.

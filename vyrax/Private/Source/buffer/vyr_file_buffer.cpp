@@ -3,12 +3,12 @@
 // file; and the file route of VYR_IBuffer::Create.
 #define VYR_SOURCE_NAME "Private/Source/vyr_buffer"
 
+#include <ordonotes/ordonotes.h>
+#include <qen/qen_sync.h>
+
 #include <cstdio>
 #include <limits>
 #include <memory>
-
-#include <ordonotes/ordonotes.h>
-#include <qen/qen_sync.h>
 
 #include "vyr_buffer-priv.h"
 #include "vyr_platform.h"
@@ -55,8 +55,7 @@ VYR_TMappedFile* FindShared(vyr::platform::FileIdentity const& identity, unsigne
                             unsigned long long position) {
   for (VYR_TMappedFile* record = gMappedFiles; record != nullptr; record = record->next) {
     if (record->useCount != 0 && record->size == size &&
-        Join(record->positionLow, record->positionHigh) == position &&
-        record->identity == identity)
+        Join(record->positionLow, record->positionHigh) == position && record->identity == identity)
       return record;
   }
   return nullptr;

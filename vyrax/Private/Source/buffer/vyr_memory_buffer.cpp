@@ -74,8 +74,7 @@ VYR_IBuffer const* VYR_TMemoryBuffer::Duplicate(bool copy) const {
 VYR_TMemoryRef::VYR_TMemoryRef(unsigned int size, void* data)
     : VYR_TBuffPriv(Referenced(data), size) {}
 
-VYR_TMemoryRef::VYR_TMemoryRef(VYR_TMemoryRef const& other)
-    : VYR_IBuffer(), VYR_TBuffPriv(other) {}
+VYR_TMemoryRef::VYR_TMemoryRef(VYR_TMemoryRef const& other) : VYR_IBuffer(), VYR_TBuffPriv(other) {}
 
 VYR_TMemoryRef::~VYR_TMemoryRef() { mData = nullptr; }
 

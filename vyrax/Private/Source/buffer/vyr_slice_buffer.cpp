@@ -26,12 +26,12 @@ unsigned char const* StartOf(VYR_IBuffer const& owner, unsigned int offset, unsi
 
 VYR_TSliceBuffer::VYR_TSliceBuffer(VYR_IBuffer const& parent, unsigned int offset,
                                    unsigned int size)
-    : VYR_TSliceBuffer(nullptr,
-                       // Size 0 asks for the rest; an offset past the end
-                       // makes this wrap, and the range test refuses it.
-                       StartOf(parent, offset, size != 0 ? size : parent.Size() - offset,
-                               parent.Size()),
-                       size != 0 ? size : parent.Size() - offset, offset, kOwnersEnd, -1) {
+    : VYR_TSliceBuffer(
+          nullptr,
+          // Size 0 asks for the rest; an offset past the end
+          // makes this wrap, and the range test refuses it.
+          StartOf(parent, offset, size != 0 ? size : parent.Size() - offset, parent.Size()),
+          size != 0 ? size : parent.Size() - offset, offset, kOwnersEnd, -1) {
   mParent = parent.Duplicate(false);
 }
 
@@ -76,7 +76,8 @@ VYR_IBuffer const* VYR_TSliceBuffer::Duplicate(bool copy) const {
   return new VYR_TSliceBuffer(*this);
 }
 
-VYR_IBuffer const* VYR_TSliceBuffer::Slice(unsigned int offset, unsigned int size, bool copy) const {
+VYR_IBuffer const* VYR_TSliceBuffer::Slice(unsigned int offset, unsigned int size,
+                                           bool copy) const {
   if (static_cast<unsigned long long>(offset) + size > mSize) VYR_THROW(VYR_EBufferSliceTooLarge);
   if (copy) return new VYR_TMemoryBuffer(Buffer(), size, offset);
   // A slice of the owner, not of this slice: chains stay one level deep.

@@ -30,9 +30,9 @@ void VYR_TImageProxy::QEN_Unpack(QEN_IUnpacking& in) {
   unsigned index = 0;
   in >> file >> tickets >> index;
   if (const QEN_TAny* stray = FirstNonTicket(tickets))
-    QEN_THROW(QEN_EStreamException,
-              QEN_TString::Format("VYR_TImageProxy: the list of tickets holds a %s",
-                                  stray->ClassName()));
+    QEN_THROW(
+        QEN_EStreamException,
+        QEN_TString::Format("VYR_TImageProxy: the list of tickets holds a %s", stray->ClassName()));
   // Only a whole proxy replaces this one.
   mFile = std::move(file);
   mTickets = std::move(tickets);

@@ -33,9 +33,7 @@ VYR_TIPIterationInfo::VYR_TIPIterationInfo(const VYR_TIPIterationInfo& other)
 
 VYR_TIPIterationInfo::~VYR_TIPIterationInfo() { delete mInner; }
 
-QEN_IIterationInfo* VYR_TIPIterationInfo::Clone() const {
-  return new VYR_TIPIterationInfo(*this);
-}
+QEN_IIterationInfo* VYR_TIPIterationInfo::Clone() const { return new VYR_TIPIterationInfo(*this); }
 
 bool VYR_TIPIterationInfo::Passes() const {
   // An element that holds no ticket never passes.

@@ -79,8 +79,7 @@ const char kFtdLinkKey[] = "ftd link";
 
 }  // namespace
 
-bool VYR_TImageTicket::Dependencies(QEN_TList& list, bool resolveRelative,
-                                    bool withDetails) const {
+bool VYR_TImageTicket::Dependencies(QEN_TList& list, bool resolveRelative, bool withDetails) const {
   const QEN_TURL own = VYR_Embedded2Original(mFile);
   if (!(mFillLevel & kExternalRefsBit)) return false;
   DependencyWalk walk(list, own, resolveRelative, withDetails);
@@ -101,8 +100,8 @@ bool VYR_TImageTicket::Dependencies(QEN_TList& list, bool resolveRelative,
   }
   if (!mExtendedInfo || !mExtendedInfo->HasKey("Separations")) return walk.Result();
   try {
-    const QEN_TArray* separations = static_cast<const QEN_TArray*>(
-        (*mExtendedInfo)["Separations"].DynamicCast("QEN_TArray"));
+    const QEN_TArray* separations =
+        static_cast<const QEN_TArray*>((*mExtendedInfo)["Separations"].DynamicCast("QEN_TArray"));
     if (separations == nullptr) VYR_THROW(VYR_EImageTicketCannotGetDependencies);
     for (QEN_TConstIterator at(*separations); !at.IsDone(); ++at) {
       const QEN_TAny& entry = at.Value();

@@ -1,7 +1,6 @@
 // The old ordinal form of the fill level, for tickets of versions below 9000.
 #include "ticket_levels.h"
 
-
 #include "vyrax/vyr_enums.h"
 
 namespace vyr_ticket {

@@ -3,12 +3,12 @@
 // so the parameter names and number formats never change.
 #define VYR_SOURCE_NAME "Private/Source/vyr_utils"
 
+#include <qen/qen_file.h>
+#include <qen/qen_url.h>
+
 #include <cmath>
 #include <cstdlib>
 #include <limits>
-
-#include <qen/qen_file.h>
-#include <qen/qen_url.h>
 
 #include "vyr_buffer-priv.h"
 #include "vyr_throw.h"
@@ -61,7 +61,8 @@ VYR_IBuffer const* OpenEmbedded(QEN_TURL const& url, unsigned int positionLow,
   // The position counts from the start of the range, on 64 bits, so a range
   // behind the first 4 GiB is found where it is; one that wraps is nowhere.
   const unsigned long long inRange = Join(positionLow, positionHigh);
-  const unsigned long long start = Join(NumberParam(url, kPositionLow), NumberParam(url, kPositionHigh));
+  const unsigned long long start =
+      Join(NumberParam(url, kPositionLow), NumberParam(url, kPositionHigh));
   const unsigned long long position = start + inRange;
   if (position < start) VYR_THROW(VYR_EBufferSliceStartsAfterEnd);
   // The range confines its readers: a position at or past its length finds
