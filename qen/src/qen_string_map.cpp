@@ -35,8 +35,20 @@ std::size_t HashOf(const std::u16string& key) {
     h ^= h >> 29;
   }
   if (size > 0) {
+    // Two, four or six bytes: whole units.
     std::uint64_t word = 0;
-    std::memcpy(&word, at, size);
+    if (size >= 4) {
+      std::uint32_t four;
+      std::memcpy(&four, at, 4);
+      word = four;
+      at += 4;
+      size -= 4;
+    }
+    if (size > 0) {
+      std::uint16_t two;
+      std::memcpy(&two, at, 2);
+      word |= static_cast<std::uint64_t>(two) << 32;
+    }
     h = (h ^ word) * 0xBF58476D1CE4E5B9ull;
   }
   h ^= h >> 32;
@@ -147,7 +159,7 @@ StringMap::Entry* StringMap::NewEntry() {
   }
   Entry* entry;
   try {
-    entry = new (room) Entry();
+    entry = new (room) Entry;
   } catch (...) {
     mFree = new (room) FreeSlot{static_cast<FreeSlot*>(mFree)};
     throw;
