@@ -209,6 +209,42 @@ TEST_F(ContainersTest, DictAddAllCopiesAndIteration) {
   EXPECT_TRUE(original["count"] == QEN_TAny(4u));
 }
 
+// Entries come from blocks that the dictionary reuses after a removal, and
+// the index grows under them: against a plain model, through growth, removal,
+// re-adding and copying, order, look-ups and held references stay right.
+TEST_F(ContainersTest, DictKeepsOrderAndReferencesThroughGrowthAndReuse) {
+  QEN_TDict dict;
+  std::vector<std::string> model;
+  QEN_TAny& first = dict["k0"];
+  first = 0u;
+  model.push_back("k0");
+  for (unsigned i = 1; i < 600; ++i) {
+    std::string key = "k" + std::to_string(i);
+    dict[key.c_str()] = i;
+    model.push_back(key);
+  }
+  first = 1000u;  // still the entry's own value after the growth
+  EXPECT_EQ(static_cast<unsigned>(dict["k0"]), 1000u);
+  for (unsigned i = 0; i < 600; i += 3) {
+    std::string key = "k" + std::to_string(i);
+    ASSERT_TRUE(dict.Remove(key.c_str()));
+    model.erase(std::find(model.begin(), model.end(), key));
+  }
+  for (unsigned i = 0; i < 600; i += 6) {  // back at the end, in reused room
+    std::string key = "k" + std::to_string(i);
+    dict[key.c_str()] = i;
+    model.push_back(key);
+  }
+  const QEN_TDict copy(dict, 0);
+  for (const QEN_TDict* d : std::vector<const QEN_TDict*>{&dict, &copy}) {
+    EXPECT_EQ(Keys(*d), model);
+    for (const std::string& key : model)
+      EXPECT_EQ(static_cast<unsigned>((*d)[key.c_str()]), std::stoul(key.substr(1)));
+    EXPECT_FALSE(d->HasKey("k3"));
+  }
+  EXPECT_TRUE(copy == dict);
+}
+
 // The walk of a metadata archive: delete some entries while walking, advance
 // once after each step, and see every entry exactly once.
 TEST_F(ContainersTest, DeletingWalkSeesEveryEntry) {

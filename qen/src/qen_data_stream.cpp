@@ -22,6 +22,8 @@
 // QEN_EStreamException (QEN_EUnknownClass for a class nobody registered) that
 // says what was wrong and at which offset.
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -86,19 +88,78 @@ unsigned long long FromLittleEndian(const unsigned char* bytes) {
   std::abort();  // QEN_THROW never comes back
 }
 
+// The classes this thread found by name lately. A class object, once
+// registered, stays for the life of the process, so a name found once
+// gives the same class ever after; the cache keeps its own copy of the name
+// and spares the registry's lock and a string per look-up.
+struct KnownClass {
+  const QEN_TClass* found;
+  unsigned char length;
+  char name[47];
+};
+constexpr unsigned kKnownClasses = 64;  // the top six bits of a hash pick one
+thread_local KnownClass tKnownClasses[kKnownClasses];
+
+KnownClass& KnownSlot(const char* name, unsigned length) {
+  std::uint64_t h = length;
+  if (length >= 8) {
+    std::uint64_t first, last;
+    std::memcpy(&first, name, 8);
+    std::memcpy(&last, name + length - 8, 8);
+    h ^= first ^ (last << 31 | last >> 33);
+  } else {
+    for (unsigned i = 0; i < length; ++i) h = (h << 8 | static_cast<unsigned char>(name[i]));
+  }
+  // The top bits of the product depend on every bit of the input.
+  h *= 0x9E3779B97F4A7C15ull;
+  return tKnownClasses[(h ^ (h >> 32)) * 0xC2B2AE3D27D4EB4Full >> 58];
+}
+
+// The class this thread found under the name before, or null.
+const QEN_TClass* KnownClassOf(const char* name, unsigned length) {
+  if (length >= sizeof KnownClass::name) return nullptr;
+  const KnownClass& known = KnownSlot(name, length);
+  if (known.found != nullptr && known.length == length && std::memcmp(known.name, name, length) == 0)
+    return known.found;
+  return nullptr;
+}
+
+// Asks the registry, and keeps what it finds.
+const QEN_TClass* FindClass(const char* name, unsigned length) {
+  const QEN_TClass* found = QEN_TClass::Find(std::string(name, length).c_str());
+  if (found != nullptr && length < sizeof KnownClass::name) {
+    KnownClass& known = KnownSlot(name, length);
+    known.found = found;
+    known.length = static_cast<unsigned char>(length);
+    std::memcpy(known.name, name, length);
+  }
+  return found;
+}
+
 }  // namespace
 
 // A class as the reader met it: defined once, then referred to by number.
 struct QEN_TDataStream::ReadClass {
-  std::string name;
+  std::string name;                   // kept only for a class that isn't found
   const QEN_TClass* found = nullptr;  // null: not registered in this process
   bool buildable = false;             // Extract's checks passed once
+  // Where an object that the factory made has its packable part, from the
+  // start of its QEN_TObject part: the same for every object of one type.
+  const std::type_info* madeType = nullptr;
+  std::ptrdiff_t packable = 0;
+
+  const char* Name() const { return found != nullptr ? found->name : name.c_str(); }
 };
 
 // A class as the writer numbered it; its number is its index.
 struct QEN_TDataStream::WrittenClass {
   const QEN_TClass* object = nullptr;  // the class object, once an object was written
-  std::string name;
+  std::string frameName;               // the name, when a frame named the class first
+
+  bool Named(const char* name) const {
+    return object != nullptr && frameName.empty() ? std::strcmp(object->name, name) == 0
+                                                  : frameName == name;
+  }
 };
 
 // Helpers with access to the stream's state.
@@ -155,7 +216,7 @@ class QEN_TDataStream::Impl {
     // By name only where a frame may have named the class first.
     if (number == classes.size() && name != nullptr && (object == nullptr || s.mFramesNamed))
       for (std::size_t i = 0; i < classes.size(); ++i)
-        if (classes[i].name == name) {
+        if (classes[i].Named(name)) {
           number = i;
           if (classes[i].object == nullptr) classes[i].object = object;
           break;
@@ -179,7 +240,8 @@ class QEN_TDataStream::Impl {
       Fail(QEN_TString::Format("cannot write %s: more than %u classes in one stream",
                                MarkerText(marker), kMaxClasses));
     if (classes.empty()) classes.reserve(kFirstClasses);
-    classes.push_back(WrittenClass{object, std::string(name, length)});
+    classes.push_back(WrittenClass{object, object == nullptr ? std::string(name, length)
+                                                              : std::string()});
     if (object == nullptr) s.mFramesNamed = true;
     head[n++] = kNewClass;
     head[n++] = static_cast<unsigned char>(length);
@@ -212,17 +274,30 @@ class QEN_TDataStream::Impl {
     }
   }
 
-  static std::string ReadName(QEN_TDataStream& s, unsigned long long start) {
+  // Reads and checks a class name and gives its class; the name is kept in
+  // `name` only when no class has it.
+  static const QEN_TClass* ReadName(QEN_TDataStream& s, unsigned long long start,
+                                    std::string& name) {
     unsigned length = s.TakeByte("a class name length");
     if (length == 0) Fail(QEN_TString::Format("empty class name at offset %llu", start + 1));
-    char name[kMaxNameLength];
+    char bytes[kMaxNameLength];
     unsigned long long at = s.mOffset;
-    s.TakeInto(name, length, "a class name");
+    s.TakeInto(bytes, length, "a class name");
+    // A name met before was checked then.
+    if (const QEN_TClass* known = KnownClassOf(bytes, length)) {
+      name.clear();
+      return known;
+    }
     for (unsigned i = 0; i < length; ++i)
-      if (!IsNameChar(static_cast<unsigned char>(name[i])))
+      if (!IsNameChar(static_cast<unsigned char>(bytes[i])))
         Fail(QEN_TString::Format("invalid byte 0x%02X in a class name at offset %llu",
-                                 static_cast<unsigned char>(name[i]), at + i));
-    return std::string(name, length);
+                                 static_cast<unsigned char>(bytes[i]), at + i));
+    const QEN_TClass* found = FindClass(bytes, length);
+    if (found == nullptr)
+      name.assign(bytes, length);
+    else
+      name.clear();
+    return found;
   }
 
   // The class of an object or frame whose head byte is `byte`, as an index
@@ -240,8 +315,7 @@ class QEN_TDataStream::Impl {
       if (byte != marker)
         Fail(QEN_TString::Format("expected %s (marker '%c'), found byte 0x%02X at offset %llu",
                                  MarkerText(marker), marker, byte, start));
-      scratch.name = ReadName(s, start);
-      scratch.found = QEN_TClass::Find(scratch.name.c_str());
+      scratch.found = ReadName(s, start, scratch.name);
       scratch.buildable = false;
       return kScratch;
     }
@@ -257,10 +331,15 @@ class QEN_TDataStream::Impl {
       if (s.mReadClasses.size() >= kMaxClasses)
         Fail(QEN_TString::Format("more than %u classes in one stream at offset %llu", kMaxClasses,
                                  start));
-      std::string name = ReadName(s, start);
-      const QEN_TClass* found = QEN_TClass::Find(name.c_str());
       if (s.mReadClasses.empty()) s.mReadClasses.reserve(kFirstClasses);
-      s.mReadClasses.push_back(ReadClass{std::move(name), found, false});
+      s.mReadClasses.emplace_back();
+      ReadClass& added = s.mReadClasses.back();
+      try {
+        added.found = ReadName(s, start, added.name);
+      } catch (...) {
+        s.mReadClasses.pop_back();
+        throw;
+      }
       return s.mReadClasses.size() - 1;
     }
     if (byte == kLongClassNumber) {
@@ -292,10 +371,10 @@ class QEN_TDataStream::Impl {
     QEN_TDataStream& mStream;
   };
 
-  static bool Admitted(const QEN_TDataStream& s, const std::string& name) {
+  static bool Admitted(const QEN_TDataStream& s, const char* name) {
     if (s.mAdmitted == nullptr) return true;
     for (const char* const* at = s.mAdmitted; *at != nullptr; ++at)
-      if (name == *at) return true;
+      if (std::strcmp(name, *at) == 0) return true;
     return false;
   }
 
@@ -310,16 +389,16 @@ class QEN_TDataStream::Impl {
     } catch (const QEN_EStreamException&) {
       throw;
     } catch (const QEN_EException& e) {
-      CannotRead(Entry(s, index, scratch).name, start, e.QEN_Message().c_str());
+      CannotRead(Entry(s, index, scratch).Name(), start, e.QEN_Message().c_str());
     } catch (const std::exception& e) {
-      CannotRead(Entry(s, index, scratch).name, start, e.what());
+      CannotRead(Entry(s, index, scratch).Name(), start, e.what());
     }
   }
 
-  [[noreturn]] static void CannotRead(const std::string& name, unsigned long long start,
+  [[noreturn]] static void CannotRead(const char* name, unsigned long long start,
                                       const char* why) {
-    Fail(QEN_TString::Format("cannot read object of class \"%s\" at offset %llu: %s",
-                             name.c_str(), start, why));
+    Fail(QEN_TString::Format("cannot read object of class \"%s\" at offset %llu: %s", name,
+                             start, why));
   }
 
   static void UnpackFrame(QEN_TDataStream& s, unsigned char marker, const char* name) {
@@ -327,10 +406,10 @@ class QEN_TDataStream::Impl {
     unsigned char byte = HeadByte(s, MarkerText(marker), start);
     ReadClass scratch;
     const ReadClass& found = Entry(s, ClassAt(s, marker, byte, start, scratch), scratch);
-    if (name == nullptr || found.name != name)
+    if (name == nullptr || std::strcmp(found.Name(), name) != 0)
       Fail(QEN_TString::Format("expected %s \"%s\", found \"%s\" at offset %llu",
                                marker == kBeginMarker ? "begin of class" : "end of class",
-                               name != nullptr ? name : "", found.name.c_str(), start));
+                               name != nullptr ? name : "", found.Name(), start));
   }
 };
 
@@ -547,9 +626,9 @@ QEN_IUnpacking& QEN_TDataStream::operator>>(QEN_IPackable& object) {
   std::size_t index = Impl::ClassAt(*this, kObjectMarker, byte, start, scratch);
   const ReadClass& found = Impl::Entry(*this, index, scratch);
   const QEN_TClass& expected = object.ClassObject();
-  if (found.found != &expected && found.name != expected.name)
+  if (found.found != &expected && std::strcmp(found.Name(), expected.name) != 0)
     Fail(QEN_TString::Format("expected an object of class \"%s\", found \"%s\" at offset %llu",
-                             expected.name, found.name.c_str(), start));
+                             expected.name, found.Name(), start));
   Impl::Depth depth(*this, start);
   Impl::Unpack(*this, object, index, scratch, start);
   return *this;
@@ -617,7 +696,7 @@ QEN_IPackable* QEN_TDataStream::Extract(bool) {
   // The entry may move while the object is read: the table grows.
   ReadClass& entry = Impl::Entry(*this, index, scratch);
   const QEN_TClass* found = entry.found;
-  const char* name = entry.name.c_str();
+  const char* name = entry.Name();
   if (!entry.buildable) {
     if (found == nullptr)
       QEN_THROW(QEN_EUnknownClass,
@@ -626,9 +705,8 @@ QEN_IPackable* QEN_TDataStream::Extract(bool) {
       Fail(QEN_TString::Format("class \"%s\" at offset %llu has no factory", name, start));
     if (!found->Implements("QEN_IPackable"))
       Fail(QEN_TString::Format("class \"%s\" at offset %llu is not packable", name, start));
-    entry.buildable = true;
   }
-  if (!Impl::Admitted(*this, entry.name))
+  if (!Impl::Admitted(*this, name))
     Fail(QEN_TString::Format("class \"%s\" at offset %llu is not expected here", name, start));
   Impl::Depth depth(*this, start);
 
@@ -637,9 +715,17 @@ QEN_IPackable* QEN_TDataStream::Extract(bool) {
     Fail(QEN_TString::Format("out of memory building class \"%s\" at offset %llu", name, start));
   // Deleted through its QEN_IInterface part unless it is handed out.
   std::unique_ptr<QEN_IInterface> owner(made);
-  QEN_IPackable* object = static_cast<QEN_IPackable*>(owner->DynamicCast("QEN_IPackable"));
-  if (object == nullptr)
-    Fail(QEN_TString::Format("class \"%s\" at offset %llu is not packable", name, start));
+  QEN_IPackable* object;
+  if (entry.madeType != nullptr && typeid(*made) == *entry.madeType) {
+    object = reinterpret_cast<QEN_IPackable*>(reinterpret_cast<char*>(made) + entry.packable);
+  } else {
+    object = static_cast<QEN_IPackable*>(owner->DynamicCast("QEN_IPackable"));
+    if (object == nullptr)
+      Fail(QEN_TString::Format("class \"%s\" at offset %llu is not packable", name, start));
+    entry.madeType = &typeid(*made);
+    entry.packable = reinterpret_cast<char*>(object) - reinterpret_cast<char*>(made);
+  }
+  entry.buildable = true;
   Impl::Unpack(*this, *object, index, scratch, start);
   owner.release();
   return object;
@@ -648,6 +734,21 @@ QEN_IPackable* QEN_TDataStream::Extract(bool) {
 QEN_IUnpacking& QEN_TDataStream::GetChars(std::u16string& chars) {
   if (mReadVersion == 0) StartReading();
   if (mReadVersion == 1) return QEN_IUnpacking::GetChars(chars);
+  if (mMemory != nullptr) {
+    // A short count of one byte and 8-bit characters that are all there:
+    // straight from the bytes. Anything else takes the checked way below.
+    QEN_TMemoryStream& m = *mMemory;
+    const unsigned char* in = m.mData + m.mPosition;
+    const unsigned left = m.mLength - m.mPosition;
+    if (left > 0 && (in[0] & 0x81) == 0 && (in[0] >> 1) < left) {
+      const unsigned count = in[0] >> 1;
+      chars.resize(count);
+      for (unsigned i = 0; i < count; ++i) chars[i] = in[1 + i];
+      m.mPosition += 1 + count;
+      mOffset += 1 + count;
+      return *this;
+    }
+  }
   unsigned long long start = mOffset;
   unsigned long long head = 0;
   for (unsigned shift = 0;; shift += 7) {

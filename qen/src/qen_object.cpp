@@ -116,14 +116,10 @@ bool QEN_IInterface::HasSuperclass(const char* name) const {
 
 bool QEN_IInterface::HasInterface(const char* name) const { return ClassObject().Implements(name); }
 
-QEN_IInterface::~QEN_IInterface() = default;
-
 void* QEN_IInterface::QEN_Cast(const char* name) const { return QEN_DynamicInfo(name); }
 
 // ---------------------------------------------------------------------------
 // QEN_TObject: the root of the class chain.
-
-QEN_TObject::~QEN_TObject() = default;
 
 const QEN_TClass* QEN_TObject::QEN_ClassObject() {
   static QEN_TClass* const thisClassPtr = [] {

@@ -3,7 +3,10 @@
 #include "qen_string_map.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <new>
 #include <iterator>
 #include <string>
 
@@ -12,86 +15,261 @@
 
 namespace qen_detail {
 
-StringMap::StringMap(const StringMap& other) {
-  for (const Entry& entry : other.mEntries) {
-    QEN_TString key(entry.key);
-    QEN_TAny value(entry.value);
-    InsertNew(std::move(key), std::move(value));
+namespace {
+
+// Entries per block: the first block, and the most any block holds.
+constexpr unsigned kFirstBlock = 8;
+constexpr unsigned kLargestBlock = 256;
+constexpr std::size_t kFirstBuckets = 16;
+
+// A hash of 16-bit text, four units at a time; the final mix spreads every
+// bit into the low ones, which pick the bucket.
+std::size_t HashOf(const std::u16string& key) {
+  const unsigned char* at = reinterpret_cast<const unsigned char*>(key.data());
+  std::size_t size = key.size() * sizeof(char16_t);
+  std::uint64_t h = 0x9E3779B97F4A7C15ull ^ size;
+  for (; size >= 8; at += 8, size -= 8) {
+    std::uint64_t word;
+    std::memcpy(&word, at, 8);
+    h = (h ^ word) * 0xBF58476D1CE4E5B9ull;
+    h ^= h >> 29;
   }
+  if (size > 0) {
+    // Two, four or six bytes: whole units.
+    std::uint64_t word = 0;
+    if (size >= 4) {
+      std::uint32_t four;
+      std::memcpy(&four, at, 4);
+      word = four;
+      at += 4;
+      size -= 4;
+    }
+    if (size > 0) {
+      std::uint16_t two;
+      std::memcpy(&two, at, 2);
+      word |= static_cast<std::uint64_t>(two) << 32;
+    }
+    h = (h ^ word) * 0xBF58476D1CE4E5B9ull;
+  }
+  h ^= h >> 32;
+  h *= 0x94D049BB133111EBull;
+  h ^= h >> 29;
+  return static_cast<std::size_t>(h);
+}
+
+// What an erased entry's room holds while it waits for reuse.
+struct FreeSlot {
+  FreeSlot* next;
+};
+
+}  // namespace
+
+// Room for entries, handed out front to back.
+struct StringMap::Block {
+  Block* next;
+  unsigned capacity;
+  alignas(Entry) unsigned char room[1];
+
+  void* Slot(unsigned i) {
+    return reinterpret_cast<unsigned char*>(this) + offsetof(Block, room) + i * sizeof(Entry);
+  }
+  static Block* Make(unsigned capacity, Block* next) {
+    void* raw = ::operator new(offsetof(Block, room) + capacity * sizeof(Entry));
+    Block* block = static_cast<Block*>(raw);
+    block->next = next;
+    block->capacity = capacity;
+    return block;
+  }
+};
+
+StringMap::StringMap() { mEnd.previous = mEnd.next = &mEnd; }
+
+StringMap::StringMap(const StringMap& other) : StringMap() {
+  // The keys are known to differ: each copy goes straight into the index
+  // with the hash it had. (When a copy throws, the destructor cleans up:
+  // the delegated constructor has finished.)
+  Reserve(other.mSize);
+  for (ConstIterator at = other.Begin(); at != other.End(); ++at) {
+    Entry* entry = NewEntry();
+    entry->key = at->key;
+    entry->value = at->value;
+    entry->hash = at->hash;
+    AddToIndex(entry);
+  }
+}
+
+StringMap::~StringMap() {
+  for (Link* at = mEnd.next; at != &mEnd;) {
+    Entry* entry = static_cast<Entry*>(at);
+    at = at->next;
+    entry->~Entry();
+  }
+  mEnd.previous = mEnd.next = &mEnd;
+  mSize = 0;
+  while (mBlocks != nullptr) {
+    Block* next = mBlocks->next;
+    ::operator delete(mBlocks);
+    mBlocks = next;
+  }
+  delete[] mBuckets;
+  mBuckets = nullptr;
+  mBucketCount = 0;
+  mFree = nullptr;
+}
+
+void StringMap::Reserve(unsigned count) {
+  std::size_t buckets = mBucketCount > 0 ? mBucketCount : kFirstBuckets;
+  while (buckets < count) buckets *= 2;
+  if (buckets > mBucketCount) Rehash(buckets);
+  if (mBlocks == nullptr && count > kFirstBlock) {
+    mBlocks = Block::Make(std::min(count, kLargestBlock), nullptr);
+    mFreshInBlock = mBlocks->capacity;
+  }
+}
+
+void StringMap::Rehash(std::size_t buckets) {
+  Entry** fresh = new Entry*[buckets]();
+  for (Link* at = mEnd.next; at != &mEnd; at = at->next) {
+    Entry* entry = static_cast<Entry*>(at);
+    if (entry->chain == entry) continue;  // not indexed yet
+    Entry*& head = fresh[entry->hash & (buckets - 1)];
+    entry->chain = head;
+    head = entry;
+  }
+  delete[] mBuckets;
+  mBuckets = fresh;
+  mBucketCount = buckets;
+}
+
+StringMap::Entry* StringMap::NewEntry() {
+  // Room in the index first, so that indexing the entry cannot fail.
+  if (mSize + 1 > mBucketCount) Rehash(mBucketCount > 0 ? mBucketCount * 2 : kFirstBuckets);
+  void* room;
+  if (mFree != nullptr) {
+    room = mFree;
+    mFree = static_cast<FreeSlot*>(mFree)->next;
+  } else {
+    if (mFreshInBlock == 0) {
+      unsigned capacity =
+          mBlocks == nullptr ? kFirstBlock : std::min(2 * mBlocks->capacity, kLargestBlock);
+      mBlocks = Block::Make(capacity, mBlocks);
+      mFreshInBlock = capacity;
+    }
+    room = mBlocks->Slot(mBlocks->capacity - mFreshInBlock--);
+  }
+  Entry* entry;
+  try {
+    entry = new (room) Entry;
+  } catch (...) {
+    mFree = new (room) FreeSlot{static_cast<FreeSlot*>(mFree)};
+    throw;
+  }
+  // Marked as not indexed: a chain never points at its own entry.
+  entry->chain = entry;
+  entry->previous = mEnd.previous;
+  entry->next = &mEnd;
+  mEnd.previous->next = entry;
+  mEnd.previous = entry;
+  ++mSize;
+  return entry;
+}
+
+void StringMap::Unlink(Entry* entry) {
+  entry->previous->next = entry->next;
+  entry->next->previous = entry->previous;
+  --mSize;
+  entry->~Entry();
+  mFree = new (static_cast<void*>(entry)) FreeSlot{static_cast<FreeSlot*>(mFree)};
+}
+
+void StringMap::AddToIndex(Entry* entry) {
+  Entry*& head = mBuckets[entry->hash & (mBucketCount - 1)];
+  entry->chain = head;
+  head = entry;
+}
+
+void StringMap::RemoveFromIndex(Entry* entry) {
+  Entry** at = &mBuckets[entry->hash & (mBucketCount - 1)];
+  while (*at != entry) at = &(*at)->chain;
+  *at = entry->chain;
+}
+
+StringMap::Entry* StringMap::Lookup(const std::u16string& key, std::size_t hash) const {
+  if (mBucketCount == 0) return nullptr;
+  for (Entry* at = mBuckets[hash & (mBucketCount - 1)]; at != nullptr; at = at->chain)
+    if (at->hash == hash && at->key.Chars() == key) return at;
+  return nullptr;
 }
 
 QEN_TAny* StringMap::Find(const std::u16string& key) {
-  auto found = mIndex.find(&key);
-  return found == mIndex.end() ? nullptr : &found->second->value;
+  Entry* found = Lookup(key, HashOf(key));
+  return found == nullptr ? nullptr : &found->value;
 }
 
 const QEN_TAny* StringMap::Find(const std::u16string& key) const {
-  auto found = mIndex.find(&key);
-  return found == mIndex.end() ? nullptr : &found->second->value;
+  const Entry* found = Lookup(key, HashOf(key));
+  return found == nullptr ? nullptr : &found->value;
 }
 
 QEN_TAny& StringMap::Insert(const QEN_TString& key) {
-  if (QEN_TAny* found = Find(key.Chars())) return *found;
-  mEntries.push_back(Entry{key, QEN_TAny()});
-  Iterator added = std::prev(mEntries.end());
+  std::size_t hash = HashOf(key.Chars());
+  if (Entry* found = Lookup(key.Chars(), hash)) return found->value;
+  Entry* entry = NewEntry();
   try {
-    mIndex.emplace(&added->key.Chars(), added);
+    entry->key = key;
   } catch (...) {
-    mEntries.pop_back();
+    Unlink(entry);
     throw;
   }
-  return added->value;
-}
-
-StringMap::Entry& StringMap::AppendUnindexed() {
-  mEntries.emplace_back();
-  return mEntries.back();
-}
-
-bool StringMap::IndexLast() {
-  Iterator last = std::prev(mEntries.end());
-  bool added = false;
-  try {
-    added = mIndex.emplace(&last->key.Chars(), last).second;
-  } catch (...) {
-    mEntries.pop_back();
-    throw;
-  }
-  return added;
+  entry->hash = hash;
+  AddToIndex(entry);
+  return entry->value;
 }
 
 bool StringMap::InsertNew(QEN_TString&& key, QEN_TAny&& value) {
-  if (Find(key.Chars()) != nullptr) return false;
-  mEntries.push_back(Entry{std::move(key), std::move(value)});
-  Iterator added = std::prev(mEntries.end());
-  try {
-    mIndex.emplace(&added->key.Chars(), added);
-  } catch (...) {
-    mEntries.pop_back();
-    throw;
-  }
+  std::size_t hash = HashOf(key.Chars());
+  if (Lookup(key.Chars(), hash) != nullptr) return false;
+  Entry* entry = NewEntry();
+  entry->key = std::move(key);
+  entry->value = std::move(value);
+  entry->hash = hash;
+  AddToIndex(entry);
   return true;
 }
 
+StringMap::Entry& StringMap::AppendUnindexed() { return *NewEntry(); }
+
+bool StringMap::IndexLast() {
+  Entry* last = static_cast<Entry*>(mEnd.previous);
+  last->hash = HashOf(last->key.Chars());
+  if (Lookup(last->key.Chars(), last->hash) != nullptr) return false;
+  AddToIndex(last);
+  return true;
+}
+
+void StringMap::DropLast() { Unlink(static_cast<Entry*>(mEnd.previous)); }
+
 bool StringMap::Erase(const std::u16string& key) {
-  auto found = mIndex.find(&key);
-  if (found == mIndex.end()) return false;
-  Iterator at = found->second;
-  mIndex.erase(found);
-  mEntries.erase(at);
+  Entry* found = Lookup(key, HashOf(key));
+  if (found == nullptr) return false;
+  RemoveFromIndex(found);
+  Unlink(found);
   return true;
 }
 
 StringMap::Iterator StringMap::Erase(Iterator at) {
-  mIndex.erase(&at->key.Chars());
-  return mEntries.erase(at);
+  Entry* entry = &*at;
+  Iterator behind(entry->next);
+  RemoveFromIndex(entry);
+  Unlink(entry);
+  return behind;
 }
 
 bool StringMap::Equals(const StringMap& other) const {
   if (Size() != other.Size()) return false;
-  for (const Entry& entry : mEntries) {
-    const QEN_TAny* theirs = other.Find(entry.key.Chars());
-    if (theirs == nullptr || !(*theirs == entry.value)) return false;
+  for (ConstIterator at = Begin(); at != End(); ++at) {
+    const Entry* theirs = other.Lookup(at->key.Chars(), at->hash);
+    if (theirs == nullptr || !(theirs->value == at->value)) return false;
   }
   return true;
 }

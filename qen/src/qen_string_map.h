@@ -5,11 +5,9 @@
 #define QEN_STRING_MAP_H
 
 #include <cstddef>
-#include <functional>
-#include <list>
+#include <iterator>
 #include <memory>
 #include <string>
-#include <unordered_map>
 
 #include "qen/qen_any.h"
 #include "qen/qen_containers.h"
@@ -23,22 +21,62 @@ namespace qen_detail {
 
 class StringMap {
  public:
-  struct Entry {
+  // The links of the order of entries; the map's own end is one of them.
+  struct Link {
+    Link* previous;
+    Link* next;
+  };
+  struct Entry : Link {
     QEN_TString key;
     QEN_TAny value;
+    Entry* chain = nullptr;  // the next entry in the same hash bucket
+    std::size_t hash = 0;
   };
-  typedef std::list<Entry>::iterator Iterator;
-  typedef std::list<Entry>::const_iterator ConstIterator;
 
-  StringMap() = default;
+  template <class E>
+  class BasicIterator {
+   public:
+    typedef std::bidirectional_iterator_tag iterator_category;
+    typedef E value_type;
+    typedef std::ptrdiff_t difference_type;
+    typedef E* pointer;
+    typedef E& reference;
+
+    BasicIterator() = default;
+    explicit BasicIterator(const Link* at) : mAt(const_cast<Link*>(at)) {}
+    // An iterator gives a const iterator.
+    template <class Other>
+    BasicIterator(const BasicIterator<Other>& other) : mAt(other.Node()) {}
+    E& operator*() const { return *static_cast<E*>(mAt); }
+    E* operator->() const { return static_cast<E*>(mAt); }
+    BasicIterator& operator++() {
+      mAt = mAt->next;
+      return *this;
+    }
+    BasicIterator& operator--() {
+      mAt = mAt->previous;
+      return *this;
+    }
+    bool operator==(const BasicIterator& other) const { return mAt == other.mAt; }
+    bool operator!=(const BasicIterator& other) const { return mAt != other.mAt; }
+    Link* Node() const { return mAt; }
+
+   private:
+    Link* mAt = nullptr;
+  };
+  typedef BasicIterator<Entry> Iterator;
+  typedef BasicIterator<const Entry> ConstIterator;
+
+  StringMap();
   StringMap(const StringMap& other);
   StringMap& operator=(const StringMap&) = delete;
+  ~StringMap();
 
-  unsigned Size() const { return static_cast<unsigned>(mEntries.size()); }
-  Iterator Begin() { return mEntries.begin(); }
-  Iterator End() { return mEntries.end(); }
-  ConstIterator Begin() const { return mEntries.begin(); }
-  ConstIterator End() const { return mEntries.end(); }
+  unsigned Size() const { return mSize; }
+  Iterator Begin() { return Iterator(mEnd.next); }
+  Iterator End() { return Iterator(&mEnd); }
+  ConstIterator Begin() const { return ConstIterator(mEnd.next); }
+  ConstIterator End() const { return ConstIterator(&mEnd); }
 
   QEN_TAny* Find(const std::u16string& key);
   const QEN_TAny* Find(const std::u16string& key) const;
@@ -52,8 +90,9 @@ class StringMap {
   // key is there already (the map is then to be thrown away).
   Entry& AppendUnindexed();
   bool IndexLast();
-  void DropLast() { mEntries.pop_back(); }
-  void Reserve(unsigned count) { mIndex.reserve(count); }
+  void DropLast();
+  // Room in the index for this many entries.
+  void Reserve(unsigned count);
   bool Erase(const std::u16string& key);
   // Gives the entry behind the erased one.
   Iterator Erase(Iterator at);
@@ -61,18 +100,27 @@ class StringMap {
   bool Equals(const StringMap& other) const;
 
  private:
-  // The index points at the keys inside the list's nodes, which never move.
-  struct KeyHash {
-    std::size_t operator()(const std::u16string* key) const {
-      return std::hash<std::u16string>()(*key);
-    }
-  };
-  struct KeyEqual {
-    bool operator()(const std::u16string* a, const std::u16string* b) const { return *a == *b; }
-  };
+  struct Block;
 
-  std::list<Entry> mEntries;
-  std::unordered_map<const std::u16string*, Iterator, KeyHash, KeyEqual> mIndex;
+  Entry* Lookup(const std::u16string& key, std::size_t hash) const;
+  // A new entry, linked at the end of the order but not in the index.
+  Entry* NewEntry();
+  void Unlink(Entry* entry);
+  void AddToIndex(Entry* entry);
+  void RemoveFromIndex(Entry* entry);
+  void Rehash(std::size_t buckets);
+
+  // The entries in order, a ring through mEnd.
+  Link mEnd;
+  unsigned mSize = 0;
+  // The index: a power-of-two number of buckets, each a chain of entries.
+  Entry** mBuckets = nullptr;
+  std::size_t mBucketCount = 0;
+  // Entries live in blocks that the map owns, so that a map of a hundred
+  // entries costs a handful of allocations; erased entries are kept for reuse.
+  Block* mBlocks = nullptr;
+  void* mFree = nullptr;
+  unsigned mFreshInBlock = 0;  // entries of the newest block not yet handed out
 };
 
 // The binary form shared by the dictionary and the tree: count, then key and

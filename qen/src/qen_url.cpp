@@ -652,7 +652,37 @@ QEN_TURL& QEN_TURL::SetParamDict(const QEN_TDict& params) {
 // ---------------------------------------------------------------------------
 // Text.
 
+namespace {
+
+// Appends text that is ASCII and kept as it is in `part`; false, with `out`
+// as it may stand then, when some character needs more.
+bool AppendPlain(std::u16string& out, const std::u16string& text, Part part) {
+  for (char16_t c : text) {
+    if (c >= 0x80 || !Keeps(part, static_cast<unsigned char>(c))) return false;
+    out += c;
+  }
+  return true;
+}
+
+}  // namespace
+
 QEN_TString QEN_TURL::AsString() const {
+  // The usual URL (protocol, authority with a host at most, a path and
+  // nothing else, all in characters that stand as they are) is put together
+  // directly; anything else goes through the full encoding below.
+  if (mHasAuthority && !mProtocol.Empty() && mUser.Empty() && mPassword.Empty() && mPort == 0 &&
+      mParams.empty() && mFragment.Empty()) {
+    std::u16string text;
+    text.reserve(mProtocol.Length() + 3 + mHost.Length() + mPath.Length());
+    bool plain = true;
+    for (char16_t c : mProtocol.Chars()) plain = plain && c < 0x80;
+    if (plain) {
+      text = mProtocol.Chars();
+      text += u"://";
+      if (AppendPlain(text, mHost.Chars(), kHost) && AppendPlain(text, mPath.Chars(), kPath))
+        return QEN_TString(std::move(text));
+    }
+  }
   std::string out;
   if (!mProtocol.Empty()) {
     out += mProtocol.Utf8();
@@ -757,7 +787,7 @@ void QEN_TURL::QEN_Pack(QEN_IPacking& out) const { AsString().QEN_Pack(out); }
 void QEN_TURL::QEN_Unpack(QEN_IUnpacking& in) {
   QEN_TString text;
   text.QEN_Unpack(in);
-  *this = QEN_TURL(text);
+  Assign(Parsed(text.Chars()));
 }
 
 bool QEN_TURL::WriteTo(QEN_THumanReadableStream& out) const { return AsString().WriteTo(out); }

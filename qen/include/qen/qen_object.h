@@ -69,7 +69,8 @@ class QEN_API QEN_IInterface {
   virtual const char* ClassName() const;
   virtual bool HasSuperclass(const char* name) const;
   virtual bool HasInterface(const char* name) const;
-  virtual ~QEN_IInterface();
+  // Inline: every object runs these, and there is nothing in them.
+  virtual ~QEN_IInterface() = default;
   virtual void* QEN_Cast(const char* name) const;
 
   // The object seen as the class or interface `name`, or null.
@@ -212,7 +213,7 @@ class QEN_API QEN_TObject : public virtual QEN_IInterface {
   QEN_TObject() = default;
   QEN_TObject(const QEN_TObject&) = default;
   QEN_TObject& operator=(const QEN_TObject&) = default;
-  ~QEN_TObject() override;
+  ~QEN_TObject() override = default;
 
   static const QEN_TClass* QEN_ClassObject();
   static const char* QEN_ClassName() { return "QEN_TObject"; }

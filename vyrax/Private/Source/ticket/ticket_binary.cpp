@@ -22,6 +22,7 @@
 
 #include <memory>
 #include <string>
+#include <typeinfo>
 
 #include "ticket_levels.h"
 #include "vyrax/vyr_image_ticket.h"
@@ -34,10 +35,13 @@ void PutNumber(QEN_IPacking& out, unsigned value) { out << QEN_TAny(value); }
 
 // A number of another kind in its place (a double, a 64-bit number, an
 // object) is a stream that doesn't fit, not a failed conversion.
-unsigned GetNumber(QEN_IUnpacking& in) {
-  const auto* data = dynamic_cast<const QEN_TDataStream*>(&in);
+// `any` is the caller's, so that one variant serves all the numbers of a
+// ticket.
+unsigned GetNumber(QEN_IUnpacking& in, QEN_TAny& any) {
+  const QEN_TDataStream* data = typeid(in) == typeid(QEN_TDataStream)
+                                    ? static_cast<const QEN_TDataStream*>(&in)
+                                    : dynamic_cast<const QEN_TDataStream*>(&in);
   const unsigned long long start = data != nullptr ? data->Offset() : 0;
-  QEN_TAny any;
   in >> any;
   try {
     return static_cast<unsigned>(any);
@@ -51,8 +55,8 @@ unsigned GetNumber(QEN_IUnpacking& in) {
 }
 
 template <class Enum>
-void GetEnum(QEN_IUnpacking& in, Enum& field) {
-  field = static_cast<Enum>(GetNumber(in));
+void GetEnum(QEN_IUnpacking& in, QEN_TAny& any, Enum& field) {
+  field = static_cast<Enum>(GetNumber(in, any));
 }
 
 // The object that the stream holds behind a true flag, as a T owned by the
@@ -111,7 +115,8 @@ void VYR_TImageTicket::QEN_Pack(QEN_IPacking& out) const {
 void VYR_TImageTicket::QEN_Unpack(QEN_IUnpacking& in) {
   mExtendedInfo.reset();
   mExternalRefs.reset();
-  const unsigned stored = GetNumber(in);
+  QEN_TAny number;
+  const unsigned stored = GetNumber(in, number);
   mFillLevel = stored;
   in >> mInternal >> mCreatorId;
   mFillLevel = LevelFromStored(stored, mInternal);
@@ -128,16 +133,16 @@ void VYR_TImageTicket::QEN_Unpack(QEN_IUnpacking& in) {
   }
   if (mFillLevel & kBasicInfoBit) {
     in >> mNrPages >> mRelatedIndex;
-    GetEnum(in, mImageType);
-    GetEnum(in, mImageSubtype);
-    GetEnum(in, mMeasurementUnits);
+    GetEnum(in, number, mImageType);
+    GetEnum(in, number, mImageSubtype);
+    GetEnum(in, number, mMeasurementUnits);
     in >> mVResolution >> mHResolution >> mVRealSize >> mHRealSize;
     in >> mNrRows >> mNrColumns;
     in >> mMarginTop >> mMarginLeft >> mMarginBottom >> mMarginRight;
-    GetEnum(in, mChannelEncoding);
-    GetEnum(in, mAlphaPlane);
+    GetEnum(in, number, mChannelEncoding);
+    GetEnum(in, number, mAlphaPlane);
     in >> mNrInks;
-    GetEnum(in, mRotation);
+    GetEnum(in, number, mRotation);
   }
   if (mFillLevel & kProcessorBit) in >> mImageProcessor;
   if (mFillLevel & kFileTypeBit) in >> mFileFormat >> mFileFormatVersion;
