@@ -136,6 +136,35 @@ const QEN_TClass* FindClass(const char* name, unsigned length) {
   return found;
 }
 
+// The class objects whose names this thread checked for writing. A class
+// object's name never changes, so one check serves every later stream.
+// The name's address is kept too: a module loaded again may put another
+// class object where one was.
+struct CheckedClass {
+  const QEN_TClass* object;
+  const char* name;
+  std::size_t length;
+};
+constexpr unsigned kCheckedClasses = 64;
+thread_local CheckedClass tCheckedClasses[kCheckedClasses];
+
+CheckedClass& CheckedSlot(const QEN_TClass* object) {
+  std::uint64_t h = reinterpret_cast<std::uintptr_t>(object);
+  h *= 0x9E3779B97F4A7C15ull;
+  return tCheckedClasses[h >> 58];
+}
+
+bool CheckedBefore(const QEN_TClass* object, std::size_t& length) {
+  const CheckedClass& checked = CheckedSlot(object);
+  if (checked.object != object || checked.name != object->name) return false;
+  length = checked.length;
+  return true;
+}
+
+void RememberChecked(const QEN_TClass* object, std::size_t length) {
+  CheckedSlot(object) = CheckedClass{object, object->name, length};
+}
+
 }  // namespace
 
 // A class as the reader met it: defined once, then referred to by number.
@@ -234,8 +263,14 @@ class QEN_TDataStream::Impl {
       }
       return s.Put(head, n);
     }
-    std::size_t length = name != nullptr ? std::strlen(name) : 0;
-    CheckName(name, length, MarkerText(marker));
+    std::size_t length;
+    if (object != nullptr && CheckedBefore(object, length)) {
+      // The class object's name passed the check in an earlier stream.
+    } else {
+      length = name != nullptr ? std::strlen(name) : 0;
+      CheckName(name, length, MarkerText(marker));
+      if (object != nullptr) RememberChecked(object, length);
+    }
     if (classes.size() >= kMaxClasses)
       Fail(QEN_TString::Format("cannot write %s: more than %u classes in one stream",
                                MarkerText(marker), kMaxClasses));
@@ -620,12 +655,30 @@ QEN_IPacking& QEN_IPacking::PutChars(const QEN_TUniChar* chars, unsigned count) 
 // Reading
 
 QEN_IUnpacking& QEN_TDataStream::operator>>(QEN_IPackable& object) {
+  const QEN_TClass& expected = object.ClassObject();
+  if (mMemory != nullptr && mReadVersion == 2) {
+    // The usual case: a class met before in this stream, the expected one,
+    // in a memory stream. Anything else takes the checked way below.
+    QEN_TMemoryStream& m = *mMemory;
+    if (m.mPosition < m.mLength) {
+      const unsigned char byte = m.mData[m.mPosition];
+      if (byte < kLongClassNumber && byte < mReadClasses.size() &&
+          mReadClasses[byte].found == &expected) {
+        const unsigned long long at = mOffset;
+        ++m.mPosition;
+        ++mOffset;
+        Impl::Depth depth(*this, at);
+        ReadClass scratch;
+        Impl::Unpack(*this, object, byte, scratch, at);
+        return *this;
+      }
+    }
+  }
   unsigned long long start = 0;
   unsigned char byte = Impl::HeadByte(*this, "an object", start);
   ReadClass scratch;
   std::size_t index = Impl::ClassAt(*this, kObjectMarker, byte, start, scratch);
   const ReadClass& found = Impl::Entry(*this, index, scratch);
-  const QEN_TClass& expected = object.ClassObject();
   if (found.found != &expected && std::strcmp(found.Name(), expected.name) != 0)
     Fail(QEN_TString::Format("expected an object of class \"%s\", found \"%s\" at offset %llu",
                              expected.name, found.Name(), start));

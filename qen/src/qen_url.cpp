@@ -784,10 +784,11 @@ bool QEN_TURL::operator==(const QEN_TURL& other) const {
 
 void QEN_TURL::QEN_Pack(QEN_IPacking& out) const { AsString().QEN_Pack(out); }
 
+// The text as a QEN_TString reads it, with no string object in between.
 void QEN_TURL::QEN_Unpack(QEN_IUnpacking& in) {
-  QEN_TString text;
-  text.QEN_Unpack(in);
-  Assign(Parsed(text.Chars()));
+  std::u16string text;
+  in.GetChars(text);
+  Assign(Parsed(text));
 }
 
 bool QEN_TURL::WriteTo(QEN_THumanReadableStream& out) const { return AsString().WriteTo(out); }

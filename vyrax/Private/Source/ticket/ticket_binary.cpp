@@ -31,7 +31,12 @@ using namespace vyr_ticket;
 
 namespace {
 
-void PutNumber(QEN_IPacking& out, unsigned value) { out << QEN_TAny(value); }
+// `any` is the caller's, so that one variant serves all the numbers of a
+// ticket.
+void PutNumber(QEN_IPacking& out, QEN_TAny& any, unsigned value) {
+  any = value;
+  out << any;
+}
 
 // A number of another kind in its place (a double, a 64-bit number, an
 // object) is a stream that doesn't fit, not a failed conversion.
@@ -82,7 +87,8 @@ std::unique_ptr<T> ExtractOwned(QEN_IUnpacking& in, const char* what) {
 
 void VYR_TImageTicket::QEN_Pack(QEN_IPacking& out) const {
   const StoredLevel level = LevelToStored(mFillLevel, mInternal);
-  PutNumber(out, level.value);
+  QEN_TAny number;
+  PutNumber(out, number, level.value);
   out << level.Internal(mInternal) << mCreatorId;
   if (mFillLevel & kExternalRefsBit) {
     out << static_cast<bool>(mExternalRefs);
@@ -94,16 +100,16 @@ void VYR_TImageTicket::QEN_Pack(QEN_IPacking& out) const {
   }
   if (mFillLevel & kBasicInfoBit) {
     out << mNrPages << mRelatedIndex;
-    PutNumber(out, mImageType);
-    PutNumber(out, mImageSubtype);
-    PutNumber(out, mMeasurementUnits);
+    PutNumber(out, number, mImageType);
+    PutNumber(out, number, mImageSubtype);
+    PutNumber(out, number, mMeasurementUnits);
     out << mVResolution << mHResolution << mVRealSize << mHRealSize;
     out << mNrRows << mNrColumns;
     out << mMarginTop << mMarginLeft << mMarginBottom << mMarginRight;
-    PutNumber(out, mChannelEncoding);
-    PutNumber(out, mAlphaPlane);
+    PutNumber(out, number, mChannelEncoding);
+    PutNumber(out, number, mAlphaPlane);
     out << mNrInks;
-    PutNumber(out, mRotation);
+    PutNumber(out, number, mRotation);
   }
   if (mFillLevel & kProcessorBit) out << mImageProcessor;
   if (mFillLevel & kFileTypeBit) out << mFileFormat << mFileFormatVersion;
