@@ -12,6 +12,8 @@
 // After the usual Google Benchmark output it prints one table per case with
 // time, packed size and each one's ratio to cereal.
 #include <benchmark/benchmark.h>
+#include <vyrax/vyr_reference.h>
+#include <vyrax/vyrax.h>
 
 #include <boost/archive/binary_iarchive.hpp>
 #include <boost/archive/binary_oarchive.hpp>
@@ -35,8 +37,6 @@
 #include <streambuf>
 #include <string>
 #include <vector>
-#include <vyrax/vyr_reference.h>
-#include <vyrax/vyrax.h>
 
 namespace peer {
 
@@ -516,9 +516,12 @@ int main(int argc, char** argv) {
   static const VYR_TTag tag(16ULL, 32ULL);
   static const QEN_TDict dict = HundredEntries();
   static const VYR_TImageTicket ticket = FullTicket();
-  RegisterCase("tag", [] () -> const QEN_IPackable& { return tag; }, peer::Tag());
-  RegisterCase("dict", [] () -> const QEN_IPackable& { return dict; }, PeerDict());
-  RegisterCase("ticket", [] () -> const QEN_IPackable& { return ticket; }, PeerTicket());
+  RegisterCase(
+      "tag", []() -> const QEN_IPackable& { return tag; }, peer::Tag());
+  RegisterCase(
+      "dict", []() -> const QEN_IPackable& { return dict; }, PeerDict());
+  RegisterCase(
+      "ticket", []() -> const QEN_IPackable& { return ticket; }, PeerTicket());
 
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

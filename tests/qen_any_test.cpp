@@ -45,10 +45,16 @@ TEST_F(AnyTest, NumbersAnswerToTheNameOfTheirWidth) {
   QEN_TAny pointer;
   pointer = static_cast<const void*>(&pointer);
   const std::pair<QEN_TAny, const char*> names[] = {
-      {small, "QEN_TUInt8"}, {QEN_TAny(7u), "QEN_TUInt32"}, {QEN_TAny(true), "QEN_TBool"},
-      {QEN_TAny(-1), "QEN_TInt32"}, {QEN_TAny(-1ll), "QEN_TInt64"},
-      {QEN_TAny(1ull), "QEN_TUInt64"}, {QEN_TAny(static_cast<unsigned short>(1)), "QEN_TUInt16"},
-      {QEN_TAny(1.0), "QEN_TDouble"}, {QEN_TAny(), "QEN_TAny"}, {pointer, "QEN_TAny"}};
+      {small, "QEN_TUInt8"},
+      {QEN_TAny(7u), "QEN_TUInt32"},
+      {QEN_TAny(true), "QEN_TBool"},
+      {QEN_TAny(-1), "QEN_TInt32"},
+      {QEN_TAny(-1ll), "QEN_TInt64"},
+      {QEN_TAny(1ull), "QEN_TUInt64"},
+      {QEN_TAny(static_cast<unsigned short>(1)), "QEN_TUInt16"},
+      {QEN_TAny(1.0), "QEN_TDouble"},
+      {QEN_TAny(), "QEN_TAny"},
+      {pointer, "QEN_TAny"}};
   for (const auto& entry : names) EXPECT_STREQ(entry.first.ClassName(), entry.second);
   // The frame itself still answers for the variant.
   QEN_TAny wide(7u);
@@ -182,14 +188,21 @@ TEST_F(AnyTest, OwnershipOfTheContent) {
 TEST_F(AnyTest, EveryKindRoundTripsThroughBothForms) {
   QEN_TDict dict;
   dict["k"] = QEN_TAny(static_cast<unsigned char>(1));
-  const std::vector<QEN_TAny> kinds = {QEN_TAny(), QEN_TAny(true),
-      QEN_TAny(static_cast<unsigned char>(255)), QEN_TAny(static_cast<unsigned short>(65535)),
-      QEN_TAny(4294967295u), QEN_TAny(18446744073709551615ull),
-      QEN_TAny(std::numeric_limits<int>::min()), QEN_TAny(std::numeric_limits<long long>::min()),
-      QEN_TAny(std::numeric_limits<long long>::max()), QEN_TAny(-0.1), QEN_TAny(0.1 + 0.2),
-      QEN_TAny(std::numeric_limits<double>::infinity()),
-      QEN_TAny(std::numeric_limits<double>::denorm_min()),
-      QEN_TAny("text with \"quotes\" and\nline"), QEN_TAny(dict)};
+  const std::vector<QEN_TAny> kinds = {QEN_TAny(),
+                                       QEN_TAny(true),
+                                       QEN_TAny(static_cast<unsigned char>(255)),
+                                       QEN_TAny(static_cast<unsigned short>(65535)),
+                                       QEN_TAny(4294967295u),
+                                       QEN_TAny(18446744073709551615ull),
+                                       QEN_TAny(std::numeric_limits<int>::min()),
+                                       QEN_TAny(std::numeric_limits<long long>::min()),
+                                       QEN_TAny(std::numeric_limits<long long>::max()),
+                                       QEN_TAny(-0.1),
+                                       QEN_TAny(0.1 + 0.2),
+                                       QEN_TAny(std::numeric_limits<double>::infinity()),
+                                       QEN_TAny(std::numeric_limits<double>::denorm_min()),
+                                       QEN_TAny("text with \"quotes\" and\nline"),
+                                       QEN_TAny(dict)};
   for (const QEN_TAny& any : kinds) {
     SCOPED_TRACE(Printed(any));
     for (const QEN_TAny& back : {UnpackAny(Pack(any)), FromText(Text(any))}) {
@@ -229,15 +242,23 @@ TEST_F(AnyTest, TextAndPrintedForms) {
   list.AddAtTail(QEN_TAny(1u));
   // Each kind's own form is pinned by the golden files; these are the edges.
   const std::pair<QEN_TAny, const char*> texts[] = {
-      {QEN_TAny(false), "false"}, {QEN_TAny(5u), "5"}, {QEN_TAny(2.0), "2.0"},
-      {QEN_TAny(1e300), "1e+300"}, {QEN_TAny(-std::numeric_limits<double>::infinity()), "-inf"},
-      {QEN_TAny("a \"b\""), "\"a \\\"b\\\"\""}, {QEN_TAny(list), "QEN_TList { 1 }"}};
+      {QEN_TAny(false), "false"},
+      {QEN_TAny(5u), "5"},
+      {QEN_TAny(2.0), "2.0"},
+      {QEN_TAny(1e300), "1e+300"},
+      {QEN_TAny(-std::numeric_limits<double>::infinity()), "-inf"},
+      {QEN_TAny("a \"b\""), "\"a \\\"b\\\"\""},
+      {QEN_TAny(list), "QEN_TList { 1 }"}};
   for (const auto& entry : texts) EXPECT_EQ(Text(entry.first), entry.second);
 
   const std::pair<QEN_TAny, const char*> printed[] = {
-      {QEN_TAny(), "<nothing>"}, {QEN_TAny(static_cast<unsigned char>(65)), "65"},
-      {QEN_TAny(-12ll), "-12"}, {QEN_TAny(2.0), "2"}, {QEN_TAny(0.25), "0.25"},
-      {QEN_TAny(true), "true"}, {QEN_TAny("plain text"), "plain text"}};
+      {QEN_TAny(), "<nothing>"},
+      {QEN_TAny(static_cast<unsigned char>(65)), "65"},
+      {QEN_TAny(-12ll), "-12"},
+      {QEN_TAny(2.0), "2"},
+      {QEN_TAny(0.25), "0.25"},
+      {QEN_TAny(true), "true"},
+      {QEN_TAny("plain text"), "plain text"}};
   for (const auto& entry : printed) EXPECT_EQ(Printed(entry.first), entry.second);
 }
 
@@ -248,9 +269,26 @@ TEST_F(AnyTest, TextIsForgivingWhereItCostsNothingAndRefusesWhatDoesNotFit) {
   EXPECT_TRUE(FromText(".5") == QEN_TAny(0.5));
   EXPECT_TRUE(FromText("-9223372036854775808i64") ==
               QEN_TAny(std::numeric_limits<long long>::min()));
-  for (const char* bad : {"", "   ", "300u8", "-1u8", "65536u16", "4294967296", "-2147483649",
-                          "18446744073709551616u64", "9223372036854775808i64", "5u7", "1e", "e5",
-                          "1.2.3", "--1", "-+1", "+3", "maybe", "True", "\"open", "@"}) {
+  for (const char* bad : {"",
+                          "   ",
+                          "300u8",
+                          "-1u8",
+                          "65536u16",
+                          "4294967296",
+                          "-2147483649",
+                          "18446744073709551616u64",
+                          "9223372036854775808i64",
+                          "5u7",
+                          "1e",
+                          "e5",
+                          "1.2.3",
+                          "--1",
+                          "-+1",
+                          "+3",
+                          "maybe",
+                          "True",
+                          "\"open",
+                          "@"}) {
     SCOPED_TRACE(bad);
     EXPECT_THROW(FromText(bad), QEN_EStreamException);
   }

@@ -248,9 +248,13 @@ TEST_F(ContainersTest, DictKeepsOrderAndReferencesThroughGrowthAndReuse) {
 // The walk of a metadata archive: delete some entries while walking, advance
 // once after each step, and see every entry exactly once.
 TEST_F(ContainersTest, DeletingWalkSeesEveryEntry) {
-  const std::vector<std::vector<bool>> patterns = {
-      {true, true, true, true}, {true, false, true, false}, {false, true, true, false},
-      {false, false, false, true}, {true}, {false}, {}};
+  const std::vector<std::vector<bool>> patterns = {{true, true, true, true},
+                                                   {true, false, true, false},
+                                                   {false, true, true, false},
+                                                   {false, false, false, true},
+                                                   {true},
+                                                   {false},
+                                                   {}};
   for (const std::vector<bool>& drop : patterns) {
     QEN_TDict dict;
     QEN_TList list;
@@ -641,11 +645,18 @@ TEST_F(ContainersTest, AConfigurationWrittenByHandReads) {
 
 TEST_F(ContainersTest, TextThatDoesNotFitNamesWhere) {
   // No '=', no ';', an unquoted key, a duplicate, no value, not closed, ...
-  const char* bad[] = {"QEN_TDict { \"a\" 1; }", "QEN_TDict { \"a\" = 1 \"b\" = 2 }",
-      "QEN_TDict { a = 1; }", "QEN_TDict { \"a\" = 1; \"a\" = 2; }", "QEN_TDict { \"a\" = ; }",
-      "QEN_TDict { \"a\" = 1;", "QEN_TList { 1 2 }", "QEN_TList { 1,, 2 }",
-      "QEN_TTree { \"a\" { \"b\" = 1; }", "QEN_TTree { \"a\" : 1; }",
-      "QEN_TTree { \"a\" = 1; \"a\" { } }", "QEN_TArray { 1, QEN_TNoSuchClass { } }"};
+  const char* bad[] = {"QEN_TDict { \"a\" 1; }",
+                       "QEN_TDict { \"a\" = 1 \"b\" = 2 }",
+                       "QEN_TDict { a = 1; }",
+                       "QEN_TDict { \"a\" = 1; \"a\" = 2; }",
+                       "QEN_TDict { \"a\" = ; }",
+                       "QEN_TDict { \"a\" = 1;",
+                       "QEN_TList { 1 2 }",
+                       "QEN_TList { 1,, 2 }",
+                       "QEN_TTree { \"a\" { \"b\" = 1; }",
+                       "QEN_TTree { \"a\" : 1; }",
+                       "QEN_TTree { \"a\" = 1; \"a\" { } }",
+                       "QEN_TArray { 1, QEN_TNoSuchClass { } }"};
   for (const char* text : bad) EXPECT_THROW(ExtractText(text), QEN_EStreamException) << text;
   try {
     ExtractText("QEN_TDict {\n  \"a\" = 1;\n  \"b\" 2;\n}");

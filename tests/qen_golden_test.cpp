@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -204,12 +204,14 @@ TEST_F(GoldenTest, BinaryFormIsPinned) {
 TEST_F(GoldenTest, FirstVersionFilesStillRead) {
   // The version registry stays loaded to the end, as it does for a client
   // that links the library, so that what it holds is not taken for a leak.
-  ASSERT_NE(::dlopen(VYRAX_BINARY_DIR "/lib/vyrax/modules/libvyr_ver.so", RTLD_NOW | RTLD_GLOBAL | RTLD_NODELETE),
+  ASSERT_NE(::dlopen(VYRAX_BINARY_DIR "/lib/vyrax/modules/libvyr_ver.so",
+                     RTLD_NOW | RTLD_GLOBAL | RTLD_NODELETE),
             nullptr)
       << ::dlerror();
   void* library = ::dlopen(VYRAX_BINARY_DIR "/lib/libvyrax.so", RTLD_NOW | RTLD_GLOBAL);
   ASSERT_NE(library, nullptr) << ::dlerror();
-  auto start = reinterpret_cast<bool (*)()>(::dlsym(library, "__QEN_INITIALIZATION_FUNCTION_VYRAX__"));
+  auto start =
+      reinterpret_cast<bool (*)()>(::dlsym(library, "__QEN_INITIALIZATION_FUNCTION_VYRAX__"));
   ASSERT_NE(start, nullptr);
   ASSERT_TRUE(start());
   unsigned files = 0;

@@ -335,9 +335,9 @@ TEST_F(StreamTest, EveryWidthRoundTripsItsExtremes) {
     EXPECT_EQ(std::memcmp(&back, &value, sizeof value), 0) << +value;
     EXPECT_EQ(m.Available(), 0u);
   };
-  for (double d : {0.0, -0.0, 0.1, -1e308, std::numeric_limits<double>::denorm_min(),
-                   std::numeric_limits<double>::infinity(),
-                   -std::numeric_limits<double>::infinity()})
+  for (double d :
+       {0.0, -0.0, 0.1, -1e308, std::numeric_limits<double>::denorm_min(),
+        std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()})
     same(d);
   same(0xFFFFFFFFu), same(~0ull), same(static_cast<unsigned short>(0xFFFF));
   same(static_cast<unsigned char>(0xFF)), same(std::numeric_limits<int>::min());
@@ -436,11 +436,20 @@ TEST_F(StreamTest, ExtractRefusesWhatItCannotBuild) {
   message = FailureOf<QEN_EUnknownClass>([&] { extract(mark + "\x81\x07NoSuchX"); });
   EXPECT_NE(message.find("\"NoSuchX\" at offset 2"), std::string::npos) << message;
   const std::pair<std::string, const char*> cases[] = {
-      {"O\x0DQEN_IPackable", "factory"}, {"O\x09TestPlain", "not packable"}, {"X", "0x58"},
-      {std::string("O\x00", 2), "empty class name"}, {"O\x03" "a-b", "offset 3"},
-      {mark + "\x81\x0DQEN_IPackable", "factory"}, {mark + "\x81\x03" "a-b", "offset 5"},
+      {"O\x0DQEN_IPackable", "factory"},
+      {"O\x09TestPlain", "not packable"},
+      {"X", "0x58"},
+      {std::string("O\x00", 2), "empty class name"},
+      {"O\x03"
+       "a-b",
+       "offset 3"},
+      {mark + "\x81\x0DQEN_IPackable", "factory"},
+      {mark + "\x81\x03"
+              "a-b",
+       "offset 5"},
       {mark + "\x05", "class number 5 at offset 2 was never named"},
-      {mark + std::string("\x80\x00\x01", 3), "class number 256"}, {mark + "\x82", "0x82"},
+      {mark + std::string("\x80\x00\x01", 3), "class number 256"},
+      {mark + "\x82", "0x82"},
       {"\xB5\x03", "unknown format version 3 at offset 1"},
       {mark + "\x81\x08TestNest" + std::string("\0\0\0\0\x01", 5) + mark,
        "format mark inside an object at offset 17"}};
@@ -470,8 +479,7 @@ TEST_F(StreamTest, TruncatedInputThrowsAtEveryLength) {
   out << *nest << TestPoint(-1, 2);
   // The current version, two objects; the first version, a dictionary.
   const std::pair<std::string, unsigned> streams[] = {
-      {Bytes(full), 2},
-      {test_support::ReadFile(VYRAX_TEST_DATA_DIR "/golden/v1/dict.bin"), 1}};
+      {Bytes(full), 2}, {test_support::ReadFile(VYRAX_TEST_DATA_DIR "/golden/v1/dict.bin"), 1}};
   for (const auto& stream : streams) {
     const std::string& bytes = stream.first;
     ASSERT_FALSE(bytes.empty());
@@ -527,10 +535,10 @@ std::u16string CharsOf(const std::string& utf8) {
 TEST_F(StreamTest, NumbersReadBackExactlyAndInRangeOnly) {
   const std::string written = Text([](auto& o) {
     o << 0.1 << ' ' << 1.0 / 3 << ' ' << -0.0 << ' ' << 1e300 << ' '
-      << -std::numeric_limits<double>::infinity() << ' '
-      << std::numeric_limits<double>::quiet_NaN() << ' ' << 4294967295u << ' ' << -2147483647 - 1
-      << ' ' << ~0ull << ' ' << static_cast<unsigned short>(65535) << ' '
-      << static_cast<unsigned char>(255) << ' ' << (-9223372036854775807LL - 1);
+      << -std::numeric_limits<double>::infinity() << ' ' << std::numeric_limits<double>::quiet_NaN()
+      << ' ' << 4294967295u << ' ' << -2147483647 - 1 << ' ' << ~0ull << ' '
+      << static_cast<unsigned short>(65535) << ' ' << static_cast<unsigned char>(255) << ' '
+      << (-9223372036854775807LL - 1);
   });
   EXPECT_EQ(written,
             "0.1 0.33333333333333331 -0 1e+300 -inf nan 4294967295 -2147483648 "

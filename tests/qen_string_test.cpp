@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cwchar>
-
 #include <sstream>
 #include <string>
 #include <thread>

@@ -109,11 +109,21 @@ TEST(QenTime, TextFormAndFractions) {
 
 TEST(QenTime, MalformedTextIsRefused) {
   const char* bad[] = {
-      "", "2026-11-22", "2026-11-22 19:34:51Z",
-      "2026-11-22T19:34:51", "2026-11-22T19:34:51.1234567Z", "2026-11-22T24:00:00Z",
-      "2026-11-22T19:60:00Z", "2026-11-22T19:34:60Z", "2026-02-29T00:00:00Z",
-      "1900-02-29T00:00:00Z", "2026-13-01T00:00:00Z", "2026-00-01T00:00:00Z",
-      "2026-04-31T00:00:00Z", "26-11-22T19:34:51Z", "2026-11-22T19:34:51.Z",
+      "",
+      "2026-11-22",
+      "2026-11-22 19:34:51Z",
+      "2026-11-22T19:34:51",
+      "2026-11-22T19:34:51.1234567Z",
+      "2026-11-22T24:00:00Z",
+      "2026-11-22T19:60:00Z",
+      "2026-11-22T19:34:60Z",
+      "2026-02-29T00:00:00Z",
+      "1900-02-29T00:00:00Z",
+      "2026-13-01T00:00:00Z",
+      "2026-00-01T00:00:00Z",
+      "2026-04-31T00:00:00Z",
+      "26-11-22T19:34:51Z",
+      "2026-11-22T19:34:51.Z",
       "2026-11-22T19:34:51Zjunk",
       "999999-12-31T23:59:59Z",  // past the range of 64-bit microseconds
   };
@@ -307,7 +317,6 @@ TEST_F(QenFiles, SizeTimeAndIdentity) {
   QEN_TFileInfo later(url, true);
   EXPECT_EQ(1000999999, later.ModificationTime().AsMicros());
   EXPECT_EQ(kSampleMicros, info.ModificationTime().AsMicros());
-
 }
 
 TEST_F(QenFiles, MissingFile) {

@@ -119,7 +119,8 @@ KnownClass& KnownSlot(const char* name, unsigned length) {
 const QEN_TClass* KnownClassOf(const char* name, unsigned length) {
   if (length >= sizeof KnownClass::name) return nullptr;
   const KnownClass& known = KnownSlot(name, length);
-  if (known.found != nullptr && known.length == length && std::memcmp(known.name, name, length) == 0)
+  if (known.found != nullptr && known.length == length &&
+      std::memcmp(known.name, name, length) == 0)
     return known.found;
   return nullptr;
 }
@@ -225,9 +226,10 @@ class QEN_TDataStream::Impl {
     for (std::size_t i = 0; valid && i < length; ++i)
       valid = IsNameChar(static_cast<unsigned char>(name[i]));
     if (!valid)
-      Fail(QEN_TString::Format("cannot write %s: the class name must be 1 to %u letters, "
-                               "digits or '_'",
-                               what, kMaxNameLength));
+      Fail(
+          QEN_TString::Format("cannot write %s: the class name must be 1 to %u letters, "
+                              "digits or '_'",
+                              what, kMaxNameLength));
   }
 
   // Writes `marker` (none for an object) and the class: its number, or its
@@ -275,8 +277,8 @@ class QEN_TDataStream::Impl {
       Fail(QEN_TString::Format("cannot write %s: more than %u classes in one stream",
                                MarkerText(marker), kMaxClasses));
     if (classes.empty()) classes.reserve(kFirstClasses);
-    classes.push_back(WrittenClass{object, object == nullptr ? std::string(name, length)
-                                                              : std::string()});
+    classes.push_back(
+        WrittenClass{object, object == nullptr ? std::string(name, length) : std::string()});
     if (object == nullptr) s.mFramesNamed = true;
     head[n++] = kNewClass;
     head[n++] = static_cast<unsigned char>(length);
@@ -394,8 +396,8 @@ class QEN_TDataStream::Impl {
    public:
     Depth(QEN_TDataStream& s, unsigned long long offset) : mStream(s) {
       if (s.mDepth >= sMaxDepth)
-        Fail(QEN_TString::Format("objects nested deeper than %u at offset %llu", sMaxDepth,
-                                 offset));
+        Fail(
+            QEN_TString::Format("objects nested deeper than %u at offset %llu", sMaxDepth, offset));
       ++s.mDepth;
     }
     ~Depth() { --mStream.mDepth; }
@@ -430,10 +432,9 @@ class QEN_TDataStream::Impl {
     }
   }
 
-  [[noreturn]] static void CannotRead(const char* name, unsigned long long start,
-                                      const char* why) {
-    Fail(QEN_TString::Format("cannot read object of class \"%s\" at offset %llu: %s", name,
-                             start, why));
+  [[noreturn]] static void CannotRead(const char* name, unsigned long long start, const char* why) {
+    Fail(QEN_TString::Format("cannot read object of class \"%s\" at offset %llu: %s", name, start,
+                             why));
   }
 
   static void UnpackFrame(QEN_TDataStream& s, unsigned char marker, const char* name) {

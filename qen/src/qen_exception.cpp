@@ -1,8 +1,9 @@
 // The exception root and the failures of the base library.
+#include "qen/qen_exception.h"
+
 #include <ostream>
 
 #include "qen/qen_containers.h"
-#include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
 
 QEN_DEFINE_OBJECT(QEN_EException, QEN_TObject, QEN_IThrowable, QEN_IPackable, QEN_IPrintable)
@@ -41,9 +42,7 @@ void QEN_EException::QEN_Pack(QEN_IPacking& out) const {
   out << mMessage << mData << mFile << mLine;
 }
 
-void QEN_EException::QEN_Unpack(QEN_IUnpacking& in) {
-  in >> mMessage >> mData >> mFile >> &mLine;
-}
+void QEN_EException::QEN_Unpack(QEN_IUnpacking& in) { in >> mMessage >> mData >> mFile >> &mLine; }
 
 QEN_IPackable* QEN_EException::QEN_Clone(void*) const {
   return new (std::nothrow) QEN_EException(*this);

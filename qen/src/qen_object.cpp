@@ -1,11 +1,12 @@
 // The class registry and the root classes of the object model.
+#include "qen/qen_object.h"
+
 #include <cstring>
 #include <mutex>
 #include <ostream>
 #include <string>
 #include <unordered_map>
 
-#include "qen/qen_object.h"
 #include "qen/qen_stream.h"
 
 namespace {
@@ -91,7 +92,8 @@ bool QEN_TClass::HasSuperclass(const char* wanted) const {
 
 const QEN_TClass* QEN_IInterface::QEN_ClassObject() {
   static QEN_TClass* const thisClassPtr = [] {
-    QEN_TClass* c = QEN_TClass::GetClassObject(true, "QEN_IInterface", 0, nullptr, nullptr, nullptr);
+    QEN_TClass* c =
+        QEN_TClass::GetClassObject(true, "QEN_IInterface", 0, nullptr, nullptr, nullptr);
     c->interfacesAdded = true;
     return c;
   }();
@@ -123,8 +125,8 @@ void* QEN_IInterface::QEN_Cast(const char* name) const { return QEN_DynamicInfo(
 
 const QEN_TClass* QEN_TObject::QEN_ClassObject() {
   static QEN_TClass* const thisClassPtr = [] {
-    QEN_TClass* c =
-        QEN_TClass::GetClassObject(false, "QEN_TObject", sizeof(QEN_TObject), nullptr, nullptr, nullptr);
+    QEN_TClass* c = QEN_TClass::GetClassObject(false, "QEN_TObject", sizeof(QEN_TObject), nullptr,
+                                               nullptr, nullptr);
     c->interfacesAdded = true;
     return c;
   }();

@@ -615,7 +615,8 @@ std::string FormatPieceByPiece(const char* format, va_list args) {
       case 'c':
       case 'C':
         if (wide)
-          n = FormatOne(out, conversion, stars, starCount, static_cast<wint_t>(va_arg(args, wint_t)));
+          n = FormatOne(out, conversion, stars, starCount,
+                        static_cast<wint_t>(va_arg(args, wint_t)));
         else
           n = FormatOne(out, conversion, stars, starCount, va_arg(args, int));
         break;

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <new>
 #include <iterator>
+#include <new>
 #include <string>
 
 #include "qen/qen_exception.h"

@@ -75,19 +75,19 @@ class QEN_API QEN_EException : public QEN_TObject,
   };
 
 // Defines the frame of an exception class declared with the macro above.
-#define QEN_DEFINE_EXCEPTION(X, P)                                   \
-  QEN_DEFINE_OBJECT(X, P)                                            \
-  void X::QEN_Throw() const { throw X(*this); }                      \
-  void X::QEN_Pack(QEN_IPacking& out) const {                        \
-    out.PackBeginClass(P::QEN_ClassName());                          \
-    P::QEN_Pack(out);                                                \
-    out.PackEndClass(P::QEN_ClassName());                            \
-  }                                                                  \
-  void X::QEN_Unpack(QEN_IUnpacking& in) {                           \
-    in.UnpackBeginClass(P::QEN_ClassName());                         \
-    P::QEN_Unpack(in);                                               \
-    in.UnpackEndClass(P::QEN_ClassName());                           \
-  }                                                                  \
+#define QEN_DEFINE_EXCEPTION(X, P)              \
+  QEN_DEFINE_OBJECT(X, P)                       \
+  void X::QEN_Throw() const { throw X(*this); } \
+  void X::QEN_Pack(QEN_IPacking& out) const {   \
+    out.PackBeginClass(P::QEN_ClassName());     \
+    P::QEN_Pack(out);                           \
+    out.PackEndClass(P::QEN_ClassName());       \
+  }                                             \
+  void X::QEN_Unpack(QEN_IUnpacking& in) {      \
+    in.UnpackBeginClass(P::QEN_ClassName());    \
+    P::QEN_Unpack(in);                          \
+    in.UnpackEndClass(P::QEN_ClassName());      \
+  }                                             \
   QEN_IPackable* X::QEN_Clone(void*) const { return new (std::nothrow) X(*this); }
 
 // Failures of the base library itself.

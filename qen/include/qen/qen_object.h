@@ -158,16 +158,16 @@ bool IsIdent(const X& self, const Other& other) {
 }  // namespace qen_frame
 
 // Statics and the two core virtuals, common to every family.
-#define QEN_FRAME_COMMON(X)                                                                   \
- public:                                                                                      \
-  static const QEN_TClass* QEN_ClassObject();                                                 \
-  static const char* QEN_ClassName() { return #X; }                                          \
-  static QEN_TFactory QEN_Factory() { return QEN_ClassObject()->factory; }                   \
-  static bool QEN_HasInterface(const char* n) { return QEN_ClassObject()->Implements(n); }   \
+#define QEN_FRAME_COMMON(X)                                                                    \
+ public:                                                                                       \
+  static const QEN_TClass* QEN_ClassObject();                                                  \
+  static const char* QEN_ClassName() { return #X; }                                            \
+  static QEN_TFactory QEN_Factory() { return QEN_ClassObject()->factory; }                     \
+  static bool QEN_HasInterface(const char* n) { return QEN_ClassObject()->Implements(n); }     \
   static bool QEN_HasSuperclass(const char* n) { return QEN_ClassObject()->HasSuperclass(n); } \
-  static bool QEN_IsInterface() { return QEN_ClassObject()->isInterface; }                   \
-  static const QEN_TClass* QEN_ParentClass() { return QEN_ClassObject()->parent; }           \
-  void* QEN_DynamicInfo(const char* name) const override;                                     \
+  static bool QEN_IsInterface() { return QEN_ClassObject()->isInterface; }                     \
+  static const QEN_TClass* QEN_ParentClass() { return QEN_ClassObject()->parent; }             \
+  void* QEN_DynamicInfo(const char* name) const override;                                      \
   void* QEN_MostDerivedObject() const override { return const_cast<X*>(this); }
 
 // An interface: no factory, no parent.
@@ -180,30 +180,30 @@ bool IsIdent(const X& self, const Other& other) {
 
 // A packable value: adds the generated QEN_Clone and QEN_IsIdent. The class
 // writes QEN_Pack and QEN_Unpack (and its text form and PrintOn) itself.
-#define QEN_VALUE_FRAME(X)                                      \
-  QEN_OBJECT_FRAME(X)                                           \
-  QEN_IPackable* QEN_Clone(void* = nullptr) const override;     \
+#define QEN_VALUE_FRAME(X)                                  \
+  QEN_OBJECT_FRAME(X)                                       \
+  QEN_IPackable* QEN_Clone(void* = nullptr) const override; \
   bool QEN_IsIdent(const QEN_IPackable& other) const override;
 
-#define QEN_DEFINE_FRAME_(X, kIface, Base, ...)                                         \
-  const QEN_TClass* X::QEN_ClassObject() {                                               \
-    return ::qen_frame::Frame<X, kIface, Base, ##__VA_ARGS__>::Class();                  \
-  }                                                                                      \
-  void* X::QEN_DynamicInfo(const char* name) const {                                    \
-    return ::qen_frame::Frame<X, kIface, Base, ##__VA_ARGS__>::Info(this, name);         \
+#define QEN_DEFINE_FRAME_(X, kIface, Base, ...)                                  \
+  const QEN_TClass* X::QEN_ClassObject() {                                       \
+    return ::qen_frame::Frame<X, kIface, Base, ##__VA_ARGS__>::Class();          \
+  }                                                                              \
+  void* X::QEN_DynamicInfo(const char* name) const {                             \
+    return ::qen_frame::Frame<X, kIface, Base, ##__VA_ARGS__>::Info(this, name); \
   }
 
 #define QEN_DEFINE_INTERFACE(X) QEN_DEFINE_FRAME_(X, true, QEN_IInterface)
 
-#define QEN_DEFINE_OBJECT(X, Base, ...)          \
+#define QEN_DEFINE_OBJECT(X, Base, ...)            \
   QEN_DEFINE_FRAME_(X, false, Base, ##__VA_ARGS__) \
   QEN_TObject* X::QEN_Create() { return new (std::nothrow) X(); }
 
-#define QEN_DEFINE_VALUE(X, Base, ...)                                         \
-  QEN_DEFINE_OBJECT(X, Base, ##__VA_ARGS__)                                    \
+#define QEN_DEFINE_VALUE(X, Base, ...)                                             \
+  QEN_DEFINE_OBJECT(X, Base, ##__VA_ARGS__)                                        \
   QEN_IPackable* X::QEN_Clone(void*) const { return new (std::nothrow) X(*this); } \
-  bool X::QEN_IsIdent(const QEN_IPackable& other) const {                      \
-    return ::qen_frame::IsIdent(*this, other);                                 \
+  bool X::QEN_IsIdent(const QEN_IPackable& other) const {                          \
+    return ::qen_frame::IsIdent(*this, other);                                     \
   }
 
 // ---------------------------------------------------------------------------
