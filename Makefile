@@ -71,7 +71,9 @@ bench-report: tool-packages peer-packages
 	  --benchmark_context=repetitions=3
 	./build-release/bin/vyrax_peer_bench --benchmark_repetitions=3 --benchmark_report_aggregates_only=true \
 	  --benchmark_out=build-release/peer-bench.json --benchmark_out_format=json
-	/usr/bin/python3 bench/report.py build-release/bench.json build-release/peer-bench.json docs/performance
+	mkdir -p docs/performance
+	cp build-release/bench.json build-release/peer-bench.json docs/performance/
+	/usr/bin/python3 bench/report.py docs/performance/bench.json docs/performance/peer-bench.json docs/performance
 
 asan: tool-packages
 	cmake --preset asan >/dev/null

@@ -41,7 +41,7 @@ def load(path):
 
 class Run:
     def __init__(self, paths):
-        self.rows, self.context = {}, {}
+        self.rows, self.context, self.paths = {}, {}, paths
         for path in paths:
             context, rows = load(path)
             self.rows.update(rows)
@@ -195,7 +195,10 @@ def write_markdown(run, out, opened, read, commits, streams):
     lines = ["# Performance", "",
              f"Measured on {run.machine()}, Release build, one run of `vyrax_bench` "
              f"(`make bench-report`); each number is the median of "
-             f"{run.context.get('repetitions', 'several')} repetitions. Files sit in the page cache.",
+             f"{run.context.get('repetitions', 'several')} repetitions. Files sit in the page cache. "
+             f"The run's own output, which every number here comes from: "
+             + ", ".join(f"[{os.path.basename(p)}](performance/{os.path.basename(p)})" for p in run.paths)
+             + ".",
              "", "## Opening a file", "", "![opening a file](performance/open.png)", "",
              "| file | `Create` | floor (open+fstat+mmap+close) | `read()` whole file | Create / floor |",
              "|---|---|---|---|---|"]
