@@ -3,7 +3,11 @@
 #ifndef VYRAX_FUZZ_CLASSES_H
 #define VYRAX_FUZZ_CLASSES_H
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
+#include <memory>
+#include <string>
 
 #include "qen/qen.h"
 
@@ -30,6 +34,42 @@ inline void RegisterFuzzClasses() {
   QEN_ETreeException::QEN_ClassObject();
   QEN_EAnyConversion::QEN_ClassObject();
   QEN_EIndexOutOfRange::QEN_ClassObject();
+}
+
+// Reads a T from arbitrary bytes in one of four ways, chosen by the first
+// byte: into a T from the binary form, into a T from the text form, or by
+// Extract from either; what was read goes to `check`. The stream's failure
+// is the only exception that may come out; anything else ends the fuzzer.
+template <class T, class Check>
+int ReadFourWays(const std::uint8_t* data, std::size_t size, Check check) {
+  if (size < 1 || size > 1 << 20) return 0;
+  const unsigned mode = data[0] % 4;
+  std::string input(reinterpret_cast<const char*>(data + 1), size - 1);
+  QEN_TMemoryStream bytes(&input[0], static_cast<unsigned>(input.size()),
+                          static_cast<unsigned>(input.size()));
+  try {
+    if (mode == 0 || mode == 1) {
+      T value;
+      if (mode == 0) {
+        QEN_TDataStream in(bytes);
+        value.QEN_Unpack(in);
+      } else {
+        QEN_THumanReadableStream in(bytes);
+        value.ReadFrom(in);
+      }
+      check(value);
+    } else if (mode == 2) {
+      QEN_TDataStream in(bytes);
+      std::unique_ptr<QEN_IPackable> object(in.Extract(true));
+      if (T* value = object->DynamicCast<T>()) check(*value);
+    } else {
+      QEN_THumanReadableStream in(bytes);
+      std::unique_ptr<QEN_IHumanReadable> object(in.Extract());
+      if (T* value = object->DynamicCast<T>()) check(*value);
+    }
+  } catch (const QEN_EStreamException&) {
+  }
+  return 0;
 }
 
 #endif

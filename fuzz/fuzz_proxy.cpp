@@ -105,41 +105,5 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 1 || size > 1 << 20) return 0;
-  const unsigned mode = data[0] % 4;
-  std::string input(reinterpret_cast<const char*>(data + 1), size - 1);
-  QEN_TMemoryStream bytes(&input[0], static_cast<unsigned>(input.size()),
-                          static_cast<unsigned>(input.size()));
-  try {
-    switch (mode) {
-      case 0: {
-        QEN_TDataStream in(bytes);
-        VYR_TImageProxy proxy;
-        proxy.QEN_Unpack(in);
-        Check(proxy);
-        break;
-      }
-      case 1: {
-        QEN_THumanReadableStream in(bytes);
-        VYR_TImageProxy proxy;
-        proxy.ReadFrom(in);
-        Check(proxy);
-        break;
-      }
-      case 2: {
-        QEN_TDataStream in(bytes);
-        std::unique_ptr<QEN_IPackable> object(in.Extract(true));
-        if (VYR_TImageProxy* proxy = object->DynamicCast<VYR_TImageProxy>()) Check(*proxy);
-        break;
-      }
-      default: {
-        QEN_THumanReadableStream in(bytes);
-        std::unique_ptr<QEN_IHumanReadable> object(in.Extract());
-        if (VYR_TImageProxy* proxy = object->DynamicCast<VYR_TImageProxy>()) Check(*proxy);
-        break;
-      }
-    }
-  } catch (const QEN_EStreamException&) {
-  }
-  return 0;
+  return ReadFourWays<VYR_TImageProxy>(data, size, [](VYR_TImageProxy& value) { Check(value); });
 }
