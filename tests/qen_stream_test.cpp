@@ -307,27 +307,10 @@ TEST_F(FileTest, FailuresNameThePathAndTheSystemsReason) {
 // ---------------------------------------------------------------------------
 // Binary stream
 
-TEST_F(StreamTest, EveryWidthRoundTripsItsExtremes) {
+// Fixed widths are pinned by the golden files; here raw bytes, and reading past the end.
+TEST_F(StreamTest, RawBytesAndTheEndOfTheStream) {
   QEN_TMemoryStream m;
   QEN_TDataStream s(m);
-  auto same = [&](auto value) {
-    s << value;
-    decltype(value) back{};
-    s >> back;
-    EXPECT_EQ(std::memcmp(&back, &value, sizeof value), 0) << +value;
-    EXPECT_EQ(m.Available(), 0u);
-  };
-  for (double d :
-       {0.0, -0.0, 0.1, -1e308, std::numeric_limits<double>::denorm_min(),
-        std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()})
-    same(d);
-  same(0xFFFFFFFFu), same(~0ull), same(static_cast<unsigned short>(0xFFFF));
-  same(static_cast<unsigned char>(0xFF)), same(std::numeric_limits<int>::min());
-  same(std::numeric_limits<int>::max()), same(false), same(true);
-  double nan;
-  s << std::numeric_limits<double>::quiet_NaN();
-  s >> nan;
-  EXPECT_TRUE(std::isnan(nan));
   s.PutBytes("\0\1\2", 3);
   char bytes[3];
   s.GetBytes(bytes, 3);
