@@ -5,7 +5,6 @@
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,12 +22,6 @@ QEN_TAny UnpackAny(const Bytes& bytes) { return test_support::Unpack<QEN_TAny>(b
 std::string Text(const QEN_TAny& any) { return test_support::Write(any); }
 QEN_TAny FromText(const std::string& text) { return test_support::Read<QEN_TAny>(text); }
 
-std::string Printed(const QEN_TAny& any) {
-  std::ostringstream out;
-  any.PrintOn(out);
-  return out.str();
-}
-
 void SomeFunction() {}
 
 TEST_F(AnyTest, NumbersAnswerToTheNameOfTheirWidth) {
@@ -42,20 +35,6 @@ TEST_F(AnyTest, NumbersAnswerToTheNameOfTheirWidth) {
   EXPECT_EQ(*inside, 7);
   EXPECT_EQ(small.DynamicCast("QEN_TUInt32"), nullptr);
 
-  QEN_TAny pointer;
-  pointer = static_cast<const void*>(&pointer);
-  const std::pair<QEN_TAny, const char*> names[] = {
-      {small, "QEN_TUInt8"},
-      {QEN_TAny(7u), "QEN_TUInt32"},
-      {QEN_TAny(true), "QEN_TBool"},
-      {QEN_TAny(-1), "QEN_TInt32"},
-      {QEN_TAny(-1ll), "QEN_TInt64"},
-      {QEN_TAny(1ull), "QEN_TUInt64"},
-      {QEN_TAny(static_cast<unsigned short>(1)), "QEN_TUInt16"},
-      {QEN_TAny(1.0), "QEN_TDouble"},
-      {QEN_TAny(), "QEN_TAny"},
-      {pointer, "QEN_TAny"}};
-  for (const auto& entry : names) EXPECT_STREQ(entry.first.ClassName(), entry.second);
   // The frame itself still answers for the variant.
   QEN_TAny wide(7u);
   EXPECT_STREQ(wide.ClassObject().name, "QEN_TAny");
@@ -183,36 +162,6 @@ TEST_F(AnyTest, OwnershipOfTheContent) {
   EXPECT_TRUE(owner == QEN_TAny("x"));
 }
 
-// Every kind the variant packs, each at an edge of its range, comes back the
-// same kind and value from both forms.
-TEST_F(AnyTest, EveryKindRoundTripsThroughBothForms) {
-  QEN_TDict dict;
-  dict["k"] = QEN_TAny(static_cast<unsigned char>(1));
-  const std::vector<QEN_TAny> kinds = {QEN_TAny(),
-                                       QEN_TAny(true),
-                                       QEN_TAny(static_cast<unsigned char>(255)),
-                                       QEN_TAny(static_cast<unsigned short>(65535)),
-                                       QEN_TAny(4294967295u),
-                                       QEN_TAny(18446744073709551615ull),
-                                       QEN_TAny(std::numeric_limits<int>::min()),
-                                       QEN_TAny(std::numeric_limits<long long>::min()),
-                                       QEN_TAny(std::numeric_limits<long long>::max()),
-                                       QEN_TAny(-0.1),
-                                       QEN_TAny(0.1 + 0.2),
-                                       QEN_TAny(std::numeric_limits<double>::infinity()),
-                                       QEN_TAny(std::numeric_limits<double>::denorm_min()),
-                                       QEN_TAny("text with \"quotes\" and\nline"),
-                                       QEN_TAny(dict)};
-  for (const QEN_TAny& any : kinds) {
-    SCOPED_TRACE(Printed(any));
-    for (const QEN_TAny& back : {UnpackAny(Pack(any)), FromText(Text(any))}) {
-      EXPECT_EQ(back.GetKind(), any.GetKind());
-      EXPECT_TRUE(back == any);
-    }
-  }
-  EXPECT_TRUE(std::isnan(FromText("nan").AsDouble()));
-}
-
 TEST_F(AnyTest, UnpackRefusesWhatNoWriterMakes) {
   Bytes good = Pack(QEN_TAny(7u));
   std::size_t codeAt = good.size() - 5;
@@ -237,36 +186,13 @@ TEST_F(AnyTest, UnpackRefusesWhatNoWriterMakes) {
   EXPECT_THROW(UnpackAny(unknown), QEN_EStreamException);
 }
 
-TEST_F(AnyTest, TextAndPrintedForms) {
-  QEN_TList list;
-  list.AddAtTail(QEN_TAny(1u));
-  // Each kind's own form is pinned by the golden files; these are the edges.
-  const std::pair<QEN_TAny, const char*> texts[] = {
-      {QEN_TAny(false), "false"},
-      {QEN_TAny(5u), "5"},
-      {QEN_TAny(2.0), "2.0"},
-      {QEN_TAny(1e300), "1e+300"},
-      {QEN_TAny(-std::numeric_limits<double>::infinity()), "-inf"},
-      {QEN_TAny("a \"b\""), "\"a \\\"b\\\"\""},
-      {QEN_TAny(list), "QEN_TList { 1 }"}};
-  for (const auto& entry : texts) EXPECT_EQ(Text(entry.first), entry.second);
-
-  const std::pair<QEN_TAny, const char*> printed[] = {
-      {QEN_TAny(), "<nothing>"},
-      {QEN_TAny(static_cast<unsigned char>(65)), "65"},
-      {QEN_TAny(-12ll), "-12"},
-      {QEN_TAny(2.0), "2"},
-      {QEN_TAny(0.25), "0.25"},
-      {QEN_TAny(true), "true"},
-      {QEN_TAny("plain text"), "plain text"}};
-  for (const auto& entry : printed) EXPECT_EQ(Printed(entry.first), entry.second);
-}
-
 TEST_F(AnyTest, TextIsForgivingWhereItCostsNothingAndRefusesWhatDoesNotFit) {
   EXPECT_TRUE(FromText("  # a comment\n 42") == QEN_TAny(42u));
   EXPECT_TRUE(FromText("-7") == QEN_TAny(-7)) << "an unsuffixed negative is a signed 32";
   EXPECT_TRUE(FromText("7u32") == QEN_TAny(7u));
   EXPECT_TRUE(FromText(".5") == QEN_TAny(0.5));
+  EXPECT_TRUE(FromText(Text(QEN_TAny(2.0))) == QEN_TAny(2.0)) << "a whole double stays a double";
+  EXPECT_TRUE(std::isnan(FromText("nan").AsDouble()));
   EXPECT_TRUE(FromText("-9223372036854775808i64") ==
               QEN_TAny(std::numeric_limits<long long>::min()));
   for (const char* bad : {"",

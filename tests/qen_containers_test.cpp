@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <memory>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -100,12 +99,6 @@ T ReadText(const std::string& text) {
   T object;
   reader.in >> object;
   return object;
-}
-
-std::string Printed(const QEN_IPrintable& object) {
-  std::ostringstream out;
-  object.PrintOn(out);
-  return out.str();
 }
 
 std::string KeyText(const QEN_IPackable& key) {
@@ -578,24 +571,6 @@ TEST_F(ContainersTest, BinaryReadingRefusesDuplicateKeys) {
 // ---------------------------------------------------------------------------
 // Text forms
 
-// The golden files pin the general forms; these are the short and empty ones.
-TEST_F(ContainersTest, TextFormsAreWrittenForPeople) {
-  QEN_TDict one;
-  one["k"] = 1u;
-  EXPECT_EQ(Framed(one), "QEN_TDict { \"k\" = 1; }");
-  EXPECT_EQ(Framed(QEN_TList()), "QEN_TList {  }");
-  QEN_TArray array(2);
-  array[0] = "x";
-  EXPECT_EQ(Framed(array), "QEN_TArray { \"x\", nil }");
-  QEN_TTree tree;
-  tree.Value("top") = 1.5;
-  tree.Value("branch/leaf") = "v";
-  tree.Value("branch/empty") = QEN_TAny(QEN_TTree());
-  EXPECT_EQ(Framed(tree),
-            "QEN_TTree {\n  \"top\" = 1.5;\n  \"branch\" {\n    \"leaf\" = \"v\";\n"
-            "    \"empty\" {}\n  }\n}");
-}
-
 TEST_F(ContainersTest, TextFormsReadBack) {
   QEN_TDict dict = SampleDict();
   QEN_TTree tree;
@@ -670,18 +645,6 @@ TEST_F(ContainersTest, TextThatDoesNotFitNamesWhere) {
   for (int i = 0; i < 10000; ++i) trees += "\"a\" { ", lists += "QEN_TList { ";
   EXPECT_THROW(ExtractText(trees), QEN_ESyntaxError) << "nesting is bounded";
   EXPECT_THROW(ExtractText(lists), QEN_ESyntaxError) << "nesting is bounded";
-}
-
-TEST_F(ContainersTest, PrintsNestedContainersIndented) {
-  QEN_TDict dict;
-  dict["n"] = 1u;
-  dict["list"] = ListOf({2});
-  EXPECT_EQ(Printed(dict), "{\n  n = 1\n  list = [\n    2\n  ]\n}");
-  EXPECT_EQ(Printed(QEN_TList()), "[]");
-  QEN_TTree tree;
-  tree.Value("a/b") = "x";
-  EXPECT_EQ(Printed(tree), "{\n  a = {\n    b = x\n  }\n}");
-  EXPECT_STREQ(QEN_IPrintable::Prefix(), "") << "the depth is given back";
 }
 
 }  // namespace

@@ -108,7 +108,10 @@ const std::vector<Golden>& Goldens() {
        true},
       {"url", [] { return new QEN_TURL(QEN_TString("file:///data/some%20folder/image.tif")); },
        true},
+      {"url_empty", [] { return new QEN_TURL(); }, true},
       {"data_block", [] { return new QEN_TDataBlock("\x00\x01\x7F\xFF", 4); }, true},
+      {"time", [] { return new QEN_TTime(-1500000); }, true},
+      {"interval", [] { return new QEN_TInterval(-1500); }, true},
       {"exception",
        [] {
          QEN_EStreamException* e =

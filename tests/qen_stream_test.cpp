@@ -307,45 +307,10 @@ TEST_F(FileTest, FailuresNameThePathAndTheSystemsReason) {
 // ---------------------------------------------------------------------------
 // Binary stream
 
-TEST_F(StreamTest, NumbersAreLittleEndianAndFixedWidth) {
-  QEN_TMemoryStream m;
-  QEN_TDataStream out(m);
-  out << static_cast<unsigned char>(0x01) << static_cast<unsigned short>(0x0203) << 0x04050607u
-      << 0x08090A0B0C0D0E0Full << -2 << true << 1.0;
-  const std::string expected(
-      "\xB5\x02"  // the stream's mark: version 2
-      "\x01"
-      "\x03\x02"
-      "\x07\x06\x05\x04"
-      "\x0F\x0E\x0D\x0C\x0B\x0A\x09\x08"
-      "\xFE\xFF\xFF\xFF"
-      "\x01"
-      "\x00\x00\x00\x00\x00\x00\xF0\x3F",
-      2 + 1 + 2 + 4 + 8 + 4 + 1 + 8);
-  EXPECT_EQ(Bytes(m), expected);
-}
-
-TEST_F(StreamTest, EveryWidthRoundTripsItsExtremes) {
+// Fixed widths are pinned by the golden files; here raw bytes, and reading past the end.
+TEST_F(StreamTest, RawBytesAndTheEndOfTheStream) {
   QEN_TMemoryStream m;
   QEN_TDataStream s(m);
-  auto same = [&](auto value) {
-    s << value;
-    decltype(value) back{};
-    s >> back;
-    EXPECT_EQ(std::memcmp(&back, &value, sizeof value), 0) << +value;
-    EXPECT_EQ(m.Available(), 0u);
-  };
-  for (double d :
-       {0.0, -0.0, 0.1, -1e308, std::numeric_limits<double>::denorm_min(),
-        std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()})
-    same(d);
-  same(0xFFFFFFFFu), same(~0ull), same(static_cast<unsigned short>(0xFFFF));
-  same(static_cast<unsigned char>(0xFF)), same(std::numeric_limits<int>::min());
-  same(std::numeric_limits<int>::max()), same(false), same(true);
-  double nan;
-  s << std::numeric_limits<double>::quiet_NaN();
-  s >> nan;
-  EXPECT_TRUE(std::isnan(nan));
   s.PutBytes("\0\1\2", 3);
   char bytes[3];
   s.GetBytes(bytes, 3);
@@ -617,7 +582,8 @@ TEST_F(StreamTest, SkipTreatsCommentsAsWhiteSpace) {
 TEST_F(StreamTest, QuotedTextRoundTrips) {
   for (const std::u16string& sample :
        {std::u16string(), std::u16string(u"lines\n\r\ttabs"),
-        std::u16string(u"lone \xD800 high and \xDC00 low"), std::u16string(u"# not a comment")}) {
+        std::u16string(u"lone \xD800 high and \xDC00 low"), std::u16string(u"# not a comment"),
+        std::u16string(u"\0\x01\x1B \"q\" back\\slash", 18)}) {
     std::string text = Text([&](auto& o) { o.WriteQuoted(QEN_TString(sample)); });
     Reader r(text + " \"second\"");
     QEN_TString back, second;

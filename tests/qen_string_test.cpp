@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cwchar>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,15 +20,6 @@ std::vector<unsigned char> Packed(const QEN_TString& s) { return test_support::P
 QEN_TString Unpacked(const std::vector<unsigned char>& bytes) {
   QEN_TString s("not yet read");
   test_support::UnpackContent(bytes, s);
-  return s;
-}
-
-std::string WrittenText(const QEN_TString& s) { return test_support::Write(s); }
-
-QEN_TString ReadText(const std::string& written) {
-  test_support::TextReader reader(written);
-  QEN_TString s("not yet read");
-  reader.in >> s;
   return s;
 }
 
@@ -270,26 +260,6 @@ TEST(StringStoredForms, TruncatedBinaryThrows) {
   EXPECT_THROW(Unpacked({0x80, 0x80, 0x80, 0x80, 0x80, 0x01}), QEN_EStreamException);
   EXPECT_THROW(UnpackedFirstVersion({0xFF, 0xFF, 0xFF, 0xFF, 'a', 0}), QEN_EStreamException);
   EXPECT_THROW(UnpackedFirstVersion({5, 0}), QEN_EStreamException);
-}
-
-TEST(StringStoredForms, TextFormQuotesAndReadsBack) {
-  EXPECT_EQ(WrittenText(QEN_TString("say \"hi\"\\\n")), "\"say \\\"hi\\\"\\\\\\n\"");
-  EXPECT_EQ(WrittenText(QEN_TString("\x01\x7F\t\r")), "\"\\u0001\\u007F\\t\\r\"");
-  EXPECT_EQ(WrittenText(QEN_TString("\xC3\xA9")), "\"\xC3\xA9\"");
-
-  std::u16string units = u"tab\there \"q\" back\\slash \u00E9\u20AC\U0001F600 ";
-  units.push_back(0);
-  units.push_back(0xDFFF);  // lone surrogate
-  units.push_back(0x1B);
-  QEN_TString original{std::u16string(units)};
-  EXPECT_EQ(ReadText(WrittenText(original)).Chars(), units);
-  EXPECT_EQ(ReadText("   \"\"").Chars(), u"");
-  EXPECT_THROW(ReadText("\"open"), QEN_ESyntaxError);
-  EXPECT_THROW(ReadText("bare"), QEN_ESyntaxError);
-
-  std::ostringstream out;
-  QEN_TString("x \xC3\xA9").PrintOn(out);
-  EXPECT_EQ(out.str(), "x \xC3\xA9");
 }
 
 }  // namespace

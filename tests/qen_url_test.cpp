@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <memory>
 #include <random>
-#include <sstream>
 #include <string>
 
 #include "qen/qen_containers.h"
@@ -347,31 +346,6 @@ TEST(UrlSevenParts, BuildsFromPartsAndKeepsThePlace) {
     QEN_TURL twice("file", original.Host(), original.PathString(), "", 0, "", "");
     EXPECT_EQ(twice, original) << source;
   }
-}
-
-TEST(UrlStoredForms, BinaryAndTextRoundTrip) {
-  ASSERT_TRUE(__QEN_INITIALIZATION_FUNCTION_qentypes__());
-  QEN_TURL url(QEN_TString("embed://h/a%20b.pdf?embed.length=1000l&password=%22q%22#f"));
-
-  std::unique_ptr<QEN_IInterface> extracted = test_support::Extract(test_support::Pack(url));
-  ASSERT_NE(extracted, nullptr);
-  const auto* copy = static_cast<const QEN_TURL*>(extracted->DynamicCast("QEN_TURL"));
-  ASSERT_NE(copy, nullptr);
-  EXPECT_EQ(*copy, url);
-
-  const std::string written = test_support::Written(
-      [&](QEN_THumanReadableStream& text) { text << url << " " << QEN_TURL() << cr; });
-  EXPECT_EQ(written.substr(0, written.find(' ')),
-            "\"embed://h/a%20b.pdf?embed.length=1000l&password=%22q%22#f\"");
-  test_support::TextReader reader(written);
-  QEN_TURL first, second(QEN_TString("http://not/empty"));
-  reader.in >> first >> second;
-  EXPECT_EQ(first, url);
-  EXPECT_TRUE(second.Empty());
-
-  std::ostringstream printed;
-  url.PrintOn(printed);
-  EXPECT_EQ(printed.str(), Text(url));
 }
 
 }  // namespace
