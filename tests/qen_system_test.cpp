@@ -41,7 +41,6 @@ std::string MessageOf(const QEN_EException& e) { return e.QEN_Message().c_str();
 // ---------------------------------------------------------------------------
 // Stored forms, through the real streams.
 
-
 template <class T>
 T PackedRoundTrip(const T& object) {
   test_support::DataReader reader(test_support::Pack(object));
