@@ -286,10 +286,18 @@ bool WriteStore(Handle folder, const char* name, Handle lock, const void* data, 
   std::string fresh;
   int fd = -1;
   // A name of this process and this call, created exclusively: no file of
-  // anybody else is opened, whatever stands in the folder.
+  // anybody else is opened, whatever stands in the folder. The name is noted
+  // in the lock file before the file is made, for the next writer to clear
+  // away should this one die at any point before the rename. Not flushed:
+  // after a crash of the machine a leftover may stay, harmless.
   for (int attempt = 0; fd < 0 && attempt < 16; ++attempt) {
     fresh = std::string(name) + kNewInfix + std::to_string(::getpid()) + "-" +
             std::to_string(sCounter.fetch_add(1, std::memory_order_relaxed));
+    if (lock != kInvalidHandle) {
+      const std::string note = fresh + "\n";
+      const ssize_t noted = ::pwrite(Descriptor(lock), note.data(), note.size(), 0);
+      (void)noted;
+    }
     do {
       fd = ::openat(dir, fresh.c_str(),
                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, 0666);
@@ -299,13 +307,6 @@ bool WriteStore(Handle folder, const char* name, Handle lock, const void* data, 
   if (fd < 0) {
     error = errno;
     return false;
-  }
-  // Noted for the next writer, should this one die before the rename. Not
-  // flushed: after a crash of the machine a leftover may stay, harmless.
-  const std::string note = fresh + "\n";
-  if (lock != kInvalidHandle) {
-    const ssize_t noted = ::pwrite(Descriptor(lock), note.data(), note.size(), 0);
-    (void)noted;
   }
   bool ok = WriteAll(fd, static_cast<const unsigned char*>(data), size, error);
   // The bytes reach the disk before the name does, so that not even a crash
