@@ -23,12 +23,11 @@
 #include <string>
 #include <vector>
 
+#include "bench_samples.h"
+
 namespace {
 
-bool Started() {
-  static const bool started = __QEN_INITIALIZATION_FUNCTION_VYRAX__();
-  return started;
-}
+using bench::Started;
 
 // The test files, made on first use and removed at exit.
 class Files {

@@ -9,12 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "bench_samples.h"
+
 namespace {
 
-bool Started() {
-  static const bool started = __QEN_INITIALIZATION_FUNCTION_VYRAX__();
-  return started;
-}
+using bench::Started;
 
 void BM_TagPackExtract(benchmark::State& state) {
   Started();

@@ -36,6 +36,24 @@ inline void RegisterFuzzClasses() {
   QEN_EIndexOutOfRange::QEN_ClassObject();
 }
 
+// The bare binary and text forms of a value, as the fuzz targets compare them.
+template <class T>
+std::string Packed(const T& value) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream out(memory);
+  value.QEN_Pack(out);
+  out.Flush();
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
+template <class T>
+std::string Written(const T& value) {
+  QEN_TMemoryStream memory;
+  QEN_THumanReadableStream out(memory);
+  value.WriteTo(out);
+  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
+}
+
 // Reads a T from arbitrary bytes in one of four ways, chosen by the first
 // byte: into a T from the binary form, into a T from the text form, or by
 // Extract from either; what was read goes to `check`. The stream's failure

@@ -22,21 +22,6 @@
 
 namespace {
 
-std::string Packed(const VYR_TImageProxy& proxy) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream out(memory);
-  proxy.QEN_Pack(out);
-  out.Flush();
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
-
-std::string Written(const VYR_TImageProxy& proxy) {
-  QEN_TMemoryStream memory;
-  QEN_THumanReadableStream out(memory);
-  proxy.WriteTo(out);
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
-
 // What a caller asks of a proxy read from a store: none of it may fail.
 void Ask(VYR_TImageProxy& proxy) {
   const unsigned entries = proxy.Entries();

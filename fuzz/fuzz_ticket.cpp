@@ -20,21 +20,6 @@
 
 namespace {
 
-std::string Packed(const VYR_TImageTicket& ticket) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream out(memory);
-  ticket.QEN_Pack(out);
-  out.Flush();
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
-
-std::string Written(const VYR_TImageTicket& ticket) {
-  QEN_TMemoryStream memory;
-  QEN_THumanReadableStream out(memory);
-  ticket.WriteTo(out);
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
-
 // Written by us, so it must read back, and then write the same again.
 void CheckBinary(const VYR_TImageTicket& ticket) {
   std::string first = Packed(ticket);
