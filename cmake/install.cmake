@@ -20,8 +20,8 @@ install(TARGETS vyr_sample_tiff vyr_sample_png LIBRARY DESTINATION ${VYRAX_PLUGI
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/qen/include/qen DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/ordonotes/include/ordonotes DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-# Only the public headers of the library: those at the top of vyrax/.
-file(GLOB VYRAX_PUBLIC_HEADERS ${PROJECT_SOURCE_DIR}/vyrax/*.h)
+# Only the public headers of the library: all of vyrax/include/vyrax.
+file(GLOB VYRAX_PUBLIC_HEADERS ${PROJECT_SOURCE_DIR}/vyrax/include/vyrax/*.h)
 install(FILES ${VYRAX_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vyrax)
 
 set(VYRAX_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/vyrax)

@@ -14,7 +14,7 @@
 #include <memory>
 #include <string>
 
-#include "vyr_cfs_file.h"
+#include "config/vyr_cfs_file.h"
 
 namespace {
 

@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "vyr_platform.h"
+#include "platform/vyr_platform.h"
 
 namespace buffertest {
 

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <mutex>
 
-#include "vyr_platform.h"
+#include "platform/vyr_platform.h"
 
 namespace {
 

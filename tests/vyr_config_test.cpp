@@ -22,7 +22,7 @@
 
 #include "../modules/samples/sample_plugins.h"
 #include "stream_test_support.h"
-#include "vyr_platform.h"
+#include "platform/vyr_platform.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 #include "stream_test_support.h"
 
 #define VYR_SOURCE_NAME "Private/Source/vyr_typedefs"
-#include "vyr_throw.h"
+#include "core/vyr_throw.h"
 
 namespace {
 
@@ -91,7 +91,7 @@ Catches CatchAll(const std::function<void()>& raise) {
 
 // The family as its header declares it: class and parent, one line each.
 std::vector<std::pair<std::string, std::string>> DeclaredFamily() {
-  std::ifstream header(VYRAX_SOURCE_DIR "/vyrax/vyr_exceptions.h");
+  std::ifstream header(VYRAX_SOURCE_DIR "/vyrax/include/vyrax/vyr_exceptions.h");
   std::vector<std::pair<std::string, std::string>> family;
   char name[128], parent[128];
   for (std::string line; std::getline(header, line);)

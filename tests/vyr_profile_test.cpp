@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "vyr_trace.h"
+#include "core/vyr_trace.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "metadata_test_support.h"
-#include "vyr_platform.h"
+#include "platform/vyr_platform.h"
 
 namespace {
 

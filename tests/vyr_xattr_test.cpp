@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "metadata_test_support.h"
-#include "vyr_ea_records.h"
+#include "platform/vyr_ea_records.h"
 
 namespace {
 

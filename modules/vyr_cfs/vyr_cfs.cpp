@@ -13,7 +13,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "vyr_cfs_file.h"
+#include "config/vyr_cfs_file.h"
 #include "vyrax/vyr_cfswrap.h"
 #include "vyrax/vyr_dynamic_loader.h"
 

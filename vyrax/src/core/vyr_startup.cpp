@@ -1,0 +1,145 @@
+// The start-up unit: the library's one start-up call and the order in which
+// its classes are initialised.
+#include "vyrax/vyr_startup.h"
+
+#include <dlfcn.h>
+#include <qen/qen_object.h>
+
+#include "buffers/vyr_buffer-priv.h"
+#include "metadata/vyr_sidecar_metadata.h"
+#include "core/vyr_version_stamp.h"
+#include "vyrax/vyr_cfswrap.h"
+#include "vyrax/vyr_dynamic_loader.h"
+#include "vyrax/vyr_exceptions.h"
+#include "vyrax/vyr_image_proxy.h"
+#include "vyrax/vyr_image_ticket.h"
+#include "vyrax/vyr_ink.h"
+#include "vyrax/vyr_metadata.h"
+#include "vyrax/vyr_typedefs.h"
+
+VYR_VERSION_STAMP()
+
+namespace {
+
+typedef const QEN_TClass* (*ClassObjectFunction)();
+
+// Every class of the library, in the order of initialisation. Asking a class
+// for its class object registers it, so that streams can rebuild it by name.
+const ClassObjectFunction kClassInitialisationList[] = {
+    &VYR_EVYRAX::QEN_ClassObject,
+    &VYR_EUnsupportedProtocol::QEN_ClassObject,
+    &VYR_EEmbedRegionTooLarge::QEN_ClassObject,
+    &VYR_ENotEmbeddedFile::QEN_ClassObject,
+    &VYR_ESystemError::QEN_ClassObject,
+    &VYR_EWrongInkPreviewType::QEN_ClassObject,
+    &VYR_EIllegalRGBInkPreviewValues::QEN_ClassObject,
+    &VYR_EIllegalCMYKInkPreviewValues::QEN_ClassObject,
+    &VYR_EUnicodePSStringNotSupported::QEN_ClassObject,
+    &VYR_EWrongInkName::QEN_ClassObject,
+    &VYR_TTag::QEN_ClassObject,
+    &VYR_TReference::QEN_ClassObject,
+    &VYR_TKnot::QEN_ClassObject,
+    &VYR_TInk::QEN_ClassObject,
+    &VYR_EAssertFailed::QEN_ClassObject,
+    &VYR_EBuffer::QEN_ClassObject,
+    &VYR_EBufferNotEnoughMemory::QEN_ClassObject,
+    &VYR_EBufferSliceTooLarge::QEN_ClassObject,
+    &VYR_EBufferSliceStartsAfterEnd::QEN_ClassObject,
+    &VYR_EBufferRegionTooLarge::QEN_ClassObject,
+    &VYR_EBufferCannotLink::QEN_ClassObject,
+    &VYR_EBufferCannotOpenFile::QEN_ClassObject,
+    &VYR_EBufferCannotReadFile::QEN_ClassObject,
+    &VYR_EBufferCannotCreateMapping::QEN_ClassObject,
+    &VYR_EBufferCannotMapFile::QEN_ClassObject,
+    &VYR_EBufferCannotDetermineFileSize::QEN_ClassObject,
+    &VYR_EBufferEmptyFile::QEN_ClassObject,
+    &VYR_EBufferEmptyBuffer::QEN_ClassObject,
+    &VYR_EBufferUnknownProtocol::QEN_ClassObject,
+    &VYR_EBufferDestinationTooSmall::QEN_ClassObject,
+    &VYR_EBufferNotEmbeddedFile::QEN_ClassObject,
+    &VYR_EBufferInternal::QEN_ClassObject,
+    &VYR_IBuffer::QEN_ClassObject,
+    &VYR_TBuffer::QEN_ClassObject,
+    &VYR_EMetadataException::QEN_ClassObject,
+    &VYR_EMetadataNotImplemented::QEN_ClassObject,
+    &VYR_EMetadataInterfaceCalled::QEN_ClassObject,
+    &VYR_EMetadataFileDoesNotExist::QEN_ClassObject,
+    &VYR_EMetadataCouldNotRead::QEN_ClassObject,
+    &VYR_EMetadataCouldNotWrite::QEN_ClassObject,
+    &VYR_EMetadataKeyDoesNotExist::QEN_ClassObject,
+    &VYR_EMetadataInternal::QEN_ClassObject,
+    &VYR_IRelocatable::QEN_ClassObject,
+    &VYR_IMetadata::QEN_ClassObject,
+    &VYR_TMetadata::QEN_ClassObject,
+    &VYR_EImageTicket::QEN_ClassObject,
+    &VYR_EImageTicketNoExtendedInfo::QEN_ClassObject,
+    &VYR_EImageTicketKeyNotFound::QEN_ClassObject,
+    &VYR_EImageTicketCannotCheckValidity::QEN_ClassObject,
+    &VYR_EImageTicketCannotGetDependencies::QEN_ClassObject,
+    &VYR_EImageTicketFileCorrupted::QEN_ClassObject,
+    &VYR_EImageMemoryAllocationError::QEN_ClassObject,
+    &VYR_EImageTicketCannotCreateTicket::QEN_ClassObject,
+    &VYR_EImageTicketUnkownFileFormat::QEN_ClassObject,
+    &VYR_EImageTicketUnsupprotedFileFormat::QEN_ClassObject,
+    &VYR_EImageTicketInternalError::QEN_ClassObject,
+    &VYR_EImageTicketNoExternalRefs::QEN_ClassObject,
+    &VYR_TImageTicket::QEN_ClassObject,
+    &VYR_EImageProxy::QEN_ClassObject,
+    &VYR_EImageProxyEmpty::QEN_ClassObject,
+    &VYR_EImageProxyNotImplemented::QEN_ClassObject,
+    &VYR_EImageProxyInternal::QEN_ClassObject,
+    &VYR_TImageProxy::QEN_ClassObject,
+    &VYR_EDynamicLoader::QEN_ClassObject,
+    &VYR_EDynamicLoaderInternal::QEN_ClassObject,
+    &VYR_EDynamicLoaderAlreadyLoaded::QEN_ClassObject,
+    &VYR_EDynamicLoaderNoSuchProvider::QEN_ClassObject,
+    &VYR_EDynamicLoaderNoSuchPlugin::QEN_ClassObject,
+    &VYR_EDynamicLoaderNoSuchCreator::QEN_ClassObject,
+    &VYR_EDynamicLoaderDoubleInstance::QEN_ClassObject,
+    &VYR_EDynamicLoaderDoubleProvider::QEN_ClassObject,
+    &VYR_EDynamicLoaderDoubleCreator::QEN_ClassObject,
+    &VYR_TDynamicLoader::QEN_ClassObject,
+    &VYR_ICfs::QEN_ClassObject,
+    &VYR_TFileMetadata::QEN_ClassObject,
+    &VYR_TBuffPriv::QEN_ClassObject,
+    &VYR_TMemoryBuffer::QEN_ClassObject,
+    &VYR_TMemoryRef::QEN_ClassObject,
+    &VYR_TFileBuffer::QEN_ClassObject,
+    &VYR_TSliceBuffer::QEN_ClassObject,
+    &VYR_TIPIterationInfo::QEN_ClassObject,
+    &VYR_TIPIterator::QEN_ClassObject,
+    &VYR_ECfsWrap::QEN_ClassObject,
+    &VYR_TCfsWrap::QEN_ClassObject,
+};
+
+bool gStarted = false;
+
+// The version registry's own start-up. Without the module there is nothing
+// to start, and the library works without version registration.
+bool StartVersionRegistry() {
+  void* module = vyr::OpenVersionModule();
+  if (module == nullptr) return true;
+  typedef bool (*StartFunction)();
+  StartFunction start =
+      reinterpret_cast<StartFunction>(dlsym(module, "__QEN_INITIALIZATION_FUNCTION_VYR_VER__"));
+  bool started = start == nullptr || start();
+  dlclose(module);
+  return started;
+}
+
+}  // namespace
+
+extern "C" bool __QEN_INITIALIZATION_FUNCTION_VYRAX__() {
+  if (gStarted) return true;
+  bool ok = __QEN_INITIALIZATION_FUNCTION_qentypes__() && StartVersionRegistry();
+  if (ok) {
+    for (ClassObjectFunction classObject : kClassInitialisationList) {
+      if (!classObject()->Initialize()) {
+        ok = false;
+        break;
+      }
+    }
+  }
+  gStarted = ok;
+  return ok;
+}
