@@ -1,10 +1,9 @@
-// The test-only hook library: faults injected into the platform layer. The
-// library looks up vyr_platform_take_fault by name at its first platform
-// call, so these hooks work only in processes that link this library.
+// The test-only hook library: faults injected into the verbs of the system
+// layer (vyr_system.h), which looks vyr_platform_take_fault up by name once.
 #include <atomic>
 #include <mutex>
 
-#include "platform/vyr_platform.h"
+#include "vyr_system.h"
 
 namespace {
 

@@ -1,13 +1,12 @@
 // The extended-attribute backend on real files: values cross-checked with
 // getfattr and setfattr, the limits of names and values against what the
 // file systems here keep (ext4 about 4 KiB per file, tmpfs much more), a
-// file system without user attributes, and the walk over a block of records
-// that does not fit.
+// file system without user attributes, and failures of the system.
 #include <algorithm>
 #include <cstdlib>
 
 #include "metadata_test_support.h"
-#include "platform/vyr_ea_records.h"
+#include "vyr_system.h"
 
 namespace {
 
@@ -146,7 +145,7 @@ TEST_F(XattrTest, NamesAndValuesBeyondTheLimitsAreFalseResults) {
   // result with a trace, never an exception.
   Lines lines(0x4);
   EXPECT_FALSE(Store(metadata, "BIG", std::string(8000, 'b')));
-  EXPECT_EQ(1u, lines.Count("VYR_WriteEARaw: NtSetEaFile(\"BIG\""));
+  EXPECT_EQ(1u, lines.Count("VYR_TEA: the write of \"BIG\""));
   EXPECT_EQ(1u, lines.Count("Cannot write metadata: "));
   EXPECT_TRUE(metadata.HasAnyKey());
 }
@@ -161,7 +160,7 @@ TEST_F(XattrTest, TheLargestValueGoesToTheFileSystemAndOneByteMoreDoesNot) {
   const std::string largest(65024, 'L');
   ASSERT_TRUE(Store(metadata, "LARGEST", largest));
   EXPECT_EQ(largest, ValueOf(metadata, "LARGEST"));
-  EXPECT_EQ(1u, lines.Count("NtSetEaFile(\"LARGEST\""));
+  EXPECT_EQ(1u, lines.Count("the write of \"LARGEST\""));
   EXPECT_FALSE(Store(metadata, "TOOLARGE", std::string(65025, 'T')));
   EXPECT_TRUE(lines.With("TOOLARGE").empty());
 
@@ -194,6 +193,25 @@ TEST_F(XattrTest, AFileSystemWithoutUserAttributesReadsEmptyAndClosesOnWrite) {
   EXPECT_FALSE(metadata->RemoveKey("KEY"));
 }
 
+TEST_F(XattrTest, FailuresOfTheSystemAreFalseResultsOrAbsentKeys) {
+  VYR_TMetadata metadata(UrlOf(mData));
+  ASSERT_TRUE(Store(metadata, "KEPT", "value"));
+  Lines lines(0x4);
+  VYR_PlatformInjectFault(VYR_PlatformSetAttribute, EIO, 1);
+  EXPECT_FALSE(Store(metadata, "OTHER", "x"));
+  VYR_PlatformInjectFault(VYR_PlatformRemoveAttribute, EIO, 1);
+  EXPECT_FALSE(metadata.RemoveKey("KEPT"));
+  EXPECT_EQ(2u, lines.Count("Cannot write metadata: "));
+  // A list that can't be read is no key; a value that can't be read is absent.
+  VYR_PlatformInjectFault(VYR_PlatformListAttributes, EIO, 2);
+  EXPECT_FALSE(metadata.HasAnyKey());
+  EXPECT_TRUE(Keys(metadata.GetAllKeys()).empty());
+  VYR_PlatformInjectFault(VYR_PlatformGetAttribute, EIO, 1);
+  EXPECT_EQ("<none>", ValueOf(metadata, "KEPT"));
+  EXPECT_EQ("value", ValueOf(metadata, "KEPT"));
+  VYR_PlatformClearFaults();
+}
+
 TEST_F(XattrTest, TimestampsNeedAStoredStampFirstOnThisBackend) {
   VYR_TMetadata metadata(UrlOf(mData));
   // Without stamps the look-up of "TIMESTAMP" throws, as any absent key.
@@ -206,60 +224,6 @@ TEST_F(XattrTest, TimestampsNeedAStoredStampFirstOnThisBackend) {
   EXPECT_TRUE(metadata.SetTimestamp("A"));
   EXPECT_EQ(VYR_KeyEqual, metadata.VerifyTimestamp("A"));
   EXPECT_EQ(VYR_KeyUnknown, metadata.VerifyTimestamp("B"));
-}
-
-// --- The walk over a block of records ----------------------------------------------
-
-std::vector<unsigned char> Block(const std::vector<std::pair<std::string, std::string>>& records) {
-  std::vector<unsigned char> block;
-  for (size_t i = 0; i < records.size(); ++i) {
-    const auto& record = records[i];
-    const size_t size = vyr::ea::RecordSize(record.first.size(), record.second.size());
-    const size_t at = block.size();
-    block.resize(at + size);
-    vyr::ea::WriteRecord(block.data() + at,
-                         i + 1 < records.size() ? static_cast<unsigned>(size) : 0,
-                         record.first.data(), static_cast<unsigned>(record.first.size()),
-                         record.second.data(), static_cast<unsigned>(record.second.size()));
-  }
-  return block;
-}
-
-std::vector<std::string> Walk(const std::vector<unsigned char>& block, unsigned size) {
-  std::vector<std::string> names;
-  for (const unsigned char* record = vyr::ea::FirstRecord(block.data(), size); record != nullptr;
-       record = vyr::ea::NextRecord(block.data(), size, record))
-    names.push_back(vyr::ea::Name(record));
-  return names;
-}
-
-TEST(AttributeRecords, TheWalkStopsAtEveryRecordThatLeavesTheBlock) {
-  std::vector<unsigned char> block = Block({{"ONE", "1"}, {"TWO", "22"}, {"THREE", "333"}});
-  const unsigned size = static_cast<unsigned>(block.size());
-  EXPECT_EQ((std::vector<std::string>{"ONE", "TWO", "THREE"}), Walk(block, size));
-  // The published layout, little-endian, padded to 4 bytes.
-  EXPECT_EQ(16u, vyr::ea::NextEntryOffset(block.data()));
-  EXPECT_EQ(3u, vyr::ea::NameLength(block.data()));
-  EXPECT_EQ(1u, vyr::ea::ValueLength(block.data()));
-  EXPECT_EQ('1', *vyr::ea::Value(block.data()));
-
-  // An offset past the block ends the walk.
-  std::vector<unsigned char> far = block;
-  vyr::ea::WriteU32(far.data(), size + 4);
-  EXPECT_EQ((std::vector<std::string>{"ONE"}), Walk(far, size));
-  // So does a record whose value would reach past the end...
-  const unsigned last = 16 + 16;  // the records of ONE and TWO
-  EXPECT_EQ((std::vector<std::string>{"ONE", "TWO"}),
-            Walk(block, last + vyr::ea::kHeaderSize + 6 + 2));
-  EXPECT_EQ((std::vector<std::string>{"ONE", "TWO", "THREE"}),
-            Walk(block, last + vyr::ea::kHeaderSize + 6 + 3));
-  // ...a name without its terminator...
-  std::vector<unsigned char> open = block;
-  open[16 + 8 + 3] = 'X';
-  EXPECT_EQ((std::vector<std::string>{"ONE"}), Walk(open, size));
-  // ...a block too short for one header, and no block at all.
-  EXPECT_TRUE(Walk(block, 7).empty());
-  EXPECT_EQ(nullptr, vyr::ea::FirstRecord(nullptr, 100));
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include <errno.h>
 #include <string.h>
-#include <sys/stat.h>
 
+#include <ctime>
 #include <limits>
 #include <ostream>
 #include <utility>
@@ -11,6 +11,7 @@
 #include "qen/qen_stream.h"
 #include "qen/qen_url.h"
 #include "qen_text_fields.h"
+#include "vyr_system.h"
 
 QEN_DEFINE_VALUE(QEN_TFileInfo, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable)
 
@@ -30,8 +31,8 @@ QEN_TTime TimeOf(const struct timespec& t) {
 QEN_TFileInfo::QEN_TFileInfo() = default;
 
 QEN_TFileInfo::QEN_TFileInfo(const QEN_TURL& url, bool mustExist) : mPath(url.LocalPath()) {
-  struct stat st;
-  if (::stat(mPath.c_str(), &st) != 0) {
+  vyr::sys::FileStatus st;
+  if (!vyr::sys::StatusAt(mPath.c_str(), st)) {
     const int error = errno;
     if (mustExist)
       QEN_THROW(QEN_EFileException,
@@ -40,9 +41,12 @@ QEN_TFileInfo::QEN_TFileInfo(const QEN_TURL& url, bool mustExist) : mPath(url.Lo
     return;
   }
   mExists = true;
-  mSize = static_cast<double>(st.st_size);
-  mModified = TimeOf(st.st_mtim);
-  mSmartID = SmartIDOf(st.st_dev, st.st_ino);
+  mSize = static_cast<double>(st.size);
+  std::timespec modified{};
+  modified.tv_sec = static_cast<std::time_t>(st.modifiedSeconds);
+  modified.tv_nsec = st.modifiedNanoseconds;
+  mModified = TimeOf(modified);
+  mSmartID = SmartIDOf(st.device, st.inode);
 }
 
 QEN_TFileInfo::QEN_TFileInfo(const QEN_TFileInfo& other) = default;

@@ -3,10 +3,6 @@
 // The binary stream reads and writes a few bytes at a time, so small
 // transfers go through a block of our own; one system call per number would
 // make packing to a file slow. Large transfers bypass the block.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +10,7 @@
 
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
+#include "vyr_system.h"
 
 const unsigned char QEN_TFile::ReadOnly = 0;
 const unsigned char QEN_TFile::WriteOnly = 1;
@@ -26,13 +23,13 @@ constexpr unsigned kBlockSize = 64 * 1024;
 }  // namespace
 
 QEN_TFile::QEN_TFile(const QEN_TString& path, unsigned char mode) : mPath(path) {
-  int flags = O_RDONLY;
+  unsigned flags = vyr::sys::kRead;
   if (mode == ReadOnly)
-    flags = O_RDONLY;
+    flags = vyr::sys::kRead;
   else if (mode == WriteOnly)
-    flags = O_WRONLY | O_CREAT | O_TRUNC;
+    flags = vyr::sys::kWrite | vyr::sys::kCreate | vyr::sys::kTruncate;
   else if (mode == ReadWrite)
-    flags = O_RDWR | O_CREAT;
+    flags = vyr::sys::kReadWrite | vyr::sys::kCreate;
   else
     QEN_THROW(QEN_EFileException,
               QEN_TString::Format("cannot open \"%s\": unknown mode %u", mPath.c_str(), mode));
@@ -45,30 +42,29 @@ QEN_TFile::QEN_TFile(const QEN_TString& path, unsigned char mode) : mPath(path) 
   // Without waiting: opening a FIFO would block until somebody opens its
   // other end. What is opened must be a file or a device; the flag goes
   // again once that is known.
-  do {
-    mFd = ::open(mPath.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666);
-  } while (mFd < 0 && errno == EINTR);
+  mFd = vyr::sys::Open(mPath.c_str(), flags | vyr::sys::kNonBlocking);
   if (mFd < 0) Fail("cannot open");
 
-  struct stat info;
-  if (::fstat(mFd, &info) != 0) {
+  vyr::sys::FileStatus info;
+  if (!vyr::sys::StatusOf(mFd, info)) {
     int error = errno;
-    ::close(mFd);
+    vyr::sys::Close(mFd);
     mFd = -1;
     errno = error;
     Fail("cannot get the size of");
   }
-  if (S_ISDIR(info.st_mode) || S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode)) {
-    ::close(mFd);
+  using vyr::sys::Kind;
+  if (info.kind == Kind::kFolder || info.kind == Kind::kFifo || info.kind == Kind::kSocket) {
+    vyr::sys::Close(mFd);
     mFd = -1;
-    errno = S_ISDIR(info.st_mode) ? EISDIR : ESPIPE;
+    errno = info.kind == Kind::kFolder ? EISDIR : ESPIPE;
     Fail("cannot open");
   }
-  ::fcntl(mFd, F_SETFL, ::fcntl(mFd, F_GETFL) & ~O_NONBLOCK);
-  mSize = static_cast<unsigned long long>(info.st_size);
+  vyr::sys::SetBlocking(mFd);
+  mSize = info.size;
   mBuffer = new (std::nothrow) unsigned char[kBlockSize];
   if (mBuffer == nullptr) {
-    ::close(mFd);
+    vyr::sys::Close(mFd);
     mFd = -1;
     errno = ENOMEM;
     Fail("cannot open");
@@ -82,7 +78,7 @@ QEN_TFile::~QEN_TFile() {
       WritePending();
     } catch (...) {
     }
-    ::close(mFd);
+    vyr::sys::Close(mFd);
   }
   delete[] mBuffer;
 }
@@ -110,11 +106,8 @@ unsigned QEN_TFile::Read(void* data, unsigned size) {
     bool direct = size - done >= kBlockSize;
     unsigned char* target = direct ? out + done : mBuffer;
     unsigned want = direct ? size - done : kBlockSize;
-    ssize_t got = ::read(mFd, target, want);
-    if (got < 0) {
-      if (errno == EINTR) continue;
-      Fail("cannot read");
-    }
+    const long long got = vyr::sys::Read(mFd, target, want);
+    if (got < 0) Fail("cannot read");
     if (got == 0) break;
     if (direct) {
       done += static_cast<unsigned>(got);
@@ -145,15 +138,8 @@ void QEN_TFile::Write(const void* data, unsigned size) {
       std::memcpy(mBuffer, in, size);
       mBufferEnd = size;
     } else {
-      unsigned done = 0;
-      while (done < size) {
-        ssize_t put = ::write(mFd, in + done, size - done);
-        if (put < 0) {
-          if (errno == EINTR) continue;
-          Fail("cannot write");
-        }
-        done += static_cast<unsigned>(put);
-      }
+      std::size_t done = 0;
+      if (!vyr::sys::Write(mFd, in, size, done)) Fail("cannot write");
     }
   }
   mPosition += size;
@@ -167,27 +153,18 @@ unsigned long long QEN_TFile::Available() const {
 bool QEN_TFile::Flush() {
   WritePending();
   // Durable before a caller renames it into place.
-  int result;
-  do {
-    result = ::fsync(mFd);
-  } while (result != 0 && errno == EINTR);
-  if (result != 0 && errno != EINVAL && errno != EBADF) Fail("cannot flush");
+  if (!vyr::sys::Sync(mFd) && errno != EINVAL && errno != EBADF) Fail("cannot flush");
   return true;
 }
 
 void QEN_TFile::WritePending() {
   if (!mWriting) return;
-  unsigned done = 0;
-  while (done < mBufferEnd) {
-    ssize_t put = ::write(mFd, mBuffer + done, mBufferEnd - done);
-    if (put < 0) {
-      if (errno == EINTR) continue;
-      // Keep what wasn't written, so a later Flush can try again.
-      std::memmove(mBuffer, mBuffer + done, mBufferEnd - done);
-      mBufferEnd -= done;
-      Fail("cannot write");
-    }
-    done += static_cast<unsigned>(put);
+  std::size_t done = 0;
+  if (!vyr::sys::Write(mFd, mBuffer, mBufferEnd, done)) {
+    // Keep what wasn't written, so a later Flush can try again.
+    std::memmove(mBuffer, mBuffer + done, mBufferEnd - done);
+    mBufferEnd -= static_cast<unsigned>(done);
+    Fail("cannot write");
   }
   mBufferStart = mBufferEnd = 0;
   mWriting = false;
@@ -197,8 +174,8 @@ void QEN_TFile::DropReadAhead() {
   // The descriptor stands behind the read-ahead; move it back to where the
   // caller is before writing there.
   if (mBufferStart < mBufferEnd) {
-    off_t back = static_cast<off_t>(mBufferEnd - mBufferStart);
-    if (::lseek(mFd, -back, SEEK_CUR) < 0) Fail("cannot seek in");
+    const long long back = static_cast<long long>(mBufferEnd - mBufferStart);
+    if (!vyr::sys::SeekBy(mFd, -back)) Fail("cannot seek in");
   }
   mBufferStart = mBufferEnd = 0;
 }

@@ -8,6 +8,7 @@
 
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
+#include "vyr_system.h"
 
 QEN_DEFINE_VALUE(QEN_TTime, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable)
 QEN_DEFINE_VALUE(QEN_TInterval, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable)
@@ -121,8 +122,8 @@ const QEN_TString& TimeCharacters() {
 QEN_TTime::~QEN_TTime() = default;
 
 QEN_TTime QEN_TTime::Now() {
-  timespec now{};
-  ::clock_gettime(CLOCK_REALTIME, &now);
+  std::timespec now{};
+  vyr::sys::Now(now);
   return QEN_TTime(static_cast<long long>(now.tv_sec) * kMicrosPerSecond + now.tv_nsec / 1000);
 }
 

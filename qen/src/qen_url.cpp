@@ -12,6 +12,7 @@
 
 #include "qen/qen_containers.h"
 #include "qen/qen_stream.h"
+#include "vyr_system.h"
 
 QEN_DEFINE_VALUE(QEN_TURL, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable)
 
@@ -740,10 +741,9 @@ QEN_TURL QEN_TURL::LocalToURL(const QEN_TString& localPath) {
     url.mPath = QEN_TString(path.substr(slash));
   } else if (!path.empty() && path[0] != u'/') {
     // A file URL is absolute; a relative path counts from where we are.
-    char* cwd = ::getcwd(nullptr, 0);
-    if (cwd != nullptr) {
-      QEN_TString base(cwd);
-      std::free(cwd);
+    const std::string cwd = vyr::sys::CurrentFolder();
+    if (!cwd.empty()) {
+      QEN_TString base(cwd.c_str());
       if (base.Empty() || base[base.Length() - 1] != u'/') base += '/';
       url.mPath = base + localPath;
     } else {

@@ -1,6 +1,4 @@
 #include <errno.h>
-#include <sys/statfs.h>
-#include <sys/xattr.h>
 
 #include <ostream>
 #include <utility>
@@ -8,6 +6,7 @@
 #include "qen/qen_file.h"
 #include "qen/qen_stream.h"
 #include "qen_text_fields.h"
+#include "vyr_system.h"
 
 QEN_DEFINE_VALUE(QEN_TVolumeInfo, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable)
 
@@ -51,7 +50,7 @@ const KnownFileSystem kFileSystems[] = {
 // Asking for an attribute that isn't there tells whether the file system
 // takes user attributes at all, without writing anything.
 bool ProbeUserAttributes(const char* path) {
-  if (::getxattr(path, "user.qen.probe", nullptr, 0) >= 0) return true;
+  if (vyr::sys::GetAttributeAt(path, "user.qen.probe", nullptr, 0) >= 0) return true;
   return errno == ENODATA || errno == ERANGE;
 }
 
@@ -60,10 +59,10 @@ bool ProbeUserAttributes(const char* path) {
 QEN_TVolumeInfo::QEN_TVolumeInfo() = default;
 
 QEN_TVolumeInfo::QEN_TVolumeInfo(const QEN_TString& path) : mPath(path) {
-  struct statfs st;
-  if (::statfs(mPath.c_str(), &st) != 0) return;
+  vyr::sys::VolumeStatus st;
+  if (!vyr::sys::VolumeOf(mPath.c_str(), st)) return;
 
-  const unsigned long magic = static_cast<unsigned long>(st.f_type) & 0xFFFFFFFFul;
+  const unsigned long magic = st.magic;
   mType = kFixed;
   mFileSystem = QEN_TString::Format("unknown-%lx", magic);
   for (const KnownFileSystem& known : kFileSystems) {
@@ -74,9 +73,8 @@ QEN_TVolumeInfo::QEN_TVolumeInfo(const QEN_TString& path) : mPath(path) {
     }
   }
   mUserAttributes = ProbeUserAttributes(mPath.c_str());
-  const unsigned long long unit = st.f_frsize != 0 ? st.f_frsize : st.f_bsize;
-  mFree = static_cast<unsigned long long>(st.f_bavail) * unit;
-  mTotal = static_cast<unsigned long long>(st.f_blocks) * unit;
+  mFree = st.freeBytes;
+  mTotal = st.totalBytes;
 }
 
 QEN_TVolumeInfo::QEN_TVolumeInfo(const QEN_TVolumeInfo& other) = default;

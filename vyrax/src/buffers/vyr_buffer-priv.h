@@ -6,8 +6,8 @@
 #include <qen/qen_string.h>
 #include <qen/qen_sync.h>
 
-#include "platform/vyr_platform.h"
 #include "core/vyr_throw.h"
+#include "platform/vyr_platform.h"
 #include "vyrax/vyr_buffer.h"
 
 // The source name of what this header throws itself.
@@ -123,7 +123,7 @@ struct VYR_TMappedFile {
   unsigned int useCount;  // sharing rings using this record
   QEN_TString name;       // as first given, for messages
   std::intptr_t file;
-  std::intptr_t mapping;
+  std::intptr_t mapping;  // the guard's watch of the view, for its damage
   void* view;
   vyr::platform::FileIdentity identity;
   VYR_TMappedFile* next;

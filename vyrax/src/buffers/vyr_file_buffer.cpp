@@ -11,8 +11,8 @@
 #include <memory>
 
 #include "buffers/vyr_buffer-priv.h"
-#include "platform/vyr_platform.h"
 #include "core/vyr_throw.h"
+#include "platform/vyr_platform.h"
 
 QEN_DEFINE_OBJECT(VYR_TFileBuffer, VYR_TBuffPriv, VYR_IBuffer)
 
@@ -61,9 +61,8 @@ VYR_TMappedFile* FindShared(vyr::platform::FileIdentity const& identity, unsigne
   return nullptr;
 }
 
-void Unmap(Handle file, Handle mapping, void* view) {
-  if (view != nullptr) vyr::platform::UnmapView(mapping, view);
-  vyr::platform::CloseMapping(mapping);
+void Unmap(Handle file, Handle mapping, void* view, unsigned long long length) {
+  vyr::platform::UnmapFile(view, static_cast<std::size_t>(length), mapping);
   vyr::platform::CloseFile(file);
 }
 
@@ -147,14 +146,10 @@ VYR_TFileBuffer::VYR_TFileBuffer(Opened& opened, unsigned long long size,
       ++record->useCount;
     } else {
       Handle mapping = kInvalidHandle;
-      if (!vyr::platform::CreateMapping(opened.file, fileSize, mapping, error))
-        VYR_THROW(VYR_EBufferCannotCreateMapping, QEN_TString(),
-                  vyr::SystemError(error, opened.name));
-      void* const view = vyr::platform::MapView(mapping, position, size, error);
-      if (view == nullptr) {
-        vyr::platform::CloseMapping(mapping);
+      void* const view =
+          vyr::platform::MapFile(opened.file, fileSize, position, size, mapping, error);
+      if (view == nullptr)
         VYR_THROW(VYR_EBufferCannotMapFile, QEN_TString(), vyr::SystemError(error));
-      }
       record = new (std::nothrow) VYR_TMappedFile{static_cast<unsigned int>(size),
                                                   static_cast<unsigned int>(position),
                                                   static_cast<unsigned int>(position >> 32),
@@ -166,8 +161,8 @@ VYR_TFileBuffer::VYR_TFileBuffer(Opened& opened, unsigned long long size,
                                                   opened.identity,
                                                   gMappedFiles};
       if (record == nullptr) {
-        vyr::platform::UnmapView(mapping, view);
-        vyr::platform::CloseMapping(mapping);
+        vyr::platform::UnmapFile(
+            view, static_cast<std::size_t>(size != 0 ? size : fileSize - position), mapping);
         VYR_THROW(VYR_EBufferNotEnoughMemory, "VYR_EBufferNotEnoughMemory",
                   vyr::SystemError(ENOMEM));
       }
@@ -215,7 +210,7 @@ VYR_TFileBuffer::~VYR_TFileBuffer() {
   if (record != nullptr && record->useCount > 1) {
     --record->useCount;
   } else {
-    Unmap(mFile, mMapping, mView);
+    Unmap(mFile, mMapping, mView, mViewSize);
     if (record != nullptr) {
       *link = record->next;
       delete record;

@@ -15,9 +15,9 @@ VYR_VERSION_STAMP()
 #include <string>
 
 #include "config/vyr_cfs_file.h"
-#include "platform/vyr_platform.h"
 #include "core/vyr_throw.h"
 #include "core/vyr_trace.h"
+#include "platform/vyr_platform.h"
 #include "vyrax/vyr_cfswrap.h"
 #include "vyrax/vyr_dynamic_loader.h"
 #include "vyrax/vyr_exceptions.h"
@@ -46,7 +46,7 @@ QEN_TRWLock& CfsLock() {
 // An environment variable, read at its first use and kept for the process.
 struct CachedVariable {
   explicit CachedVariable(const char* name) {
-    const char* value = std::getenv(name);
+    const char* value = vyr::sys::Environment(name);
     set = value != nullptr;
     if (set) text = value;
   }

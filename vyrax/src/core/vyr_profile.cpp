@@ -4,9 +4,8 @@
 VYR_VERSION_STAMP()
 
 #include <ordonotes/ordonotes.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
+#include "vyr_system.h"
 #include "vyrax/vyr_profile.h"
 #include "vyrax/vyr_startup.h"
 
@@ -23,20 +22,12 @@ VYR_TSingletonGuard<VYR_TProfile> gProfileGuard(&VYR_TProfile::sProfile);
 // Processor time counts in units of 100 ns.
 constexpr double kUnitsPerSecond = 10000000.0;
 
-unsigned long long Units(const timeval& time) {
-  return static_cast<unsigned long long>(time.tv_sec) * 10000000ull +
-         static_cast<unsigned long long>(time.tv_usec) * 10ull;
-}
-
 // The system ("kernel") and user time of this process so far.
 void ProcessTimes(unsigned long long* kernel, unsigned long long* user) {
-  rusage usage{};
-  if (getrusage(RUSAGE_SELF, &usage) != 0) {
-    *kernel = *user = 0;
-    return;
-  }
-  *kernel = Units(usage.ru_stime);
-  *user = Units(usage.ru_utime);
+  // Microseconds from the system, 10 units each.
+  vyr::sys::ProcessTimes(*kernel, *user);
+  *kernel *= 10;
+  *user *= 10;
 }
 
 double Seconds(unsigned long long now, unsigned long long start) {
@@ -47,7 +38,7 @@ double Seconds(unsigned long long now, unsigned long long start) {
 
 void VYR_DisableProgressMessages(bool) {}
 
-VYR_TProfile::VYR_TProfile() : process(static_cast<int>(getpid())) { Start(); }
+VYR_TProfile::VYR_TProfile() : process(vyr::sys::ProcessId()) { Start(); }
 
 VYR_TProfile::VYR_TProfile(const VYR_TProfile& other) = default;
 VYR_TProfile& VYR_TProfile::operator=(const VYR_TProfile& other) = default;

@@ -2,12 +2,12 @@
 // its classes are initialised.
 #include "vyrax/vyr_startup.h"
 
-#include <dlfcn.h>
 #include <qen/qen_object.h>
 
 #include "buffers/vyr_buffer-priv.h"
-#include "metadata/vyr_sidecar_metadata.h"
 #include "core/vyr_version_stamp.h"
+#include "metadata/vyr_sidecar_metadata.h"
+#include "vyr_system.h"
 #include "vyrax/vyr_cfswrap.h"
 #include "vyrax/vyr_dynamic_loader.h"
 #include "vyrax/vyr_exceptions.h"
@@ -120,10 +120,10 @@ bool StartVersionRegistry() {
   void* module = vyr::OpenVersionModule();
   if (module == nullptr) return true;
   typedef bool (*StartFunction)();
-  StartFunction start =
-      reinterpret_cast<StartFunction>(dlsym(module, "__QEN_INITIALIZATION_FUNCTION_VYR_VER__"));
+  StartFunction start = reinterpret_cast<StartFunction>(
+      vyr::sys::FindSymbol(module, "__QEN_INITIALIZATION_FUNCTION_VYR_VER__"));
   bool started = start == nullptr || start();
-  dlclose(module);
+  vyr::sys::CloseModule(module);
   return started;
 }
 

@@ -1,9 +1,9 @@
 // Version stamps: the registration of each unit with the version registry.
 #include "core/vyr_version_stamp.h"
 
-#include <dlfcn.h>
-
 #include <string>
+
+#include "vyr_system.h"
 
 namespace vyr {
 
@@ -12,21 +12,15 @@ void* OpenVersionModule() {
   // library. The registry keeps what it was given until the process ends,
   // so it stays mapped until then too (RTLD_NODELETE): its records are not
   // left behind in memory that an unloaded module no longer owns.
-  constexpr int kMode = RTLD_NOW | RTLD_NODELETE;
-  if (void* module = dlopen("VYR_VER", kMode)) return module;
-  if (void* module = dlopen("libvyr_ver.so", kMode)) return module;
+  std::string why;
+  if (void* module = sys::LoadModule("VYR_VER", true, why)) return module;
+  if (void* module = sys::LoadModule("libvyr_ver.so", true, why)) return module;
   // The modules folder beside this library, where it is installed.
-  Dl_info self;
-  if (dladdr(reinterpret_cast<void*>(&OpenVersionModule), &self) != 0 &&
-      self.dli_fname != nullptr) {
-    std::string path = self.dli_fname;
-    std::string::size_type slash = path.rfind('/');
-    if (slash != std::string::npos) {
-      path.replace(slash + 1, std::string::npos, "vyrax/modules/libvyr_ver.so");
-      if (void* module = dlopen(path.c_str(), kMode)) return module;
-    }
-  }
-  return nullptr;
+  std::string path = sys::ModuleFileOf(reinterpret_cast<const void*>(&OpenVersionModule));
+  std::string::size_type slash = path.rfind('/');
+  if (slash == std::string::npos) return nullptr;
+  path.replace(slash + 1, std::string::npos, "vyrax/modules/libvyr_ver.so");
+  return sys::LoadModule(path.c_str(), true, why);
 }
 
 VersionStamp::VersionStamp(VYR_VersionListHead& head, VYR_VersionRecord& record,
@@ -34,12 +28,12 @@ VersionStamp::VersionStamp(VYR_VersionListHead& head, VYR_VersionRecord& record,
     : mLoader(loader) {
   loader.module = OpenVersionModule();
   if (loader.module != nullptr) {
-    loader.fnRegister =
-        reinterpret_cast<VYR_VersionRegisterFunction>(dlsym(loader.module, "VYR_VersionRegister"));
-    loader.fnPrint =
-        reinterpret_cast<VYR_VersionPrintFunction>(dlsym(loader.module, "VYR_VersionPrint"));
-    loader.fnSorted =
-        reinterpret_cast<VYR_VersionSortedFunction>(dlsym(loader.module, "VYR_VersionSorted"));
+    loader.fnRegister = reinterpret_cast<VYR_VersionRegisterFunction>(
+        sys::FindSymbol(loader.module, "VYR_VersionRegister"));
+    loader.fnPrint = reinterpret_cast<VYR_VersionPrintFunction>(
+        sys::FindSymbol(loader.module, "VYR_VersionPrint"));
+    loader.fnSorted = reinterpret_cast<VYR_VersionSortedFunction>(
+        sys::FindSymbol(loader.module, "VYR_VersionSorted"));
   }
   // The registry gets the head while it is still empty and reads the record
   // behind it later.
@@ -49,7 +43,7 @@ VersionStamp::VersionStamp(VYR_VersionListHead& head, VYR_VersionRecord& record,
 }
 
 VersionStamp::~VersionStamp() {
-  if (mLoader.module != nullptr) dlclose(mLoader.module);
+  sys::CloseModule(mLoader.module);
   mLoader.module = nullptr;
 }
 

@@ -11,11 +11,12 @@
 #include <memory>
 #include <new>
 
-#include "metadata/vyr_sidecar_metadata.h"
-#include "metadata/vyr_xattr_metadata.h"
 #include "core/vyr_throw.h"
 #include "core/vyr_trace.h"
 #include "core/vyr_version_stamp.h"
+#include "metadata/vyr_sidecar_metadata.h"
+#include "metadata/vyr_xattr_metadata.h"
+#include "vyr_system.h"
 #include "vyrax/vyr_exceptions.h"
 
 VYR_VERSION_STAMP()
@@ -58,7 +59,7 @@ bool MetadataEmulated() {
   static bool emulated = true;
   QEN_TWriteGuard guard(OptionLock());
   if (!settled) {
-    if (const char* value = std::getenv("VYR_EMULATE_METADATA")) {
+    if (const char* value = vyr::sys::Environment("VYR_EMULATE_METADATA")) {
       VYR_TRACE(vyr::kTraceLoader, "VYR_EMULATE_METADATA: %s\n", value);
       if (SaysNo(value)) emulated = false;
     }

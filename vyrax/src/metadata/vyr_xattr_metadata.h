@@ -2,14 +2,13 @@
 // "user." extended attribute of the data file itself, so the metadata travels
 // with the file and needs no side-car.
 //
-// The object reads attributes into a block of records (vyr_ea_records.h) and
-// walks it: the list of keys reads all of them at once, GetKeyValue reads the
-// one it is asked for afresh each time, and a buffer it gives points into the
-// block. Rescan, and every write or removal, forget the block; it is read
-// again when it is next needed. Writes go one attribute at a time, straight
-// to the file. A key is at most 255 bytes and a value at most 65,024 bytes; a
-// value the file system refuses (ext4 keeps about 4 KiB per file) is a false
-// result, like every other write failure.
+// The object asks the file by name and value: the list of keys is read
+// once and kept, GetKeyValue reads the one it is asked for afresh each time,
+// and a buffer it gives points into the value kept for it. Rescan, and every
+// write or removal, forget both; they are read again when next needed.
+// Writes go one attribute at a time, straight to the file. A key is at most 255 bytes and a value
+// at most 65,024 bytes; a value the file system refuses (ext4 keeps about 4 KiB per file) is a
+// false result, like every other write failure.
 //
 // Only attributes whose names are metadata keys ("user." and then "A" to "Z"
 // and "_" only) are this backend's: those of other programs, such as
@@ -29,6 +28,8 @@
 #include <qen/qen_url.h>
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "core/vyr_throw.h"
 #include "vyrax/vyr_metadata.h"
@@ -56,14 +57,14 @@ class VYR_LOCAL VYR_TEA : public QEN_TObject, public virtual VYR_IMetadata {
   QEN_TURL const& File() const override { return mFile; }
   // Forgets the cached attributes; throws when the file is not open.
   void Rescan() override;
-  // Drops the block; without `commit` nothing is stored and the result is
-  // true.
+  // Drops what was read; without `commit` nothing is stored and the result
+  // is true.
   bool SetKeyValue(QEN_TString const& key, unsigned int size, void const* data,
                    bool commit) override;
   // Reads the attributes afresh; an absent key throws.
   VYR_IBuffer const* GetKeyValue(QEN_TString const& key) override;
   QEN_TList GetAllKeys() override;
-  // Asks the file, not the block.
+  // Asks the file, not the list kept.
   bool HasAnyKey() override;
   // Writes the key with an empty value, which removes it.
   bool RemoveKey(QEN_TString const& key) override;
@@ -73,28 +74,26 @@ class VYR_LOCAL VYR_TEA : public QEN_TObject, public virtual VYR_IMetadata {
 
  private:
   [[noreturn]] void ThrowNoAccess() const;
-  void FreeBlock();
-  // Reads all attributes into the block.
-  void ReadAll();
-  // Reads the attribute of `key` alone into the block.
-  void ReadOne(QEN_TString const& key);
+  void Forget();
+  // The names of all attributes of metadata keys, without "user.".
+  bool ListKeys(std::vector<std::string>& keys);
+  // Opens the file to read and change its attributes.
+  bool Open(QEN_TString const& path);
   void Close();
   // Makes sure the attributes can be written; whether they can.
   bool AskWriteAccess();
   // Whether the file lies on a file system that keeps user attributes.
   bool VolumeKeepsAttributes() const;
-  bool WriteRecord(QEN_TString const& key, void const* value, unsigned int length);
-  // The record of `key` in the block.
-  const unsigned char* FindRecord(QEN_TString const& key);
+  // Sets the attribute of `key`, or removes it for an empty value.
+  bool WriteAttribute(QEN_TString const& key, void const* value, unsigned int length);
 
   QEN_TURL mFile;
   std::intptr_t mHandle;
-  unsigned char* mBlock;
-  const unsigned char* mCursor;
-  unsigned mBlockSize;
+  std::vector<std::string> mKeys;
+  std::vector<unsigned char> mValue;  // the last value given out
   bool mReadOnly;
-  // The block holds all attributes, not just one.
-  bool mWhole;
+  // mKeys holds the list read from the file.
+  bool mListed;
 };
 
 #endif

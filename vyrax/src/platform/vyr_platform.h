@@ -1,39 +1,37 @@
-// What the library needs of the operating system, behind one interface, so
-// that the logic above it reads plainly and the platform is one file.
+// What the library needs of the operating system beyond the verbs of the
+// system layer (vyr_system.h, shared with the base types): the pieces that
+// several units use, and the state that must be single in the process (the
+// guard of mapped views, leases), which lives in this library only.
 //
 // Every call that can fail gives back whether it worked and leaves the
 // system's own error number (errno) in `error`; the text for it comes from
 // vyr::SystemErrorText. A file held by another process is a distinct answer
 // of OpenShared: the one that opening loops retry on.
 //
-// The POSIX implementation (vyr_platform_posix*.cpp):
-//   - a file is opened for reading and then locked with a shared flock(2),
-//     without waiting. An exclusive lock of somebody else is the "held"
-//     answer. The lock stays for as long as the file is open, so writers that
-//     take the exclusive lock wait while the file is mapped.
+//   - a file is opened for reading and then locked shared, without waiting.
+//     An exclusive lock of somebody else is the "held" answer. The lock
+//     stays for as long as the file is open, so writers that take the
+//     exclusive lock wait while the file is mapped.
 //   - a file is known by its identity: device, inode, size and modification
-//     time, all from one fstat(2).
-//   - a mapping object has no system counterpart. It is a small record of the
-//     file's size at the time it was made (what its views may cover) and of
-//     its one view, which munmap(2) needs the length of.
-//   - views are mmap(2) with PROT_READ and MAP_SHARED at page-aligned offsets,
-//     watched by the guard (vyr_platform_posix_guard.cpp): a file truncated
-//     under a view raises SIGBUS on the lost pages, and the guard puts zero
-//     pages in their place and marks the view as damaged instead of letting
-//     the process die.
-//   - reads at a position are pread(2): no file position is shared.
+//     time, all from one status of the open file.
+//   - a view maps a range of the open file read-only, at a page-aligned
+//     offset, watched by the guard (vyr_platform_posix_guard.cpp): a file
+//     truncated under a view raises SIGBUS on the lost pages, and the guard
+//     puts zero pages in their place and marks the view as damaged instead
+//     of letting the process die.
 #ifndef VYR_PLATFORM_H
 #define VYR_PLATFORM_H
 
 #include <cstddef>
 #include <cstdint>
 
+#include "vyr_system.h"
 #include "vyrax/vyr_api.h"
 
 namespace vyr {
 namespace platform {
 
-// A file descriptor, or the address of a mapping record; all bits set for
+// A file descriptor, or the address of a guarded view; all bits set for
 // none.
 typedef std::intptr_t Handle;
 constexpr Handle kInvalidHandle = -1;
@@ -47,7 +45,6 @@ enum class OpenResult {
 // Opens an existing file for reading, shared with other readers.
 VYR_LOCAL OpenResult OpenShared(const char* path, Handle& file, int& error);
 VYR_LOCAL void CloseFile(Handle file);
-VYR_LOCAL bool FileSize(Handle file, unsigned long long& size, int& error);
 
 // What tells one file from another, and one state of a file from a later one.
 struct FileIdentity {
@@ -65,22 +62,19 @@ struct FileIdentity {
 };
 
 // The identity of an open regular file; anything else fails (EISDIR for a
-// folder, ENODEV otherwise). Faulted as a failed FileSize.
+// folder, ENODEV otherwise).
 VYR_LOCAL bool Identify(Handle file, FileIdentity& identity, int& error);
 
-// A read-only mapping object for the first `size` bytes of the file, its
-// size as the caller found it.
-VYR_LOCAL bool CreateMapping(Handle file, unsigned long long size, Handle& mapping, int& error);
-VYR_LOCAL void CloseMapping(Handle mapping);
-// Maps `length` bytes from `offset` (a multiple of AllocationGranularity());
-// length 0 means to the end of the mapping. A view that would reach behind
-// the end of the mapping is refused. Null on failure. One view per mapping.
-VYR_LOCAL void* MapView(Handle mapping, unsigned long long offset, unsigned long long length,
-                        int& error);
-VYR_LOCAL void UnmapView(Handle mapping, void* view);
-// Whether the file shrank under the view of this mapping and some of its
-// pages now show zeros instead of the file's bytes. Once true, always true.
-VYR_LOCAL bool ViewDamaged(Handle mapping);
+// Maps `length` bytes of the file from `offset` (a multiple of
+// AllocationGranularity()); length 0 means to the end of a file of
+// `fileSize` bytes. A view that starts at or reaches behind the end is
+// refused. Null on failure; `view` is what UnmapFile and ViewDamaged take.
+VYR_LOCAL void* MapFile(Handle file, unsigned long long fileSize, unsigned long long offset,
+                        unsigned long long length, Handle& view, int& error);
+VYR_LOCAL void UnmapFile(void* address, std::size_t length, Handle view);
+// Whether the file shrank under the view and some of its pages now show
+// zeros instead of the file's bytes. Once true, always true.
+VYR_LOCAL bool ViewDamaged(Handle view);
 
 // Reads up to `size` bytes from `offset`; `got` is what arrived, fewer only at
 // the end of the file.
@@ -99,22 +93,6 @@ VYR_LOCAL void SleepMilliseconds(unsigned milliseconds);
 // The alignment a view's start needs: the page size.
 VYR_LOCAL unsigned AllocationGranularity();
 
-}  // namespace platform
-}  // namespace vyr
-
-enum VYR_TPlatformCall : unsigned;
-
-namespace vyr {
-namespace platform {
-
-// Whether a fault set by VYR_PlatformInjectFault makes this call fail now,
-// and with which error number.
-VYR_LOCAL bool Injected(VYR_TPlatformCall call, int& error);
-
-// The C function, exported by the test-only hook library, that the check
-// above looks up by name: int (unsigned call, int* error), 1 for "fail".
-constexpr const char* kFaultHookSymbol = "vyr_platform_take_fault";
-
 // The guard of views against SIGBUS (vyr_platform_posix_guard.cpp). A view
 // handed to GuardView is watched until ReleaseView; null when the guard is
 // off (the environment variable VYR_MAPPING_GUARD is "off").
@@ -126,39 +104,10 @@ VYR_LOCAL bool IsDamaged(GuardedView const* view);
 }  // namespace platform
 }  // namespace vyr
 
-// --- Test hook ----------------------------------------------------------------
-//
-// Makes calls of the platform layer fail on purpose, to drive retry loops and
-// error paths without the real condition. Defined in the test-only library
-// vyrax_test_hooks (tests/platform_faults.cpp), which the tests link; the
-// library itself exports no way to make its calls fail. The next `count` calls of `call`,
-// after letting `skip` calls through, fail with the error number `error`. For
-// kOpen, EWOULDBLOCK (or EAGAIN) stands for a file held by another process.
-// A count of 0 withdraws the fault. Faults are process-wide; a test sets them
-// on one thread while no other thread uses buffers, and clears them after.
-enum VYR_TPlatformCall : unsigned {
-  VYR_PlatformOpen = 0,
-  VYR_PlatformFileSize = 1,
-  VYR_PlatformCreateMapping = 2,
-  VYR_PlatformMapView = 3,
-  VYR_PlatformRead = 4,
-  VYR_PlatformAllocate = 5,
-  // 6 to 15: further calls of the buffers; 16 to 31: the metadata backends.
-  // Loading a shared module: plug-ins and the configuration service.
-  VYR_PlatformLoadModule = 32,
-  VYR_PlatformCallKinds = 33
-};
-
-VYR_API void VYR_PlatformInjectFault(VYR_TPlatformCall call, int error, unsigned count,
-                                     unsigned skip = 0);
-// Withdraws every injected fault.
-VYR_API void VYR_PlatformClearFaults();
-extern "C" VYR_API int vyr_platform_take_fault(unsigned call, int* error);
-
 // --- Metadata: side-car files and extended attributes -------------------------
 //
 // The calls of the two metadata backends, implemented in
-// vyr_platform_posix_metadata.cpp.
+// vyr_platform_stores.cpp.
 //
 // A job folder is shared with other users and machines, so nothing here
 // follows a link it did not make. The ".metadata" folder is opened once per
@@ -171,9 +120,9 @@ extern "C" VYR_API int vyr_platform_take_fault(unsigned call, int* error);
 // created exclusively), are flushed to the disk, and that file is renamed
 // over <name>. A reader therefore sees the old store or the new one, and a
 // writer that dies leaves the old one. Writers of one store take turns by an
-// exclusive flock(2) on "<name>.lock", a file opened for reading and writing
+// exclusive lock on "<name>.lock", a file opened for reading and writing
 // (which network file systems need for an exclusive lock) that stays while
-// the store exists. flock(2) locks belong to the open file, so the threads of
+// the store exists. Such locks belong to the open file, so the threads of
 // one process take turns by it as processes do. Readers lock the store
 // itself, shared, without waiting; no writer locks a store, so readers and
 // writers never wait for each other.
@@ -231,38 +180,12 @@ VYR_LOCAL bool SetStoreAside(Handle folder, const char* name, std::string& aside
 // lock while theirs exists.
 VYR_LOCAL void RemoveLeftovers(Handle folder, const char* name, Handle lock);
 
-// The "user." extended attributes of a file or folder. Names going in and
-// out are without the "user." prefix. Only names that are metadata keys (one
-// or more of "A" to "Z" and "_", which key normalisation leaves as they are)
-// are listed, read or changed: the attributes of other programs, such as
-// "user.xdg.origin.url", are left alone.
-//
-// Opens the file to read its attributes.
-VYR_LOCAL bool OpenForAttributes(const char* path, Handle& file, int& error);
-// Whether this process may change the attributes of `path`: the file's own
-// write permission, as the system asks it of setxattr(2).
-VYR_LOCAL bool CanWriteAttributes(const char* path, int& error);
-// Whether the file has any attribute of a metadata key.
-VYR_LOCAL bool HasAttributes(Handle file, bool& any, int& error);
-// All attributes of metadata keys as one block of records (vyr_ea_records.h), allocated
-// with malloc and owned by the caller; null and size 0 when there are none.
-// An attribute whose value does not fit a record's 16-bit length is left
-// out.
-VYR_LOCAL bool ReadAttributes(Handle file, unsigned char*& block, unsigned& size, int& error);
-// The one attribute of that name, as a block of one record like
-// ReadAttributes gives; null and size 0 when there is none.
-VYR_LOCAL bool ReadAttribute(Handle file, const char* name, unsigned char*& block, unsigned& size,
-                             int& error);
-// Stores one record: sets the attribute, or removes it when the value is
-// empty (removing one that is not there succeeds).
-VYR_LOCAL bool WriteAttribute(Handle file, const unsigned char* record, unsigned size, int& error);
-
 }  // namespace platform
 }  // namespace vyr
 
 // --- Shared modules ------------------------------------------------------------
 //
-// Implemented in vyr_platform_posix_module.cpp.
+// Implemented in vyr_platform_modules.cpp.
 class QEN_TDynamicObject;
 class QEN_TString;
 

@@ -14,7 +14,6 @@
 #include <signal.h>
 #include <strings.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -48,7 +47,7 @@ std::mutex gGuardMutex;  // taken by those who add and remove views
 bool gGuardDecided = false;
 bool gGuardOn = false;
 struct sigaction gPrevious;
-// Read before the handler is installed: sysconf(3) is no call for a handler.
+// Read before the handler is installed: the handler asks nobody.
 std::uintptr_t gPageSize = 4096;
 
 // What the process would have done without the guard, for a SIGBUS that is
@@ -97,7 +96,8 @@ void OnBusError(int signal, siginfo_t* info, void* context) {
   }
   const std::uintptr_t from = reinterpret_cast<std::uintptr_t>(info->si_addr) & ~(gPageSize - 1);
   const std::uintptr_t end = view->end.load(std::memory_order_relaxed);
-  // Zero pages cost no memory until written, and nobody writes a view.
+  // Zero pages cost no memory until written, and nobody writes a view. The
+  // system is called directly: a handler may call nothing but the system.
   void* replaced = ::mmap(reinterpret_cast<void*>(from), end - from, PROT_READ,
                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
   if (replaced == MAP_FAILED) {
@@ -109,7 +109,7 @@ void OnBusError(int signal, siginfo_t* info, void* context) {
 }
 
 bool GuardWanted() {
-  const char* value = std::getenv("VYR_MAPPING_GUARD");
+  const char* value = sys::Environment("VYR_MAPPING_GUARD");
   return value == nullptr || (strcasecmp(value, "off") != 0 && strcasecmp(value, "0") != 0 &&
                               strcasecmp(value, "no") != 0);
 }
@@ -119,8 +119,7 @@ bool GuardInstalled() {
   if (gGuardDecided) return gGuardOn;
   gGuardDecided = true;
   if (!GuardWanted()) return false;
-  const long page = ::sysconf(_SC_PAGESIZE);
-  if (page > 0) gPageSize = static_cast<std::uintptr_t>(page);
+  gPageSize = sys::PageSize();
   struct sigaction action;
   action.sa_sigaction = OnBusError;
   action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART;

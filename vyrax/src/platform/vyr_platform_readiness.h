@@ -4,7 +4,7 @@
 //
 // On POSIX (vyr_platform_posix_readiness.cpp) the file is opened for
 // reading, and then:
-//   1. an exclusive flock(2) is tried without waiting. It fails while a
+//   1. an exclusive lock is tried without waiting. It fails while a
 //      process that uses this library holds the file (a file buffer keeps a
 //      shared lock, a side-car writer an exclusive one).
 //   2. a write lease is asked for (fcntl F_SETLEASE, F_WRLCK). The kernel

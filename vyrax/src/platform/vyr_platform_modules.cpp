@@ -1,17 +1,13 @@
 // Finding and loading shared modules: plug-ins and the configuration
 // service. See LoadModule in vyr_platform.h for the search.
-#include <dlfcn.h>
 #include <qen/qen_dynamic.h>
 #include <qen/qen_exception.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
-#include "platform/vyr_platform.h"
 #include "core/vyr_throw.h"
+#include "platform/vyr_platform.h"
 
 namespace vyr {
 namespace platform {
@@ -20,10 +16,7 @@ namespace {
 // The folder of this library, from the loader's record of where it came
 // from; empty when it can't be told.
 std::string OwnFolder() {
-  Dl_info self;
-  if (dladdr(reinterpret_cast<void*>(&OwnFolder), &self) == 0 || self.dli_fname == nullptr)
-    return std::string();
-  std::string path = self.dli_fname;
+  const std::string path = sys::ModuleFileOf(reinterpret_cast<const void*>(&OwnFolder));
   std::string::size_type slash = path.rfind('/');
   return slash == std::string::npos ? std::string() : path.substr(0, slash);
 }
@@ -51,7 +44,7 @@ std::vector<std::string> Spellings(const std::string& name) {
 // The folders searched before the system's search, in order.
 std::vector<std::string> SearchFolders() {
   std::vector<std::string> folders;
-  if (const char* path = std::getenv("VYR_PLUGIN_PATH")) {
+  if (const char* path = sys::Environment("VYR_PLUGIN_PATH")) {
     std::string list = path;
     std::string::size_type start = 0;
     while (start <= list.size()) {
@@ -77,11 +70,6 @@ std::string PluginFolder() {
 }
 
 QEN_TDynamicObject* LoadModule(const QEN_TString& name, const QEN_TString& tag) {
-  int error = 0;
-  if (Injected(VYR_PlatformLoadModule, error))
-    QEN_THROW(QEN_ECouldNotLoadDynamicObject,
-              QEN_TString::Format("Cannot load module \"%s\": %s", name.c_str(),
-                                  SystemErrorText(error).c_str()));
   const std::string given = name.Utf8();
   // A path, or nothing to search with: as it is.
   if (given.find('/') != std::string::npos || given.empty())
@@ -93,7 +81,9 @@ QEN_TDynamicObject* LoadModule(const QEN_TString& name, const QEN_TString& tag) 
       const std::string path = folder + "/" + spelling;
       // A file that is there but doesn't load is a failure of its own, not
       // a reason to go on looking: the caller hears why it failed.
-      if (::access(path.c_str(), F_OK) == 0) return new QEN_TDynamicObject(QEN_TString(path), tag);
+      sys::FileStatus status;
+      if (sys::StatusAt(path.c_str(), status))
+        return new QEN_TDynamicObject(QEN_TString(path), tag);
     }
   }
   // The system's search. The failure reported is that of the name as given.
