@@ -100,17 +100,16 @@ bool VYR_TEA::ListKeys(std::vector<std::string>& keys) {
 
 VYR_IBuffer const* VYR_TEA::GetKeyValue(QEN_TString const& key) {
   Rescan();
-  const std::string name = kUserPrefix + std::string(key.c_str());
-  mValue.resize(kMaxSystemValue);
   // A name that is no key is nobody's value here.
+  if (!IsKey(key.c_str())) ThrowNoAccess();
+  const std::string name = kUserPrefix + std::string(key.c_str());
+  // Room for the largest value there can be, read in one call.
+  mValue.resize(kMaxSystemValue);
   const long long got =
-      IsKey(key.c_str())
-          ? vyr::sys::GetAttribute(Descriptor(mHandle), name.c_str(), mValue.data(), mValue.size())
-          : -1;
+      vyr::sys::GetAttribute(Descriptor(mHandle), name.c_str(), mValue.data(), mValue.size());
   VYR_TRACE(vyr::kTraceLifeCycle, "VYR_TEA: the read of \"%s\" (%lld bytes) returned $%x\n",
             key.c_str(), got, got >= 0 ? 0u : static_cast<unsigned>(errno));
   if (got < 0) ThrowNoAccess();
-  mValue.resize(static_cast<std::size_t>(got));
   return VYR_IBuffer::CreateRef(static_cast<unsigned>(got), mValue.data());
 }
 
