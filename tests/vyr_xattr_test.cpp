@@ -132,7 +132,7 @@ TEST_F(XattrTest, AMissingFileHasNoStoreAndAnAbsentKeyThrows) {
   EXPECT_TRUE(metadata.RemoveKey("absent"));
 }
 
-TEST_F(XattrTest, NamesAndValuesBeyondTheLimitsAreFalseResults) {
+TEST_F(XattrTest, NamesAndValuesBeyondTheLimitsAndSystemFailuresAreFalseResults) {
   VYR_TMetadata metadata(UrlOf(mData));
   // After normalisation a key has up to 256 characters; a name has 255
   // bytes at most, and the system counts the "user." prefix in.
@@ -148,6 +148,21 @@ TEST_F(XattrTest, NamesAndValuesBeyondTheLimitsAreFalseResults) {
   EXPECT_EQ(1u, lines.Count("VYR_TEA: the write of \"BIG\""));
   EXPECT_EQ(1u, lines.Count("Cannot write metadata: "));
   EXPECT_TRUE(metadata.HasAnyKey());
+
+  // So is a failure of the system; a list that can't be read is no key, a
+  // value that can't be read an absent key.
+  ASSERT_TRUE(Store(metadata, "KEPT", "value"));
+  VYR_PlatformInjectFault(VYR_PlatformSetAttribute, EIO, 1);
+  EXPECT_FALSE(Store(metadata, "OTHER", "x"));
+  VYR_PlatformInjectFault(VYR_PlatformRemoveAttribute, EIO, 1);
+  EXPECT_FALSE(metadata.RemoveKey("KEPT"));
+  EXPECT_EQ(3u, lines.Count("Cannot write metadata: "));
+  VYR_PlatformInjectFault(VYR_PlatformListAttributes, EIO, 2);
+  EXPECT_FALSE(metadata.HasAnyKey());
+  EXPECT_TRUE(Keys(metadata.GetAllKeys()).empty());
+  VYR_PlatformInjectFault(VYR_PlatformGetAttribute, EIO, 1);
+  EXPECT_EQ("<none>", ValueOf(metadata, "KEPT"));
+  EXPECT_EQ("value", ValueOf(metadata, "KEPT"));
 }
 
 TEST_F(XattrTest, TheLargestValueGoesToTheFileSystemAndOneByteMoreDoesNot) {
@@ -191,25 +206,6 @@ TEST_F(XattrTest, AFileSystemWithoutUserAttributesReadsEmptyAndClosesOnWrite) {
   EXPECT_THROW(Owned(metadata->GetKeyValue("KEY")), VYR_EMetadataFileDoesNotExist);
   EXPECT_FALSE(metadata->HasAnyKey());
   EXPECT_FALSE(metadata->RemoveKey("KEY"));
-}
-
-TEST_F(XattrTest, FailuresOfTheSystemAreFalseResultsOrAbsentKeys) {
-  VYR_TMetadata metadata(UrlOf(mData));
-  ASSERT_TRUE(Store(metadata, "KEPT", "value"));
-  Lines lines(0x4);
-  VYR_PlatformInjectFault(VYR_PlatformSetAttribute, EIO, 1);
-  EXPECT_FALSE(Store(metadata, "OTHER", "x"));
-  VYR_PlatformInjectFault(VYR_PlatformRemoveAttribute, EIO, 1);
-  EXPECT_FALSE(metadata.RemoveKey("KEPT"));
-  EXPECT_EQ(2u, lines.Count("Cannot write metadata: "));
-  // A list that can't be read is no key; a value that can't be read is absent.
-  VYR_PlatformInjectFault(VYR_PlatformListAttributes, EIO, 2);
-  EXPECT_FALSE(metadata.HasAnyKey());
-  EXPECT_TRUE(Keys(metadata.GetAllKeys()).empty());
-  VYR_PlatformInjectFault(VYR_PlatformGetAttribute, EIO, 1);
-  EXPECT_EQ("<none>", ValueOf(metadata, "KEPT"));
-  EXPECT_EQ("value", ValueOf(metadata, "KEPT"));
-  VYR_PlatformClearFaults();
 }
 
 TEST_F(XattrTest, TimestampsNeedAStoredStampFirstOnThisBackend) {
