@@ -2,8 +2,6 @@
 // described at the top of qen_url.h.
 #include "qen/qen_url.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
