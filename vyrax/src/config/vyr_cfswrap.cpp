@@ -15,17 +15,12 @@ VYR_VERSION_STAMP()
 #include <string>
 
 #include "config/vyr_cfs_file.h"
-#include "platform/vyr_platform.h"
 #include "core/vyr_throw.h"
 #include "core/vyr_trace.h"
+#include "platform/vyr_platform.h"
 #include "vyrax/vyr_cfswrap.h"
 #include "vyrax/vyr_dynamic_loader.h"
 #include "vyrax/vyr_exceptions.h"
-
-// ---------------------------------------------------------------------------
-// The exceptions of this unit's subsystem.
-
-QEN_DEFINE_EXCEPTION(VYR_ECfsWrap, QEN_EException)
 
 namespace {
 

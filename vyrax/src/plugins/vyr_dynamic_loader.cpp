@@ -8,25 +8,12 @@ VYR_VERSION_STAMP()
 
 #include <ordonotes/ordonotes.h>
 
-#include "plugins/vyr_dynamic_loader-priv.h"
 #include "core/vyr_throw.h"
 #include "core/vyr_trace.h"
+#include "plugins/vyr_dynamic_loader-priv.h"
 #include "vyrax/vyr_dynamic_loader.h"
 #include "vyrax/vyr_exceptions.h"
 #include "vyrax/vyr_startup.h"
-
-// ---------------------------------------------------------------------------
-// The exceptions of this unit's subsystem.
-
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoader, QEN_EException)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderAlreadyLoaded, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderDoubleCreator, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderDoubleInstance, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderDoubleProvider, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderInternal, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderNoSuchCreator, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderNoSuchPlugin, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderNoSuchProvider, VYR_EDynamicLoader)
 
 // ---------------------------------------------------------------------------
 // VYR_TDynamicLoader

@@ -1,12 +1,11 @@
 // The small value types: the tag.
-#include "vyrax/vyr_typedefs.h"
-
 #include <qen/qen_stream.h>
 
 #include <ostream>
 
 #include "core/vyr_version_stamp.h"
 #include "vyrax/vyr_exceptions.h"
+#include "vyrax/vyr_typedefs.h"
 
 VYR_VERSION_STAMP()
 
@@ -73,18 +72,3 @@ void VYR_TTag::PrintOn(std::ostream& out) const {
   QEN_IPrintable::ReverseIndent();
   out << QEN_IPrintable::Prefix() << '}';
 }
-
-// ---------------------------------------------------------------------------
-// The exceptions of this unit's subsystem.
-
-QEN_DEFINE_EXCEPTION(VYR_EVYRAX, QEN_EException)
-QEN_DEFINE_EXCEPTION(VYR_EEmbedRegionTooLarge, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EIllegalCMYKInkPreviewValues, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EIllegalRGBInkPreviewValues, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_ENotEmbeddedFile, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_ESystemError, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EUnicodePSStringNotSupported, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EUnsupportedProtocol, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EWrongInkName, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EWrongInkPreviewType, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EAssertFailed, QEN_EException)
