@@ -3,6 +3,7 @@
 
 #include <ostream>
 
+#include "core/vyr_print.h"
 #include "core/vyr_version_stamp.h"
 #include "vyrax/vyr_exceptions.h"
 #include "vyrax/vyr_typedefs.h"
@@ -64,11 +65,8 @@ bool VYR_TTag::ReadFrom(QEN_THumanReadableStream& in) {
 }
 
 void VYR_TTag::PrintOn(std::ostream& out) const {
-  out << "VYR_TTag" << std::endl;
-  out << QEN_IPrintable::Prefix() << '{' << std::endl;
-  QEN_IPrintable::Indent();
-  out << QEN_IPrintable::Prefix() << "Position " << position << " : " << positionHigh << std::endl;
-  out << QEN_IPrintable::Prefix() << "Size " << size << " : " << sizeHigh << std::endl;
-  QEN_IPrintable::ReverseIndent();
-  out << QEN_IPrintable::Prefix() << '}';
+  vyr::FieldPrint line(out, "VYR_TTag");
+  line("Position ") << position << " : " << positionHigh << std::endl;
+  line("Size ") << size << " : " << sizeHigh << std::endl;
+  line.Close();
 }
