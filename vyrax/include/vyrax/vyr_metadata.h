@@ -83,6 +83,20 @@ class VYR_API VYR_IMetadata : public virtual QEN_IInterface {
   VYR_IMetadata& operator=(VYR_IMetadata const&) = default;
 };
 
+// Every member of VYR_IMetadata, overridden: the front and each store
+// declare it with this line.
+#define VYR_IMETADATA_OVERRIDES                                                              \
+  QEN_TURL const& File() const override;                                                     \
+  void Rescan() override;                                                                    \
+  bool SetKeyValue(QEN_TString const& key, unsigned int size, void const* data, bool commit) \
+      override;                                                                              \
+  VYR_IBuffer const* GetKeyValue(QEN_TString const& key) override;                           \
+  QEN_TList GetAllKeys() override;                                                           \
+  bool HasAnyKey() override;                                                                 \
+  bool RemoveKey(QEN_TString const& key) override;                                           \
+  bool Copy(QEN_TURL const& target) override;                                                \
+  bool Rename(QEN_TURL const& target) override;
+
 // The front that clients use: normalises keys, packs objects into values,
 // keeps time stamps, and owns exactly one backend object.
 class VYR_API VYR_TMetadata : public QEN_TObject, public virtual VYR_IMetadata {
@@ -113,16 +127,7 @@ class VYR_API VYR_TMetadata : public QEN_TObject, public virtual VYR_IMetadata {
   virtual void PostSetArchiveData(QEN_TDict const& data, QEN_TURL const& from, QEN_TURL const& to);
 
  public:
-  QEN_TURL const& File() const override;
-  void Rescan() override;
-  bool SetKeyValue(QEN_TString const& key, unsigned int size, void const* data,
-                   bool commit) override;
-  VYR_IBuffer const* GetKeyValue(QEN_TString const& key) override;
-  QEN_TList GetAllKeys() override;
-  bool HasAnyKey() override;
-  bool RemoveKey(QEN_TString const& key) override;
-  bool Copy(QEN_TURL const& target) override;
-  bool Rename(QEN_TURL const& target) override;
+  VYR_IMETADATA_OVERRIDES
 
   // The object stored under `key`, rebuilt by its class name; null when
   // nothing is stored. Bytes that are no packed object throw the stream's

@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/vyr_platform.h"
 #include "core/vyr_trace.h"
 #include "core/vyr_version_stamp.h"
+#include "platform/vyr_platform.h"
 
 VYR_VERSION_STAMP()
 
@@ -100,6 +100,8 @@ VYR_TFileMetadata::VYR_TFileMetadata(QEN_TURL const& file)
 }
 
 VYR_TFileMetadata::~VYR_TFileMetadata() = default;
+
+QEN_TURL const& VYR_TFileMetadata::File() const { return mDataFile; }
 
 bool VYR_TFileMetadata::OpenFolder(bool create, vyr::platform::Handle& folder, int& error) {
   switch (vyr::platform::OpenStoreFolder(mFolderPath.c_str(), create, folder, error)) {
