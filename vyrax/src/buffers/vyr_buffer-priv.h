@@ -6,8 +6,8 @@
 #include <qen/qen_string.h>
 #include <qen/qen_sync.h>
 
-#include "platform/vyr_platform.h"
 #include "core/vyr_throw.h"
+#include "platform/vyr_platform.h"
 #include "vyrax/vyr_buffer.h"
 
 // The source name of what this header throws itself.
@@ -154,6 +154,11 @@ VYR_LOCAL VYR_IBuffer const* OpenEmbedded(QEN_TURL const& url, unsigned int posi
 // digits up to the first other character; none give 0, too many give the
 // largest value.
 VYR_LOCAL unsigned int ParseEmbedNumber(QEN_TString const& text);
+
+// A 64-bit position or size from its low and high 32-bit words.
+inline unsigned long long Join(unsigned int low, unsigned int high) {
+  return (static_cast<unsigned long long>(high) << 32) | low;
+}
 
 }  // namespace vyr
 
