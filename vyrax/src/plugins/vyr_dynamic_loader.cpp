@@ -27,6 +27,15 @@ namespace {
 
 VYR_TSingletonGuard<VYR_TDynamicLoader> gLoaderGuard(&VYR_TDynamicLoader::sLoader);
 
+// The creators of a registered provider; the caller holds the lock.
+QEN_TDict& CreatorsOf(QEN_TDict& providers, QEN_TString const& provider) {
+  QEN_TAny* entry = providers.Lookup(provider);
+  QEN_TDict* creators = entry != nullptr ? entry->DynamicCast<QEN_TDict>() : nullptr;
+  if (creators == nullptr)
+    VYR_THROW(VYR_EDynamicLoaderNoSuchProvider, "Unregistered provider %s", provider);
+  return *creators;
+}
+
 }  // namespace
 
 namespace vyr {
@@ -122,18 +131,10 @@ VYR_TDynamicLoader::Function VYR_TDynamicLoader::Creator(QEN_TString const& prov
 
 QEN_TDict const& VYR_TDynamicLoader::operator[](QEN_TString const& provider) {
   QEN_TReadGuard hold(vyr::LoaderLock());
-  QEN_TAny* entry = providers.Lookup(provider);
-  QEN_TDict* creators = entry != nullptr ? entry->DynamicCast<QEN_TDict>() : nullptr;
-  if (creators == nullptr)
-    VYR_THROW(VYR_EDynamicLoaderNoSuchProvider, "Unregistered provider %s", provider);
-  return *creators;
+  return CreatorsOf(providers, provider);
 }
 
 QEN_TDict& VYR_TDynamicLoader::operator()(QEN_TString const& provider) {
   QEN_TWriteGuard hold(vyr::LoaderLock());
-  QEN_TAny* entry = providers.Lookup(provider);
-  QEN_TDict* creators = entry != nullptr ? entry->DynamicCast<QEN_TDict>() : nullptr;
-  if (creators == nullptr)
-    VYR_THROW(VYR_EDynamicLoaderNoSuchProvider, "Unregistered provider %s", provider);
-  return *creators;
+  return CreatorsOf(providers, provider);
 }
