@@ -38,9 +38,6 @@ class VYR_API VYR_TInk : public QEN_TObject,
   // Inks 1 to 4 are process inks, 5 to 7 display inks; any other value throws
   // VYR_EWrongInkName.
   VYR_TInk(const VYR_TInks& ink);
-  VYR_TInk(const VYR_TInk& other) = default;
-  VYR_TInk& operator=(const VYR_TInk& other) = default;
-  ~VYR_TInk() override = default;
 
   const QEN_TString& InkName() const { return name; }
   const QEN_TString& InkType() const { return type; }

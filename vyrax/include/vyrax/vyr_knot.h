@@ -22,9 +22,6 @@ class VYR_API VYR_TKnot : public QEN_TObject,
   // All six coordinates 0.
   explicit VYR_TKnot(VYR_TKnotType type = VYR_KnotNop);
   VYR_TKnot(VYR_TKnotType type, double v1, double h1, double v2, double h2, double v3, double h3);
-  VYR_TKnot(const VYR_TKnot& other) = default;
-  VYR_TKnot& operator=(const VYR_TKnot& other) = default;
-  ~VYR_TKnot() override = default;
 
   VYR_TKnotType Type() const { return type; }
   double V1() const { return v1; }

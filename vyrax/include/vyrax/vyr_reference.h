@@ -45,9 +45,6 @@ class VYR_API VYR_TReference : public QEN_TObject,
   VYR_TReference(const QEN_TURL& file, VYR_TMUnits units, double vOffset, double hOffset,
                  const char* original, const char* mimeType, const char* extType, int pageNr,
                  int count);
-  VYR_TReference(const VYR_TReference& other) = default;
-  VYR_TReference& operator=(const VYR_TReference& other) = default;
-  ~VYR_TReference() override = default;
 
   const QEN_TURL& File() const { return file; }
   VYR_TMUnits Units() const { return units; }

@@ -20,9 +20,6 @@ class VYR_API VYR_TTag : public QEN_TObject,
   VYR_TTag() = default;
   VYR_TTag(unsigned position, unsigned positionHigh, unsigned size, unsigned sizeHigh);
   VYR_TTag(unsigned long long position, unsigned long long size);
-  VYR_TTag(const VYR_TTag& other) = default;
-  VYR_TTag& operator=(const VYR_TTag& other) = default;
-  ~VYR_TTag() override = default;
 
   unsigned Position() const { return position; }
   unsigned PositionHigh() const { return positionHigh; }

@@ -7,10 +7,14 @@
 
 #include <iosfwd>
 
-// Comparison, packing, the text form (on one line, or on several when
-// `multiLine`) and the print for people. Each class says in its header what
-// its fields are and how they are packed and written.
+// Copying and destruction as the compiler makes them; comparison; packing;
+// the text form, on one line or on several when `multiLine`; the print for
+// people. Each class says in its header what its fields are and how they are
+// packed and written.
 #define VYR_VALUE_MEMBERS(X, multiLine)                               \
+  X(const X& other) = default;                                        \
+  X& operator=(const X& other) = default;                             \
+  ~X() override = default;                                            \
   bool operator==(const X& other) const;                              \
   bool operator!=(const X& other) const { return !(*this == other); } \
   void QEN_Pack(QEN_IPacking& out) const override;                    \

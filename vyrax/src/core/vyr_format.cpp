@@ -222,38 +222,29 @@ std::string IntegerText(const Conversion& c, const QEN_TAny& element) {
 
 // The text of one conversion with its value.
 std::string ConversionText(const Conversion& c, const QEN_TAny& element) {
-  switch (c.letter) {
-    case 'e':
-    case 'E':
-    case 'f':
-    case 'F':
-    case 'g':
-    case 'G':
-    case 'a':
-    case 'A':
-      // Every floating conversion takes a double ("l" says nothing more,
-      // and "L" is read as the same double).
-      return QEN_TString::Format(CForm(c, "", c.letter).c_str(), element.AsDouble()).Utf8();
-    case 's':
-    case 'S':
-      // Texts are UTF-8 whatever the letter; the C library's wide forms
-      // would pass through the locale, which drops what it can't encode.
-      return PadText(TextOf(element).Utf8(), c);
-    case 'c':
-    case 'C': {
-      // A character as UTF-8: any code point for the wide forms ("%C",
-      // "%lc"), a byte read as Latin-1 for "%c".
-      const long long value = element.AsInt64();
-      const unsigned long long code =
-          c.letter == 'c' ? static_cast<unsigned char>(value)
-                          : (value < 0 ? 0xFFFD : static_cast<unsigned long long>(value));
-      Conversion asText = c;
-      asText.precision = -1;
-      return PadText(Utf8Of(code), asText);
-    }
-    default:
-      return IntegerText(c, element);
+  const char letter = c.letter;
+  if (std::strchr("eEfFgGaA", letter) != nullptr) {
+    // Every floating conversion takes a double ("l" says nothing more, and
+    // "L" is read as the same double).
+    return QEN_TString::Format(CForm(c, "", letter).c_str(), element.AsDouble()).Utf8();
   }
+  if (letter == 's' || letter == 'S') {
+    // Texts are UTF-8 whatever the letter; the C library's wide forms would
+    // pass through the locale, which drops what it can't encode.
+    return PadText(TextOf(element).Utf8(), c);
+  }
+  if (letter == 'c' || letter == 'C') {
+    // A character as UTF-8: any code point for the wide forms ("%C",
+    // "%lc"), a byte read as Latin-1 for "%c".
+    const long long value = element.AsInt64();
+    const unsigned long long code =
+        letter == 'c' ? static_cast<unsigned char>(value)
+                      : (value < 0 ? 0xFFFD : static_cast<unsigned long long>(value));
+    Conversion asText = c;
+    asText.precision = -1;
+    return PadText(Utf8Of(code), asText);
+  }
+  return IntegerText(c, element);
 }
 
 }  // namespace

@@ -166,120 +166,72 @@ const Vocabulary kImageTypes = Of(kImageTypeWords);
 const Vocabulary kUnits = Of(kUnitWords);
 }  // namespace vyr
 
-// --- To text -------------------------------------------------------------------
+// --- To text: the name of a value, or the text for values past the named ones.
 
-QEN_TString VYR_Enum2String(VYR_TChannelEnc value) {
-  return TextOf(vyr::kChannelEncodings, value, "UnknownChannelEncoding");
-}
-QEN_TString VYR_Enum2String(VYR_TInkPreviewEnc value) {
-  return VYR_Enum2String(static_cast<VYR_TChannelEnc>(value));
-}
-QEN_TString VYR_Enum2String(VYR_TAlphaPlane value) {
-  return TextOf(vyr::kAlphaPlanes, value, "UndefinedAlphaPlane");
-}
-QEN_TString VYR_Enum2String(VYR_TBufferAccess value) {
-  return TextOf(Of(kBufferAccessWords), value, "InvalidAccess");
-}
-QEN_TString VYR_Enum2String(VYR_TCanFlag value) {
-  return TextOf(Of(kCanFlagWords), value, "invalid");
-}
-QEN_TString VYR_Enum2String(VYR_TDefInkTypes value) {
-  return TextOf(Of(kDefInkTypeWords), value, "");
-}
-QEN_TString VYR_Enum2String(VYR_TImageRotation value) {
-  return TextOf(vyr::kImageRotations, value, "UnknownRotation");
-}
-QEN_TString VYR_Enum2String(VYR_TImageSubtype value) {
-  return TextOf(vyr::kImageSubtypes, value, "UndefinedImageSubtype");
-}
-QEN_TString VYR_Enum2String(VYR_TImageType value) {
-  return TextOf(vyr::kImageTypes, value, "UndefinedImageType");
-}
-QEN_TString VYR_Enum2String(VYR_TInks value) {
-  return TextOf(Of(kInkWords), value, "undefinedink");
-}
-QEN_TString VYR_Enum2String(VYR_TInterleavedType value) {
-  return TextOf(Of(kInterleavedWords), value, "UnknownInterleaved");
-}
-QEN_TString VYR_Enum2String(VYR_TKnotType value) {
-  return TextOf(Of(kKnotTypeWords), value, "KnotNop");
-}
-QEN_TString VYR_Enum2String(VYR_TMUnits value) {
-  return TextOf(vyr::kUnits, value, "UnknownUnits");
-}
-QEN_TString VYR_Enum2String(VYR_TVerifyStatus value) {
-  return TextOf(Of(kVerifyStatusWords), value, "KeyInvalid");
-}
-QEN_TString VYR_Enum2String(unsigned int fillLevel) {
-  return TextOf(Of(kFillLevelWords), fillLevel, "UnknownFillLevel");
-}
+#define VYR_TO_TEXT(Type, vocabulary, undefined) \
+  QEN_TString VYR_Enum2String(Type value) { return TextOf(vocabulary, value, undefined); }
 
-// --- From text -----------------------------------------------------------------
+VYR_TO_TEXT(VYR_TChannelEnc, vyr::kChannelEncodings, "UnknownChannelEncoding")
+VYR_TO_TEXT(VYR_TInkPreviewEnc, vyr::kChannelEncodings, "UnknownChannelEncoding")
+VYR_TO_TEXT(VYR_TAlphaPlane, vyr::kAlphaPlanes, "UndefinedAlphaPlane")
+VYR_TO_TEXT(VYR_TBufferAccess, Of(kBufferAccessWords), "InvalidAccess")
+VYR_TO_TEXT(VYR_TCanFlag, Of(kCanFlagWords), "invalid")
+VYR_TO_TEXT(VYR_TDefInkTypes, Of(kDefInkTypeWords), "")
+VYR_TO_TEXT(VYR_TImageRotation, vyr::kImageRotations, "UnknownRotation")
+VYR_TO_TEXT(VYR_TImageSubtype, vyr::kImageSubtypes, "UndefinedImageSubtype")
+VYR_TO_TEXT(VYR_TImageType, vyr::kImageTypes, "UndefinedImageType")
+VYR_TO_TEXT(VYR_TInks, Of(kInkWords), "undefinedink")
+VYR_TO_TEXT(VYR_TInterleavedType, Of(kInterleavedWords), "UnknownInterleaved")
+VYR_TO_TEXT(VYR_TKnotType, Of(kKnotTypeWords), "KnotNop")
+VYR_TO_TEXT(VYR_TMUnits, vyr::kUnits, "UnknownUnits")
+VYR_TO_TEXT(VYR_TVerifyStatus, Of(kVerifyStatusWords), "KeyInvalid")
+VYR_TO_TEXT(unsigned int, Of(kFillLevelWords), "UnknownFillLevel")
 
-VYR_TChannelEnc VYR_String2ChannelEnc(const QEN_TString& text) {
-  static const QEN_TDict dictionary = MakeDictionary(vyr::kChannelEncodings, true);
-  return static_cast<VYR_TChannelEnc>(LookUp(dictionary, text.ToLower(), 0));
-}
+// --- From text: each reader with its matching rule and its default.
 
+// A dictionary of the names in lower case, the text folded the same way.
+#define VYR_READ_FOLDED(Function, Type, vocabulary, otherwise)               \
+  Type Function(const QEN_TString& text) {                                   \
+    static const QEN_TDict dictionary = MakeDictionary(vocabulary, true);    \
+    return static_cast<Type>(LookUp(dictionary, text.ToLower(), otherwise)); \
+  }
+// The names in any case, compared in table order.
+#define VYR_READ_IGNORING_CASE(Function, Type, vocabulary, otherwise)   \
+  Type Function(const QEN_TString& text) {                              \
+    static const TextTable table = MakeTextTable(vocabulary);           \
+    return static_cast<Type>(ScanIgnoringCase(table, text, otherwise)); \
+  }
+// The names exactly.
+#define VYR_READ_EXACT(Function, Type, vocabulary, otherwise)         \
+  Type Function(const QEN_TString& text) {                            \
+    return static_cast<Type>(ScanExact(vocabulary, text, otherwise)); \
+  }
+
+VYR_READ_FOLDED(VYR_String2ChannelEnc, VYR_TChannelEnc, vyr::kChannelEncodings,
+                VYR_UnknownChannelEncoding)
+VYR_READ_FOLDED(VYR_String2AlphaPlane, VYR_TAlphaPlane, vyr::kAlphaPlanes, VYR_AlphaUnknown)
+VYR_READ_FOLDED(VYR_String2ImageRotation, VYR_TImageRotation, vyr::kImageRotations, VYR_NotRotated)
+VYR_READ_FOLDED(VYR_String2ImageType, VYR_TImageType, vyr::kImageTypes, VYR_UnknownType)
+VYR_READ_FOLDED(VYR_String2FillLevel, unsigned int, Of(kFillLevelWords), VYR_FillEmpty)
+VYR_READ_IGNORING_CASE(VYR_String2Inks, VYR_TInks, Of(kInkWords), VYR_UnknownInk)
+VYR_READ_IGNORING_CASE(VYR_String2DefInkTypes, VYR_TDefInkTypes, Of(kDefInkTypeWords),
+                       VYR_NoDefInkType)
+VYR_READ_IGNORING_CASE(VYR_String2Units, VYR_TMUnits, vyr::kUnits, VYR_Pixel)
+VYR_READ_EXACT(VYR_String2CanFlag, VYR_TCanFlag, Of(kCanFlagWords), VYR_CanInvalid)
+VYR_READ_EXACT(VYR_String2InterleavedType, VYR_TInterleavedType, Of(kInterleavedWords),
+               VYR_UnknownInterleaved)
+VYR_READ_EXACT(VYR_String2KnotType, VYR_TKnotType, Of(kKnotTypeWords), VYR_KnotNop)
+VYR_READ_EXACT(VYR_String2VerifyStatus, VYR_TVerifyStatus, Of(kVerifyStatusWords), VYR_KeyUnknown)
+
+// An encoding that no preview has gives 0.
 VYR_TInkPreviewEnc VYR_String2InkPreviewEnc(const QEN_TString& text) {
   const unsigned value = VYR_String2ChannelEnc(text);
   return static_cast<VYR_TInkPreviewEnc>(IsPreviewEncoding(value) ? value : 0);
 }
 
-VYR_TAlphaPlane VYR_String2AlphaPlane(const QEN_TString& text) {
-  static const QEN_TDict dictionary = MakeDictionary(vyr::kAlphaPlanes, true);
-  return static_cast<VYR_TAlphaPlane>(LookUp(dictionary, text.ToLower(), VYR_AlphaUnknown));
-}
-
-VYR_TImageRotation VYR_String2ImageRotation(const QEN_TString& text) {
-  static const QEN_TDict dictionary = MakeDictionary(vyr::kImageRotations, true);
-  return static_cast<VYR_TImageRotation>(LookUp(dictionary, text.ToLower(), VYR_NotRotated));
-}
-
-VYR_TImageType VYR_String2ImageType(const QEN_TString& text) {
-  static const QEN_TDict dictionary = MakeDictionary(vyr::kImageTypes, true);
-  return static_cast<VYR_TImageType>(LookUp(dictionary, text.ToLower(), VYR_UnknownType));
-}
-
-unsigned int VYR_String2FillLevel(const QEN_TString& text) {
-  static const QEN_TDict dictionary = MakeDictionary(Of(kFillLevelWords), true);
-  return LookUp(dictionary, text.ToLower(), VYR_FillEmpty);
-}
-
+// The exact names, in a dictionary; the result is also stored in `access`.
 VYR_TBufferAccess& VYR_String2Enum(const QEN_TString& text, VYR_TBufferAccess& access) {
   static const QEN_TDict dictionary = MakeDictionary(Of(kBufferAccessWords), false);
   access = static_cast<VYR_TBufferAccess>(LookUp(dictionary, text, VYR_InvalidAccess));
   return access;
-}
-
-VYR_TInks VYR_String2Inks(const QEN_TString& text) {
-  static const TextTable table = MakeTextTable(Of(kInkWords));
-  return static_cast<VYR_TInks>(ScanIgnoringCase(table, text, VYR_UnknownInk));
-}
-
-VYR_TDefInkTypes VYR_String2DefInkTypes(const QEN_TString& text) {
-  static const TextTable table = MakeTextTable(Of(kDefInkTypeWords));
-  return static_cast<VYR_TDefInkTypes>(ScanIgnoringCase(table, text, VYR_NoDefInkType));
-}
-
-VYR_TMUnits VYR_String2Units(const QEN_TString& text) {
-  static const TextTable table = MakeTextTable(vyr::kUnits);
-  return static_cast<VYR_TMUnits>(ScanIgnoringCase(table, text, VYR_Pixel));
-}
-
-VYR_TCanFlag VYR_String2CanFlag(const QEN_TString& text) {
-  return static_cast<VYR_TCanFlag>(ScanExact(Of(kCanFlagWords), text, VYR_CanInvalid));
-}
-
-VYR_TInterleavedType VYR_String2InterleavedType(const QEN_TString& text) {
-  return static_cast<VYR_TInterleavedType>(
-      ScanExact(Of(kInterleavedWords), text, VYR_UnknownInterleaved));
-}
-
-VYR_TKnotType VYR_String2KnotType(const QEN_TString& text) {
-  return static_cast<VYR_TKnotType>(ScanExact(Of(kKnotTypeWords), text, VYR_KnotNop));
-}
-
-VYR_TVerifyStatus VYR_String2VerifyStatus(const QEN_TString& text) {
-  return static_cast<VYR_TVerifyStatus>(ScanExact(Of(kVerifyStatusWords), text, VYR_KeyUnknown));
 }
