@@ -97,6 +97,10 @@ class VYR_LOCAL VYR_TFileMetadata : public QEN_TObject, public virtual VYR_IMeta
   Found ReadStore(std::intptr_t folder, QEN_TDict& dictionary, bool mayBeUnchanged = false);
   // Notes the bytes the dictionary was read from or written as.
   void Remember(std::vector<unsigned char>&& bytes);
+  // The write of Commit, under the lock: the merged dictionary, or the
+  // store's removal when nothing is left. Whether that worked.
+  bool WriteMerged(std::intptr_t folder, std::intptr_t lock, const QEN_TDict& merged,
+                   bool& removeLock);
   // WriteMetadata without its catch.
   bool Commit();
 
