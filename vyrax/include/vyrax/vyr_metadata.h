@@ -44,10 +44,7 @@ class VYR_API VYR_IRelocatable : public virtual QEN_IInterface {
   // Whether the object can do so.
   virtual bool CanRelocate() const = 0;
 
- protected:
-  VYR_IRelocatable() = default;
-  VYR_IRelocatable(VYR_IRelocatable const&) = default;
-  VYR_IRelocatable& operator=(VYR_IRelocatable const&) = default;
+  VYR_INTERFACE_SPECIALS(VYR_IRelocatable)
 };
 
 // The store of one data file. Write failures are false results; exceptions
@@ -77,10 +74,7 @@ class VYR_API VYR_IMetadata : public virtual QEN_IInterface {
   // null when the store cannot be read. The caller owns it.
   static VYR_IMetadata* CreateAccessObject(QEN_TURL const& file);
 
- protected:
-  VYR_IMetadata() = default;
-  VYR_IMetadata(VYR_IMetadata const&) = default;
-  VYR_IMetadata& operator=(VYR_IMetadata const&) = default;
+  VYR_INTERFACE_SPECIALS(VYR_IMetadata)
 };
 
 // Every member of VYR_IMetadata, overridden: the front and each store
