@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "qen/qen_stream.h"
+#include "qen/qen_utf8.h"
 
 QEN_DEFINE_INTERFACE(QEN_IHashable)
 QEN_DEFINE_VALUE(QEN_TString, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable,
@@ -90,24 +91,6 @@ void AppendUtf8(std::u16string& out, const char* text, std::size_t size) {
   }
 }
 
-void AppendUtf8Of(std::string& out, char32_t c) {
-  if (c < 0x80) {
-    out += static_cast<char>(c);
-  } else if (c < 0x800) {
-    out += static_cast<char>(0xC0 | (c >> 6));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += static_cast<char>(0xE0 | (c >> 12));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (c >> 18));
-    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  }
-}
-
 // Calls f with each code point; a lone surrogate comes out as U+FFFD.
 template <class F>
 void ForEachCodePoint(const std::u16string& text, F f) {
@@ -127,7 +110,7 @@ void ForEachCodePoint(const std::u16string& text, F f) {
 std::string ToUtf8(const std::u16string& text) {
   std::string out;
   out.reserve(text.size());
-  ForEachCodePoint(text, [&out](char32_t c) { AppendUtf8Of(out, c); });
+  ForEachCodePoint(text, [&out](char32_t c) { QEN_AppendUtf8(out, c); });
   return out;
 }
 
@@ -735,7 +718,7 @@ std::string QEN_TString::QuoteForText() const {
         break;
     }
     if (IsHighSurrogate(c) && i + 1 < n && IsLowSurrogate(mText[i + 1])) {
-      AppendUtf8Of(out, 0x10000 + ((c - 0xD800) << 10) + (mText[i + 1] - 0xDC00));
+      QEN_AppendUtf8(out, 0x10000 + ((c - 0xD800) << 10) + (mText[i + 1] - 0xDC00));
       ++i;
     } else if (c < 0x20 || c == 0x7F || IsHighSurrogate(c) || IsLowSurrogate(c)) {
       // UTF-8 can't carry a lone surrogate, and control characters would not
@@ -743,7 +726,7 @@ std::string QEN_TString::QuoteForText() const {
       out += "\\u";
       for (int shift = 12; shift >= 0; shift -= 4) out += kHex[(c >> shift) & 0xF];
     } else {
-      AppendUtf8Of(out, c);
+      QEN_AppendUtf8(out, c);
     }
   }
   out += '"';

@@ -112,6 +112,24 @@ class VYR_API VYR_IBuffer : public virtual QEN_IInterface {
   static VYR_IBuffer const* ExtendBuffer(VYR_IBuffer const* buffer);
 };
 
+// Every member of VYR_IBuffer, overridden: the classes that implement the
+// whole interface declare it with this line.
+#define VYR_IBUFFER_OVERRIDES                                                                 \
+  VYR_IBuffer const* Duplicate(bool copy) const override;                                     \
+  VYR_IBuffer const* Slice(unsigned int offset, unsigned int size, bool copy) const override; \
+  void const* Buffer(unsigned int offset) const override;                                     \
+  void const* Buffer() const override;                                                        \
+  unsigned int Size() const override;                                                         \
+  bool IsValid() const override;                                                              \
+  VYR_TBufferAccess BufferAccess() const override;                                            \
+  void const* operator()(unsigned long long offset, unsigned long long size) const override;  \
+  VYR_IBuffer const* Reserved() const override;                                               \
+  void FreeReservation() const override;                                                      \
+  VYR_IBuffer const* CopyContentFrom(VYR_IBuffer const& source, unsigned int offset,          \
+                                     unsigned int size) const override;                       \
+  VYR_IBuffer const* CopyContentFrom(VYR_IBuffer const& source) const override;               \
+  VYR_IBuffer const* CopyContentFrom(void const* source, unsigned int size) const override;
+
 // The base of all buffer implementations: the bytes, the reservation, and the
 // sharing ring. Members of a ring show the same bytes; the ring is the
 // reference count, and the last member to be destroyed releases the bytes.
@@ -124,22 +142,9 @@ class VYR_API VYR_TBuffPriv : public QEN_TObject, public virtual VYR_IBuffer {
 
   using VYR_IBuffer::Buffer;
 
-  // Shares: a new VYR_TBuffPriv in this ring, whatever `copy` says. Every
-  // concrete class overrides it.
-  VYR_IBuffer const* Duplicate(bool copy) const override;
-  VYR_IBuffer const* Slice(unsigned int offset, unsigned int size, bool copy) const override;
-  void const* Buffer(unsigned int offset) const override;
-  void const* Buffer() const override;
-  unsigned int Size() const override;
-  bool IsValid() const override;
-  VYR_TBufferAccess BufferAccess() const override;
-  void const* operator()(unsigned long long offset, unsigned long long size) const override;
-  VYR_IBuffer const* Reserved() const override;
-  void FreeReservation() const override;
-  VYR_IBuffer const* CopyContentFrom(VYR_IBuffer const& source, unsigned int offset,
-                                     unsigned int size) const override;
-  VYR_IBuffer const* CopyContentFrom(VYR_IBuffer const& source) const override;
-  VYR_IBuffer const* CopyContentFrom(void const* source, unsigned int size) const override;
+  // Duplicate shares: a new VYR_TBuffPriv in this ring, whatever `copy`
+  // says. Every concrete class overrides it.
+  VYR_IBUFFER_OVERRIDES
 
  protected:
   // No bytes.
@@ -202,21 +207,8 @@ class VYR_API VYR_TBuffer : public QEN_TObject,
 
   using VYR_IBuffer::Buffer;
 
-  // Always shares, whatever `copy` says.
-  VYR_IBuffer const* Duplicate(bool copy) const override;
-  VYR_IBuffer const* Slice(unsigned int offset, unsigned int size, bool copy) const override;
-  void const* Buffer(unsigned int offset) const override;
-  void const* Buffer() const override;
-  unsigned int Size() const override;
-  bool IsValid() const override;
-  VYR_TBufferAccess BufferAccess() const override;
-  void const* operator()(unsigned long long offset, unsigned long long size) const override;
-  VYR_IBuffer const* Reserved() const override;
-  void FreeReservation() const override;
-  VYR_IBuffer const* CopyContentFrom(VYR_IBuffer const& source, unsigned int offset,
-                                     unsigned int size) const override;
-  VYR_IBuffer const* CopyContentFrom(VYR_IBuffer const& source) const override;
-  VYR_IBuffer const* CopyContentFrom(void const* source, unsigned int size) const override;
+  // Duplicate always shares, whatever `copy` says.
+  VYR_IBUFFER_OVERRIDES
 
   void QEN_Pack(QEN_IPacking& out) const override;
   void QEN_Unpack(QEN_IUnpacking& in) override;

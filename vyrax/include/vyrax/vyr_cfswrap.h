@@ -52,10 +52,7 @@ class VYR_API VYR_ICfs : public virtual QEN_IInterface {
   // default program; an empty resource throws VYR_ECfsWrap.
   virtual QEN_TURL ResourceRoot(QEN_TString const& resource, QEN_TString const& program) = 0;
 
- protected:
-  VYR_ICfs() = default;
-  VYR_ICfs(VYR_ICfs const&) = default;
-  VYR_ICfs& operator=(VYR_ICfs const&) = default;
+  VYR_INTERFACE_SPECIALS(VYR_ICfs)
 };
 
 // A configuration held in memory: a local tree, filled from a file or left

@@ -180,6 +180,8 @@ class VYR_API VYR_TIPIterationInfo : public QEN_TObject, public virtual QEN_IIte
   bool Passes() const;
   void FilterForward();
   void FilterBackward();
+  // One move of the inner cursor, then on past the elements that don't pass.
+  void Step(void (QEN_IIterationInfo::*move)(), bool forward);
 
   VYR_TImageType mImageType = VYR_UnknownType;
   int mRelatedIndex = -1;

@@ -8,6 +8,7 @@
 
 #include "vyrax/vyr_api.h"
 #include "vyrax/vyr_enums.h"
+#include "vyrax/vyr_value.h"
 
 // An ink: its name, its type as text and an optional preview colour.
 //
@@ -37,9 +38,6 @@ class VYR_API VYR_TInk : public QEN_TObject,
   // Inks 1 to 4 are process inks, 5 to 7 display inks; any other value throws
   // VYR_EWrongInkName.
   VYR_TInk(const VYR_TInks& ink);
-  VYR_TInk(const VYR_TInk& other) = default;
-  VYR_TInk& operator=(const VYR_TInk& other) = default;
-  ~VYR_TInk() override = default;
 
   const QEN_TString& InkName() const { return name; }
   const QEN_TString& InkType() const { return type; }
@@ -60,24 +58,16 @@ class VYR_API VYR_TInk : public QEN_TObject,
   // leave the ink as it was.
   void SetInkPreview(double c, double m, double y, double k);
 
-  // Same name and type (exactly); then, when both have a preview, the same
-  // encoding and values. An ink without preview equals one with any preview,
-  // so the relation is not transitive.
-  bool operator==(const VYR_TInk& other) const;
-  bool operator!=(const VYR_TInk& other) const { return !(*this == other); }
-
-  // Name and type as objects, the encoding as unsigned 32, then all four
-  // preview values as doubles, whatever the encoding.
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  // Three lines: the quoted name, the quoted type and the quoted encoding
-  // name ("Rgb", "Cmyk", ...), then the preview values on a fourth line when
-  // there is a preview. An encoding name that is no preview encoding reads
-  // back as none.
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  bool QEN_HRMultiLine() const override { return true; }
-  void PrintOn(std::ostream& out) const override;
+  // Equal: same name and type (exactly); then, when both have a preview,
+  // the same encoding and values. An ink without preview equals one with any
+  // preview, so the relation is not transitive.
+  // Packed: name and type as objects, the encoding as unsigned 32, then all
+  // four preview values as doubles, whatever the encoding.
+  // Text form, three lines: the quoted name, the quoted type and the quoted
+  // encoding name ("Rgb", "Cmyk", ...), then the preview values on a fourth
+  // line when there is a preview. An encoding name that is no preview
+  // encoding reads back as none.
+  VYR_VALUE_MEMBERS(VYR_TInk, true)
 
  private:
   // What QEN_Create builds for a stream to fill: empty, no preview.

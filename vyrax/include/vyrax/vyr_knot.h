@@ -6,6 +6,7 @@
 
 #include "vyrax/vyr_api.h"
 #include "vyrax/vyr_enums.h"
+#include "vyrax/vyr_value.h"
 
 // A move, a line, a curve or the close of a path: a type and three
 // coordinate pairs, each given vertical first. Moves and lines use the first
@@ -21,9 +22,6 @@ class VYR_API VYR_TKnot : public QEN_TObject,
   // All six coordinates 0.
   explicit VYR_TKnot(VYR_TKnotType type = VYR_KnotNop);
   VYR_TKnot(VYR_TKnotType type, double v1, double h1, double v2, double h2, double v3, double h3);
-  VYR_TKnot(const VYR_TKnot& other) = default;
-  VYR_TKnot& operator=(const VYR_TKnot& other) = default;
-  ~VYR_TKnot() override = default;
 
   VYR_TKnotType Type() const { return type; }
   double V1() const { return v1; }
@@ -36,24 +34,16 @@ class VYR_API VYR_TKnot : public QEN_TObject,
   void GetInfo(VYR_TKnotType& type, double& v1, double& h1, double& v2, double& h2, double& v3,
                double& h3) const;
 
-  // Type and all six coordinates; a coordinate that is not a number makes
-  // the knots differ.
-  bool operator==(const VYR_TKnot& other) const;
-  bool operator!=(const VYR_TKnot& other) const { return !(*this == other); }
-
-  // The type as an unsigned 32, then all six coordinates as doubles, in the
-  // order V1, H1, V2, H2, V3, H3, whatever the type.
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  // One line: the type's name and the pairs in use, "KnotClose",
+  // Equal: type and all six coordinates; a coordinate that is not a number
+  // makes the knots differ.
+  // Packed: the type as an unsigned 32, then all six coordinates as doubles,
+  // in the order V1, H1, V2, H2, V3, H3, whatever the type.
+  // Text form, one line: the type's name and the pairs in use, "KnotClose",
   // "KnotMoveTo 1, 2", "KnotNormCurveTo 1, 2, 3, 4, 5, 6". A type outside
   // the named ones is written as "KnotNop". Reading takes the type word
   // exactly; an unknown word gives KnotNop and ends the read quietly. Pairs
   // that the type doesn't use keep the values they had.
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  bool QEN_HRMultiLine() const override { return false; }
-  void PrintOn(std::ostream& out) const override;
+  VYR_VALUE_MEMBERS(VYR_TKnot, false)
 
  private:
   VYR_TKnotType type = VYR_KnotNop;

@@ -44,10 +44,7 @@ class VYR_API VYR_IRelocatable : public virtual QEN_IInterface {
   // Whether the object can do so.
   virtual bool CanRelocate() const = 0;
 
- protected:
-  VYR_IRelocatable() = default;
-  VYR_IRelocatable(VYR_IRelocatable const&) = default;
-  VYR_IRelocatable& operator=(VYR_IRelocatable const&) = default;
+  VYR_INTERFACE_SPECIALS(VYR_IRelocatable)
 };
 
 // The store of one data file. Write failures are false results; exceptions
@@ -77,11 +74,22 @@ class VYR_API VYR_IMetadata : public virtual QEN_IInterface {
   // null when the store cannot be read. The caller owns it.
   static VYR_IMetadata* CreateAccessObject(QEN_TURL const& file);
 
- protected:
-  VYR_IMetadata() = default;
-  VYR_IMetadata(VYR_IMetadata const&) = default;
-  VYR_IMetadata& operator=(VYR_IMetadata const&) = default;
+  VYR_INTERFACE_SPECIALS(VYR_IMetadata)
 };
+
+// Every member of VYR_IMetadata, overridden: the front and each store
+// declare it with this line.
+#define VYR_IMETADATA_OVERRIDES                                                              \
+  QEN_TURL const& File() const override;                                                     \
+  void Rescan() override;                                                                    \
+  bool SetKeyValue(QEN_TString const& key, unsigned int size, void const* data, bool commit) \
+      override;                                                                              \
+  VYR_IBuffer const* GetKeyValue(QEN_TString const& key) override;                           \
+  QEN_TList GetAllKeys() override;                                                           \
+  bool HasAnyKey() override;                                                                 \
+  bool RemoveKey(QEN_TString const& key) override;                                           \
+  bool Copy(QEN_TURL const& target) override;                                                \
+  bool Rename(QEN_TURL const& target) override;
 
 // The front that clients use: normalises keys, packs objects into values,
 // keeps time stamps, and owns exactly one backend object.
@@ -113,16 +121,7 @@ class VYR_API VYR_TMetadata : public QEN_TObject, public virtual VYR_IMetadata {
   virtual void PostSetArchiveData(QEN_TDict const& data, QEN_TURL const& from, QEN_TURL const& to);
 
  public:
-  QEN_TURL const& File() const override;
-  void Rescan() override;
-  bool SetKeyValue(QEN_TString const& key, unsigned int size, void const* data,
-                   bool commit) override;
-  VYR_IBuffer const* GetKeyValue(QEN_TString const& key) override;
-  QEN_TList GetAllKeys() override;
-  bool HasAnyKey() override;
-  bool RemoveKey(QEN_TString const& key) override;
-  bool Copy(QEN_TURL const& target) override;
-  bool Rename(QEN_TURL const& target) override;
+  VYR_IMETADATA_OVERRIDES
 
   // The object stored under `key`, rebuilt by its class name; null when
   // nothing is stored. Bytes that are no packed object throw the stream's

@@ -8,6 +8,7 @@
 
 #include "vyrax/vyr_api.h"
 #include "vyrax/vyr_enums.h"
+#include "vyrax/vyr_value.h"
 
 // The URL of the referenced file, the unit of the two offsets and where the
 // referenced image sits. Every further fact lives in the URL's parameters, so
@@ -44,9 +45,6 @@ class VYR_API VYR_TReference : public QEN_TObject,
   VYR_TReference(const QEN_TURL& file, VYR_TMUnits units, double vOffset, double hOffset,
                  const char* original, const char* mimeType, const char* extType, int pageNr,
                  int count);
-  VYR_TReference(const VYR_TReference& other) = default;
-  VYR_TReference& operator=(const VYR_TReference& other) = default;
-  ~VYR_TReference() override = default;
 
   const QEN_TURL& File() const { return file; }
   VYR_TMUnits Units() const { return units; }
@@ -78,24 +76,16 @@ class VYR_API VYR_TReference : public QEN_TObject,
   // origin is 0.0 where its parameter is missing. Null outputs are skipped.
   bool GetCADRegistration(int* orientation, double* x, double* y) const;
 
-  // The URL, the unit and the offsets; then the original, MIME type and
-  // format; then count and page.
-  bool operator==(const VYR_TReference& other) const;
-  bool operator!=(const VYR_TReference& other) const { return !(*this == other); }
-
-  // The URL as an object, the unit as an unsigned 32, then vOffset and
-  // hOffset as doubles.
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  // Two lines: the quoted URL, then "<unit> <vOffset>, <hOffset>", as in
+  // Equal: the URL, the unit and the offsets; then the original, MIME type
+  // and format; then count and page.
+  // Packed: the URL as an object, the unit as an unsigned 32, then vOffset
+  // and hOffset as doubles.
+  // Text form, two lines: the quoted URL, then "<unit> <vOffset>, <hOffset>", as in
   //   "file:///jobs/a.tif?iOriginalRef=a.tif"
   //   MM 12.5, -3.25
   // The unit is read as one of Pixel, MM, CM, Inch and Mil in any case; a
   // unit outside these is written as "UnknownUnits", which doesn't read back.
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  bool QEN_HRMultiLine() const override { return true; }
-  void PrintOn(std::ostream& out) const override;
+  VYR_VALUE_MEMBERS(VYR_TReference, true)
 
  private:
   QEN_TString ParamOrEmpty(const char* key) const;

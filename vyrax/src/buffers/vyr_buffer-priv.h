@@ -155,6 +155,11 @@ VYR_LOCAL VYR_IBuffer const* OpenEmbedded(QEN_TURL const& url, unsigned int posi
 // largest value.
 VYR_LOCAL unsigned int ParseEmbedNumber(QEN_TString const& text);
 
+// A 64-bit position or size from its low and high 32-bit words.
+inline unsigned long long Join(unsigned int low, unsigned int high) {
+  return (static_cast<unsigned long long>(high) << 32) | low;
+}
+
 }  // namespace vyr
 
 #endif

@@ -16,6 +16,8 @@
 
 namespace {
 
+using vyr::Join;
+
 const char kEmbed[] = "embed";
 const char kPositionLow[] = "embed.position_low";
 const char kPositionHigh[] = "embed.position_high";
@@ -31,10 +33,6 @@ unsigned int NumberParam(QEN_TURL const& url, const char* key) {
   QEN_TString value;
   if (!url.GetParam(key, value)) return 0;
   return vyr::ParseEmbedNumber(value);
-}
-
-unsigned long long Join(unsigned int low, unsigned int high) {
-  return (static_cast<unsigned long long>(high) << 32) | low;
 }
 
 }  // namespace

@@ -40,9 +40,7 @@ VYR_TMappedFile* gMappedFiles = nullptr;
 
 constexpr unsigned long long kLargestSize = std::numeric_limits<unsigned int>::max();
 
-unsigned long long Join(unsigned int low, unsigned int high) {
-  return (static_cast<unsigned long long>(high) << 32) | low;
-}
+using vyr::Join;
 
 [[noreturn]] void ThrowTooLarge(QEN_TString const& name, unsigned long long bytes) {
   VYR_THROW(VYR_EBufferRegionTooLarge, "%s: %llu bytes are more than a buffer can count", name,

@@ -22,11 +22,6 @@ VYR_VERSION_STAMP()
 #include "vyrax/vyr_dynamic_loader.h"
 #include "vyrax/vyr_exceptions.h"
 
-// ---------------------------------------------------------------------------
-// The exceptions of this unit's subsystem.
-
-QEN_DEFINE_EXCEPTION(VYR_ECfsWrap, QEN_EException)
-
 namespace {
 
 // The configuration object: set once, never deleted.
@@ -44,32 +39,33 @@ QEN_TRWLock& CfsLock() {
 }
 
 // An environment variable, read at its first use and kept for the process.
+// Every use notes the value in the loader's trace.
 struct CachedVariable {
-  explicit CachedVariable(const char* name) {
+  explicit CachedVariable(const char* name_) : name(name_) {
     const char* value = vyr::sys::Environment(name);
     set = value != nullptr;
     if (set) text = value;
   }
+  const CachedVariable& Traced() const {
+    if (set)
+      VYR_TRACE(vyr::kTraceLoader, "Get_%s: %s\n", name, text.c_str());
+    else
+      VYR_TRACE(vyr::kTraceLoader, "Get_%s: Variable does not exist!\n", name);
+    return *this;
+  }
+  const char* name;
   bool set = false;
   std::string text;
 };
 
 const CachedVariable& UseCfs() {
   static const CachedVariable variable("VYR_USE_CFS");
-  if (variable.set)
-    VYR_TRACE(vyr::kTraceLoader, "Get_VYR_USE_CFS: %s\n", variable.text.c_str());
-  else
-    VYR_TRACE(vyr::kTraceLoader, "Get_VYR_USE_CFS: Variable does not exist!\n");
-  return variable;
+  return variable.Traced();
 }
 
 const CachedVariable& QenServer() {
   static const CachedVariable variable("QEN_SERVER");
-  if (variable.set)
-    VYR_TRACE(vyr::kTraceLoader, "Get_QEN_SERVER: %s\n", variable.text.c_str());
-  else
-    VYR_TRACE(vyr::kTraceLoader, "Get_QEN_SERVER: Variable does not exist!\n");
-  return variable;
+  return variable.Traced();
 }
 
 typedef VYR_ICfs* (*ServiceFactory)();

@@ -22,18 +22,6 @@
 VYR_VERSION_STAMP()
 
 // ---------------------------------------------------------------------------
-// The exceptions of this unit's subsystem.
-
-QEN_DEFINE_EXCEPTION(VYR_EMetadataException, QEN_EException)
-QEN_DEFINE_EXCEPTION(VYR_EMetadataCouldNotRead, VYR_EMetadataException)
-QEN_DEFINE_EXCEPTION(VYR_EMetadataCouldNotWrite, VYR_EMetadataException)
-QEN_DEFINE_EXCEPTION(VYR_EMetadataFileDoesNotExist, VYR_EMetadataException)
-QEN_DEFINE_EXCEPTION(VYR_EMetadataInterfaceCalled, VYR_EMetadataException)
-QEN_DEFINE_EXCEPTION(VYR_EMetadataInternal, VYR_EMetadataException)
-QEN_DEFINE_EXCEPTION(VYR_EMetadataKeyDoesNotExist, VYR_EMetadataException)
-QEN_DEFINE_EXCEPTION(VYR_EMetadataNotImplemented, VYR_EMetadataException)
-
-// ---------------------------------------------------------------------------
 // The interfaces and the choice of backend.
 
 QEN_DEFINE_INTERFACE(VYR_IRelocatable)

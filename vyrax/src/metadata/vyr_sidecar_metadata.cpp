@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/vyr_platform.h"
 #include "core/vyr_trace.h"
 #include "core/vyr_version_stamp.h"
+#include "platform/vyr_platform.h"
 
 VYR_VERSION_STAMP()
 
@@ -100,6 +100,8 @@ VYR_TFileMetadata::VYR_TFileMetadata(QEN_TURL const& file)
 }
 
 VYR_TFileMetadata::~VYR_TFileMetadata() = default;
+
+QEN_TURL const& VYR_TFileMetadata::File() const { return mDataFile; }
 
 bool VYR_TFileMetadata::OpenFolder(bool create, vyr::platform::Handle& folder, int& error) {
   switch (vyr::platform::OpenStoreFolder(mFolderPath.c_str(), create, folder, error)) {
@@ -221,6 +223,37 @@ bool VYR_TFileMetadata::WriteMetadata() {
   return mWriteResult;
 }
 
+// Replaces the store by `merged`, or removes it when that is empty.
+bool VYR_TFileMetadata::WriteMerged(Handle folder, Handle lock, const QEN_TDict& merged,
+                                    bool& removeLock) {
+  int error = 0;
+  if (merged.IsEmpty()) {
+    if (!vyr::platform::RemoveStore(folder, mStoreName.c_str(), error)) {
+      LogFailure("WriteMetadata (file delete) failed", mMetadataPath, error);
+      return false;
+    }
+    removeLock = true;
+    mStoreKnown = false;
+  } else {
+    QEN_TMemoryStream memory;
+    QEN_TDataStream stream(memory);
+    stream << merged;
+    stream.Flush();
+    if (memory.Length() > kMaxStoreSize) {
+      LogFailure("WriteMetadata (file write) failed", mMetadataPath, EFBIG);
+      return false;
+    }
+    if (!vyr::platform::WriteStore(folder, mStoreName.c_str(), lock, memory.Data(), memory.Length(),
+                                   error)) {
+      LogFailure("WriteMetadata (file write) failed", mMetadataPath, error);
+      return false;
+    }
+    const unsigned char* const packed = static_cast<const unsigned char*>(memory.Data());
+    Remember(std::vector<unsigned char>(packed, packed + memory.Length()));
+  }
+  return true;
+}
+
 bool VYR_TFileMetadata::Commit() {
   if (mChanges.IsEmpty()) return true;
   Closer folder;
@@ -292,30 +325,7 @@ bool VYR_TFileMetadata::Commit() {
   }
   vyr::platform::RemoveLeftovers(folder.handle, mStoreName.c_str(), lock);
 
-  if (merged.IsEmpty()) {
-    if (!vyr::platform::RemoveStore(folder.handle, mStoreName.c_str(), error)) {
-      LogFailure("WriteMetadata (file delete) failed", mMetadataPath, error);
-      return false;
-    }
-    removeLock = true;
-    mStoreKnown = false;
-  } else {
-    QEN_TMemoryStream memory;
-    QEN_TDataStream stream(memory);
-    stream << merged;
-    stream.Flush();
-    if (memory.Length() > kMaxStoreSize) {
-      LogFailure("WriteMetadata (file write) failed", mMetadataPath, EFBIG);
-      return false;
-    }
-    if (!vyr::platform::WriteStore(folder.handle, mStoreName.c_str(), lock, memory.Data(),
-                                   memory.Length(), error)) {
-      LogFailure("WriteMetadata (file write) failed", mMetadataPath, error);
-      return false;
-    }
-    const unsigned char* const packed = static_cast<const unsigned char*>(memory.Data());
-    Remember(std::vector<unsigned char>(packed, packed + memory.Length()));
-  }
+  if (!WriteMerged(folder.handle, lock, merged, removeLock)) return false;
   // What is stored now is this object's state: another object's keys that
   // came in with it are seen without a Rescan.
   if (&merged == &store) mDictionary = std::move(store);

@@ -68,22 +68,13 @@ class VYR_LOCAL VYR_TFileMetadata : public QEN_TObject, public virtual VYR_IMeta
   // The raw form with the buffer's size and bytes.
   virtual bool SetKeyValue(QEN_TString const& key, VYR_IBuffer const& value, bool commit);
 
-  QEN_TURL const& File() const override { return mDataFile; }
-  // Forgets what was read, and reads again.
-  void Rescan() override;
-  // Without `commit` the value lives only in memory and the result is false.
-  bool SetKeyValue(QEN_TString const& key, unsigned int size, void const* data,
-                   bool commit) override;
-  // Null when the key is absent or no store could be read.
-  VYR_IBuffer const* GetKeyValue(QEN_TString const& key) override;
-  // The dictionary's keys and whether it has any; neither reads the file.
-  QEN_TList GetAllKeys() override;
-  bool HasAnyKey() override;
-  // False for an absent key; otherwise the result of the write.
-  bool RemoveKey(QEN_TString const& key) override;
-  // The side-car file stays where it is: both give false.
-  bool Copy(QEN_TURL const& target) override;
-  bool Rename(QEN_TURL const& target) override;
+  // Rescan forgets what was read, and reads again. Without `commit`,
+  // SetKeyValue keeps the value only in memory and gives false. GetKeyValue
+  // gives null when the key is absent or no store could be read. Neither
+  // GetAllKeys nor HasAnyKey reads the file. RemoveKey gives false for an
+  // absent key, otherwise the result of the write. The side-car file stays
+  // where it is: Copy and Rename give false.
+  VYR_IMETADATA_OVERRIDES
 
   // Traces.
   static bool QEN_Initialize();
@@ -106,6 +97,10 @@ class VYR_LOCAL VYR_TFileMetadata : public QEN_TObject, public virtual VYR_IMeta
   Found ReadStore(std::intptr_t folder, QEN_TDict& dictionary, bool mayBeUnchanged = false);
   // Notes the bytes the dictionary was read from or written as.
   void Remember(std::vector<unsigned char>&& bytes);
+  // The write of Commit, under the lock: the merged dictionary, or the
+  // store's removal when nothing is left. Whether that worked.
+  bool WriteMerged(std::intptr_t folder, std::intptr_t lock, const QEN_TDict& merged,
+                   bool& removeLock);
   // WriteMetadata without its catch.
   bool Commit();
 

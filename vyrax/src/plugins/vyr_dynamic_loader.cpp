@@ -8,25 +8,12 @@ VYR_VERSION_STAMP()
 
 #include <ordonotes/ordonotes.h>
 
-#include "plugins/vyr_dynamic_loader-priv.h"
 #include "core/vyr_throw.h"
 #include "core/vyr_trace.h"
+#include "plugins/vyr_dynamic_loader-priv.h"
 #include "vyrax/vyr_dynamic_loader.h"
 #include "vyrax/vyr_exceptions.h"
 #include "vyrax/vyr_startup.h"
-
-// ---------------------------------------------------------------------------
-// The exceptions of this unit's subsystem.
-
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoader, QEN_EException)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderAlreadyLoaded, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderDoubleCreator, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderDoubleInstance, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderDoubleProvider, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderInternal, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderNoSuchCreator, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderNoSuchPlugin, VYR_EDynamicLoader)
-QEN_DEFINE_EXCEPTION(VYR_EDynamicLoaderNoSuchProvider, VYR_EDynamicLoader)
 
 // ---------------------------------------------------------------------------
 // VYR_TDynamicLoader
@@ -39,6 +26,15 @@ char const* const VYR_TDynamicLoader::sCfsName = "/Resources/Modules/VYR/Dynamic
 namespace {
 
 VYR_TSingletonGuard<VYR_TDynamicLoader> gLoaderGuard(&VYR_TDynamicLoader::sLoader);
+
+// The creators of a registered provider; the caller holds the lock.
+QEN_TDict& CreatorsOf(QEN_TDict& providers, QEN_TString const& provider) {
+  QEN_TAny* entry = providers.Lookup(provider);
+  QEN_TDict* creators = entry != nullptr ? entry->DynamicCast<QEN_TDict>() : nullptr;
+  if (creators == nullptr)
+    VYR_THROW(VYR_EDynamicLoaderNoSuchProvider, "Unregistered provider %s", provider);
+  return *creators;
+}
 
 }  // namespace
 
@@ -135,18 +131,10 @@ VYR_TDynamicLoader::Function VYR_TDynamicLoader::Creator(QEN_TString const& prov
 
 QEN_TDict const& VYR_TDynamicLoader::operator[](QEN_TString const& provider) {
   QEN_TReadGuard hold(vyr::LoaderLock());
-  QEN_TAny* entry = providers.Lookup(provider);
-  QEN_TDict* creators = entry != nullptr ? entry->DynamicCast<QEN_TDict>() : nullptr;
-  if (creators == nullptr)
-    VYR_THROW(VYR_EDynamicLoaderNoSuchProvider, "Unregistered provider %s", provider);
-  return *creators;
+  return CreatorsOf(providers, provider);
 }
 
 QEN_TDict& VYR_TDynamicLoader::operator()(QEN_TString const& provider) {
   QEN_TWriteGuard hold(vyr::LoaderLock());
-  QEN_TAny* entry = providers.Lookup(provider);
-  QEN_TDict* creators = entry != nullptr ? entry->DynamicCast<QEN_TDict>() : nullptr;
-  if (creators == nullptr)
-    VYR_THROW(VYR_EDynamicLoaderNoSuchProvider, "Unregistered provider %s", provider);
-  return *creators;
+  return CreatorsOf(providers, provider);
 }

@@ -51,29 +51,20 @@ void VYR_TIPIterationInfo::FilterBackward() {
   while (!mInner->IsBeforeFirst() && !Passes()) mInner->Previous();
 }
 
-void VYR_TIPIterationInfo::First() {
+void VYR_TIPIterationInfo::Step(void (QEN_IIterationInfo::*move)(), bool forward) {
   if (mInner == nullptr) return;
-  mInner->First();
-  FilterForward();
+  (mInner->*move)();
+  if (forward) {
+    FilterForward();
+  } else {
+    FilterBackward();
+  }
 }
 
-void VYR_TIPIterationInfo::Next() {
-  if (mInner == nullptr) return;
-  mInner->Next();
-  FilterForward();
-}
-
-void VYR_TIPIterationInfo::Previous() {
-  if (mInner == nullptr) return;
-  mInner->Previous();
-  FilterBackward();
-}
-
-void VYR_TIPIterationInfo::Last() {
-  if (mInner == nullptr) return;
-  mInner->Last();
-  FilterBackward();
-}
+void VYR_TIPIterationInfo::First() { Step(&QEN_IIterationInfo::First, true); }
+void VYR_TIPIterationInfo::Next() { Step(&QEN_IIterationInfo::Next, true); }
+void VYR_TIPIterationInfo::Previous() { Step(&QEN_IIterationInfo::Previous, false); }
+void VYR_TIPIterationInfo::Last() { Step(&QEN_IIterationInfo::Last, false); }
 
 bool VYR_TIPIterationInfo::IsBeforeFirst() const {
   return mInner != nullptr ? mInner->IsBeforeFirst() : false;

@@ -2,8 +2,8 @@
 // of another proxy.
 #define VYR_SOURCE_NAME "Private/Source/vyr_image_ticket"
 
-#include "tickets/ticket_levels.h"
 #include "core/vyr_throw.h"
+#include "tickets/ticket_levels.h"
 #include "vyrax/vyr_buffer.h"
 #include "vyrax/vyr_image_ticket.h"
 #include "vyrax/vyr_reference.h"
@@ -30,21 +30,15 @@ class DependencyWalk {
     } else {
       url = VYR_Embedded2Original(ref.File());
     }
-    if (url == mOwn) return;
-    if (!mWithDetails) {
-      mList.AddAtTail(QEN_TAny(url));
-      return;
-    }
-    QEN_TDict details;
-    details["URL"] = url;
-    details["MIME"] = ref.MIMEType();
-    details["Ext"] = ref.ExtType();
-    if (ref.Count() != -1) details["Count"] = ref.Count();
-    if (ref.PageNr() != -1) details["PageNr"] = ref.PageNr();
-    AddStamp(details, "ModificationTime", ref.ModificationTimeStamp());
-    AddStamp(details, "FileSize", ref.FileSizeStamp());
-    AddStamp(details, "MD5Hash", ref.MD5HashStamp());
-    mList.AddAtTail(QEN_TAny(std::move(details)));
+    Add(url, [&ref](QEN_TDict& details) {
+      details["MIME"] = ref.MIMEType();
+      details["Ext"] = ref.ExtType();
+      if (ref.Count() != -1) details["Count"] = ref.Count();
+      if (ref.PageNr() != -1) details["PageNr"] = ref.PageNr();
+      AddStamp(details, "ModificationTime", ref.ModificationTimeStamp());
+      AddStamp(details, "FileSize", ref.FileSizeStamp());
+      AddStamp(details, "MD5Hash", ref.MD5HashStamp());
+    });
   }
 
   void PlainUrl(const QEN_TURL& plain) {
@@ -52,7 +46,14 @@ class DependencyWalk {
       mResult = false;
       return;
     }
-    const QEN_TURL url = VYR_Embedded2Original(plain);
+    Add(VYR_Embedded2Original(plain), [](QEN_TDict&) {});
+  }
+
+ private:
+  // Adds `url` unless it is the ticket's own file: as it is, or as details
+  // with "URL" and what `fill` adds.
+  template <class Fill>
+  void Add(const QEN_TURL& url, Fill fill) {
     if (url == mOwn) return;
     if (!mWithDetails) {
       mList.AddAtTail(QEN_TAny(url));
@@ -60,10 +61,10 @@ class DependencyWalk {
     }
     QEN_TDict details;
     details["URL"] = url;
+    fill(details);
     mList.AddAtTail(QEN_TAny(std::move(details)));
   }
 
- private:
   static void AddStamp(QEN_TDict& details, const char* key, const QEN_TString& stamp) {
     if (!stamp.Empty()) details[key] = stamp;
   }

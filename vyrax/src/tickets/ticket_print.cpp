@@ -4,22 +4,13 @@
 #include <cstring>
 #include <ostream>
 
+#include "core/vyr_print.h"
 #include "tickets/ticket_levels.h"
 #include "vyrax/vyr_image_ticket.h"
 
 using namespace vyr_ticket;
 
 namespace {
-
-class Lines {
- public:
-  explicit Lines(std::ostream& out) : mOut(out) {}
-  // A new line at the current depth, with its label.
-  std::ostream& operator()(const char* label) { return mOut << QEN_IPrintable::Prefix() << label; }
-
- private:
-  std::ostream& mOut;
-};
 
 // One entry per key: "[key] = value", the value as a small number when it
 // reads as one, else through its own print.
@@ -83,24 +74,13 @@ void PrintBlock(std::ostream& out, const Container& container, Entries entries) 
 }  // namespace
 
 void VYR_TImageTicket::PrintOn(std::ostream& out) const {
-  Lines line(out);
-  out << "VYR_TImageTicket" << std::endl;
-  line("{") << std::endl;
-  QEN_IPrintable::Indent();
+  vyr::FieldPrint line(out, "VYR_TImageTicket");
   line("FillLevel: ") << VYR_Enum2String(mFillLevel).c_str() << std::endl;
-  line("InternalInfo: ");
-  mInternal.PrintOn(out);
-  out << std::endl;
-  line("CreatorId: ");
-  mCreatorId.PrintOn(out);
-  out << std::endl;
+  line.Printed("InternalInfo: ", mInternal);
+  line.Printed("CreatorId: ", mCreatorId);
   if (mFillLevel & kFileBit) {
-    line("File: ");
-    mFile.PrintOn(out);
-    out << std::endl;
-    line("FileTimeStamp: ");
-    mFileTimeStamp.PrintOn(out);
-    out << std::endl;
+    line.Printed("File: ", mFile);
+    line.Printed("FileTimeStamp: ", mFileTimeStamp);
     line("FileSize: ") << mFileSize << std::endl;
     line("ImagePosition: ") << static_cast<unsigned>(mImagePosition) << std::endl;
   }
@@ -138,6 +118,5 @@ void VYR_TImageTicket::PrintOn(std::ostream& out) const {
     line("ExternalRefs: LIST") << std::endl;
     PrintBlock(out, *mExternalRefs, PrintListEntries);
   }
-  QEN_IPrintable::ReverseIndent();
-  line("}") << std::endl;
+  line.Close() << std::endl;
 }

@@ -27,56 +27,23 @@
 //
 // Present objects are written "* " and the object in its framed form
 // (class name and braces), so that the reader can rebuild them by class.
-// Enumerations are written with VYR_Enum2String and read with the reader's
-// own tables below, which lack a few written names ("Production",
-// "YCbCrK", "AlphaUnknown", the names of undefined values): a ticket holding
-// one of those writes fine and fails to read at that line.
+// Enumerations are written with VYR_Enum2String and read, exactly, by the
+// names of the same vocabularies (values/vyr_vocabularies.h) that their
+// ticket text column marks: a few written names ("Production", "YCbCrK",
+// "AlphaUnknown", the names of undefined values) are not among them, so a
+// ticket holding one of those writes fine and fails to read at that line.
 #include <qen/qen_exception.h>
 
 #include <cstring>
 #include <memory>
 
 #include "tickets/ticket_levels.h"
+#include "values/vyr_vocabularies.h"
 #include "vyrax/vyr_image_ticket.h"
 
 using namespace vyr_ticket;
 
 namespace {
-
-struct Name {
-  const char* text;
-  unsigned value;
-};
-
-const Name kImageTypes[] = {
-    {"UnknownType", 0}, {"Preview", 1}, {"Icon", 2}, {"Image", 3}, {"Internal", 4}};
-const Name kImageSubtypes[] = {
-    {"UnknownSubtype", 0}, {"CT", 1}, {"LP", 2}, {"LW", 3}, {"HC", 4}, {"FP", 5}};
-const Name kUnits[] = {{"Pixel", 0}, {"MM", 1}, {"CM", 2}, {"Inch", 3}, {"Mil", 4}};
-const Name kChannelEncodings[] = {{"UnknownChannelEncoding", 0},
-                                  {"Bitmap", 1},
-                                  {"Colored", 2},
-                                  {"IndexedRgb", 3},
-                                  {"IndexedCmyk", 4},
-                                  {"NamedIndexed", 5},
-                                  {"Intensity", 6},
-                                  {"Grayscale", 7},
-                                  {"NamedIntensity", 8},
-                                  {"Multitone", 9},
-                                  {"Rgb", 10},
-                                  {"Cmyk", 11},
-                                  {"Labcolor", 12},
-                                  {"YCbCr", 13},
-                                  {"Hsv", 14},
-                                  {"Multichannel", 15},
-                                  {"NamedMultichannel", 16}};
-const Name kAlphaPlanes[] = {{"AlphaNone", 0},
-                             {"AlphaNormal", 1},
-                             {"AlphaPremultiplied", 2},
-                             {"AlphaOne", 3},
-                             {"UnknownAlpha", 4}};
-const Name kRotations[] = {{"NotRotated", 0}, {"Rot90", 1},    {"Rot180", 2},    {"Rot270", 3},
-                           {"Mirrored", 4},   {"MirRot90", 5}, {"MirRot180", 6}, {"MirRot270", 7}};
 
 // The word up to the next white space, after the white space before it.
 QEN_TString ReadToken(QEN_THumanReadableStream& in) {
@@ -86,13 +53,13 @@ QEN_TString ReadToken(QEN_THumanReadableStream& in) {
   return token;
 }
 
-template <class Enum, size_t kCount>
-void ReadName(QEN_THumanReadableStream& in, const Name (&table)[kCount], const char* what,
+template <class Enum>
+void ReadName(QEN_THumanReadableStream& in, const vyr::Vocabulary& vocabulary, const char* what,
               Enum& field) {
   QEN_TString token = ReadToken(in);
-  for (const Name& name : table) {
-    if (token == name.text) {
-      field = static_cast<Enum>(name.value);
+  for (const vyr::Word& word : vocabulary) {
+    if (word.inTicketText && token == word.Read()) {
+      field = static_cast<Enum>(word.value);
       return;
     }
   }
@@ -200,9 +167,9 @@ bool VYR_TImageTicket::ReadFrom(QEN_THumanReadableStream& in) {
   }
   if (mFillLevel & kBasicInfoBit) {
     in >> mNrPages >> mRelatedIndex;
-    ReadName(in, kImageTypes, "image type", mImageType);
-    ReadName(in, kImageSubtypes, "image subtype", mImageSubtype);
-    ReadName(in, kUnits, "measurement unit", mMeasurementUnits);
+    ReadName(in, vyr::kImageTypes, "image type", mImageType);
+    ReadName(in, vyr::kImageSubtypes, "image subtype", mImageSubtype);
+    ReadName(in, vyr::kUnits, "measurement unit", mMeasurementUnits);
 
     ExpectToken(in, "RES");
     in >> mVResolution;
@@ -231,10 +198,10 @@ bool VYR_TImageTicket::ReadFrom(QEN_THumanReadableStream& in) {
     ExpectComma(in);
     in >> mMarginRight;
 
-    ReadName(in, kChannelEncodings, "channel encoding", mChannelEncoding);
-    ReadName(in, kAlphaPlanes, "alpha plane", mAlphaPlane);
+    ReadName(in, vyr::kChannelEncodings, "channel encoding", mChannelEncoding);
+    ReadName(in, vyr::kAlphaPlanes, "alpha plane", mAlphaPlane);
     in >> mNrInks;
-    ReadName(in, kRotations, "rotation", mRotation);
+    ReadName(in, vyr::kImageRotations, "rotation", mRotation);
   }
   if (mFillLevel & kProcessorBit) in >> mImageProcessor;
   if (mFillLevel & kFileTypeBit) in >> mFileFormat >> mFileFormatVersion;

@@ -14,23 +14,3 @@ QEN_DEFINE_VALUE(VYR_TImageProxy, QEN_TObject, QEN_IPackable, QEN_IIteratable, Q
                  QEN_IPrintable, VYR_IRelocatable)
 QEN_DEFINE_OBJECT(VYR_TIPIterator, QEN_TObject, QEN_IIteratable)
 QEN_DEFINE_OBJECT(VYR_TIPIterationInfo, QEN_TObject, QEN_IIterationInfo)
-
-// ---------------------------------------------------------------------------
-// The exceptions of this unit's subsystem.
-
-QEN_DEFINE_EXCEPTION(VYR_EImageTicket, QEN_EException)
-QEN_DEFINE_EXCEPTION(VYR_EImageMemoryAllocationError, VYR_EImageTicket)
-QEN_DEFINE_EXCEPTION(VYR_EImageTicketCannotCheckValidity, VYR_EImageTicket)
-QEN_DEFINE_EXCEPTION(VYR_EImageTicketCannotCreateTicket, VYR_EImageTicket)
-QEN_DEFINE_EXCEPTION(VYR_EImageTicketCannotGetDependencies, VYR_EImageTicket)
-QEN_DEFINE_EXCEPTION(VYR_EImageTicketFileCorrupted, VYR_EImageTicket)
-QEN_DEFINE_EXCEPTION(VYR_EImageTicketInternalError, VYR_EImageTicket)
-QEN_DEFINE_EXCEPTION(VYR_EImageTicketKeyNotFound, VYR_EImageTicket)
-QEN_DEFINE_EXCEPTION(VYR_EImageTicketNoExtendedInfo, VYR_EImageTicket)
-QEN_DEFINE_EXCEPTION(VYR_EImageTicketNoExternalRefs, VYR_EImageTicket)
-QEN_DEFINE_EXCEPTION(VYR_EImageTicketUnkownFileFormat, VYR_EImageTicket)
-QEN_DEFINE_EXCEPTION(VYR_EImageTicketUnsupprotedFileFormat, VYR_EImageTicket)
-QEN_DEFINE_EXCEPTION(VYR_EImageProxy, QEN_EException)
-QEN_DEFINE_EXCEPTION(VYR_EImageProxyEmpty, VYR_EImageProxy)
-QEN_DEFINE_EXCEPTION(VYR_EImageProxyInternal, VYR_EImageProxy)
-QEN_DEFINE_EXCEPTION(VYR_EImageProxyNotImplemented, VYR_EImageProxy)

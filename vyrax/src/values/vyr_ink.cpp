@@ -7,6 +7,7 @@
 
 #include <ostream>
 
+#include "core/vyr_print.h"
 #include "core/vyr_throw.h"
 
 QEN_DEFINE_VALUE(VYR_TInk, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable)
@@ -168,16 +169,10 @@ bool VYR_TInk::ReadFrom(QEN_THumanReadableStream& in) {
 }
 
 void VYR_TInk::PrintOn(std::ostream& out) const {
-  out << "VYR_TInk" << std::endl;
-  out << QEN_IPrintable::Prefix() << '{' << std::endl;
-  QEN_IPrintable::Indent();
-  out << QEN_IPrintable::Prefix() << "Name: ";
-  name.PrintOn(out);
-  out << std::endl;
-  out << QEN_IPrintable::Prefix() << "Type: ";
-  type.PrintOn(out);
-  out << std::endl;
-  out << QEN_IPrintable::Prefix() << "Preview: ";
+  vyr::FieldPrint line(out, "VYR_TInk");
+  line.Printed("Name: ", name);
+  line.Printed("Type: ", type);
+  line("Preview: ");
   VYR_Enum2String(previewEnc).PrintOn(out);
   const unsigned shown = ValuesShown(previewEnc);
   if (shown > 0) {
@@ -186,6 +181,5 @@ void VYR_TInk::PrintOn(std::ostream& out) const {
     out << ')';
   }
   out << std::endl;
-  QEN_IPrintable::ReverseIndent();
-  out << QEN_IPrintable::Prefix() << '}';
+  line.Close();
 }

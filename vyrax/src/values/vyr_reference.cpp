@@ -10,6 +10,10 @@
 #include <cstdlib>
 #include <ostream>
 #include <string>
+#include <utility>
+
+#include "core/vyr_print.h"
+#include "values/vyr_vocabularies.h"
 
 QEN_DEFINE_VALUE(VYR_TReference, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable)
 
@@ -65,10 +69,6 @@ bool StartsWithFile(const QEN_TString& text) {
   return text.Length() >= kFile.Length() && text.Substring(0, kFile.Length()) == kFile;
 }
 
-// The unit words of the text form, in the order of their numbers.
-const char* const kUnitWords[] = {"PIXEL", "MM", "CM", "INCH", "MIL"};
-const unsigned kUnitCount = sizeof kUnitWords / sizeof kUnitWords[0];
-
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -115,26 +115,20 @@ VYR_TReference::VYR_TReference(const QEN_TURL& file_, VYR_TMUnits units_, double
                                const char* extType, int pageNr, int count)
     : VYR_TReference(file_, units_, vOffset_, hOffset_) {
   // The whole query is built here and replaces the URL's own parameters.
+  const QEN_TString page = NumberText(pageNr);
+  const QEN_TString total = NumberText(count);
+  const std::pair<const char*, const char*> params[] = {{kOriginalRef, original},
+                                                        {kMIMEType, mimeType},
+                                                        {kExtType, extType},
+                                                        {kPageNr, page.c_str()},
+                                                        {kCount, total.c_str()}};
   std::string query;
-  query += kOriginalRef;
-  query += '=';
-  AppendPercentCoded(query, original);
-  query += '&';
-  query += kMIMEType;
-  query += '=';
-  AppendPercentCoded(query, mimeType);
-  query += '&';
-  query += kExtType;
-  query += '=';
-  AppendPercentCoded(query, extType);
-  query += '&';
-  query += kPageNr;
-  query += '=';
-  AppendPercentCoded(query, NumberText(pageNr).c_str());
-  query += '&';
-  query += kCount;
-  query += '=';
-  AppendPercentCoded(query, NumberText(count).c_str());
+  for (const auto& param : params) {
+    if (!query.empty()) query += '&';
+    query += param.first;
+    query += '=';
+    AppendPercentCoded(query, param.second);
+  }
   file.SetQuery(QEN_TString(query));
 }
 
@@ -259,11 +253,13 @@ bool VYR_TReference::ReadFrom(QEN_THumanReadableStream& in) {
   in >> file;
   in.Skip(skipped, QEN_THumanReadableStream::sWhiteSpace);
   in.ReadUntil(word, QEN_THumanReadableStream::sWhiteSpace);
-  unsigned found = 0;
-  while (found < kUnitCount && word.CompareWith(kUnitWords[found], true) != 0) ++found;
-  if (found == kUnitCount)
+  // The unit's name in any case.
+  const vyr::Word* unit = vyr::kUnits.begin();
+  while (unit != vyr::kUnits.end() && word.CompareWith(QEN_TString(unit->Read()), true) != 0)
+    ++unit;
+  if (unit == vyr::kUnits.end())
     in.SyntaxError("unit Pixel, MM, CM, Inch or Mil expected in a reference");
-  units = static_cast<VYR_TMUnits>(found);
+  units = static_cast<VYR_TMUnits>(unit->value);
   in.Skip(skipped, QEN_THumanReadableStream::sWhiteSpace);
   in >> &vOffset;
   if (*in.ReadChar(c) != u',') in.SyntaxError("',' expected in a reference");
@@ -273,17 +269,10 @@ bool VYR_TReference::ReadFrom(QEN_THumanReadableStream& in) {
 }
 
 void VYR_TReference::PrintOn(std::ostream& out) const {
-  out << "VYR_TReference" << std::endl;
-  out << QEN_IPrintable::Prefix() << '{' << std::endl;
-  QEN_IPrintable::Indent();
-  out << QEN_IPrintable::Prefix() << "File ";
-  file.PrintOn(out);
-  out << std::endl;
-  out << QEN_IPrintable::Prefix() << "Units ";
-  VYR_Enum2String(units).PrintOn(out);
-  out << std::endl;
-  out << QEN_IPrintable::Prefix() << "VOffset " << vOffset << std::endl;
-  out << QEN_IPrintable::Prefix() << "HOffset " << hOffset << std::endl;
-  QEN_IPrintable::ReverseIndent();
-  out << QEN_IPrintable::Prefix() << '}';
+  vyr::FieldPrint line(out, "VYR_TReference");
+  line.Printed("File ", file);
+  line.Printed("Units ", VYR_Enum2String(units));
+  line("VOffset ") << vOffset << std::endl;
+  line("HOffset ") << hOffset << std::endl;
+  line.Close();
 }

@@ -1,12 +1,12 @@
 // The small value types: the tag.
-#include "vyrax/vyr_typedefs.h"
-
 #include <qen/qen_stream.h>
 
 #include <ostream>
 
+#include "core/vyr_print.h"
 #include "core/vyr_version_stamp.h"
 #include "vyrax/vyr_exceptions.h"
+#include "vyrax/vyr_typedefs.h"
 
 VYR_VERSION_STAMP()
 
@@ -65,26 +65,8 @@ bool VYR_TTag::ReadFrom(QEN_THumanReadableStream& in) {
 }
 
 void VYR_TTag::PrintOn(std::ostream& out) const {
-  out << "VYR_TTag" << std::endl;
-  out << QEN_IPrintable::Prefix() << '{' << std::endl;
-  QEN_IPrintable::Indent();
-  out << QEN_IPrintable::Prefix() << "Position " << position << " : " << positionHigh << std::endl;
-  out << QEN_IPrintable::Prefix() << "Size " << size << " : " << sizeHigh << std::endl;
-  QEN_IPrintable::ReverseIndent();
-  out << QEN_IPrintable::Prefix() << '}';
+  vyr::FieldPrint line(out, "VYR_TTag");
+  line("Position ") << position << " : " << positionHigh << std::endl;
+  line("Size ") << size << " : " << sizeHigh << std::endl;
+  line.Close();
 }
-
-// ---------------------------------------------------------------------------
-// The exceptions of this unit's subsystem.
-
-QEN_DEFINE_EXCEPTION(VYR_EVYRAX, QEN_EException)
-QEN_DEFINE_EXCEPTION(VYR_EEmbedRegionTooLarge, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EIllegalCMYKInkPreviewValues, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EIllegalRGBInkPreviewValues, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_ENotEmbeddedFile, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_ESystemError, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EUnicodePSStringNotSupported, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EUnsupportedProtocol, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EWrongInkName, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EWrongInkPreviewType, VYR_EVYRAX)
-QEN_DEFINE_EXCEPTION(VYR_EAssertFailed, QEN_EException)
