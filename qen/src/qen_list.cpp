@@ -11,6 +11,7 @@
 #include "qen/qen_containers.h"
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
+#include "qen_cursor.h"
 #include "qen_string_map.h"
 
 QEN_DEFINE_VALUE(QEN_TList, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable,
@@ -224,27 +225,10 @@ void QEN_TList::QEN_Unpack(QEN_IUnpacking& in) {
 // ---------------------------------------------------------------------------
 // Text form: value, value, ... (see qen_containers.h)
 
-namespace {
-// Longer lists of plain values go one per line.
-constexpr unsigned kMaxOnOneLine = 16;
-}  // namespace
-
-bool QEN_TList::QEN_HRMultiLine() const {
-  if (mEntries > kMaxOnOneLine) return true;
-  for (const QEN_TListKey* key = mHead; key != nullptr; key = key->mNext)
-    if (qen_detail::HoldsObject(key->mValue) || key->mValue.QEN_HRMultiLine()) return true;
-  return false;
-}
+bool QEN_TList::QEN_HRMultiLine() const { return qen_detail::ValuesMultiLine(*this, mEntries); }
 
 bool QEN_TList::WriteTo(QEN_THumanReadableStream& out) const {
-  bool multiLine = QEN_HRMultiLine();
-  for (const QEN_TListKey* key = mHead; key != nullptr; key = key->mNext) {
-    key->mValue.WriteTo(out);
-    if (multiLine)
-      out << "," << cr;
-    else if (key->mNext != nullptr)
-      out << ", ";
-  }
+  qen_detail::WriteValues(*this, QEN_HRMultiLine(), out);
   return false;
 }
 
@@ -260,120 +244,57 @@ bool QEN_TList::ReadFrom(QEN_THumanReadableStream& in) {
   return false;
 }
 
-void QEN_TList::PrintOn(std::ostream& out) const {
-  if (mEntries == 0) {
-    out << "[]";
-    return;
-  }
-  out << "[" << std::endl;
-  {
-    qen_detail::PrintIndent indent;
-    for (const QEN_TListKey* key = mHead; key != nullptr; key = key->mNext) {
-      out << QEN_IPrintable::Prefix();
-      key->mValue.PrintOn(out);
-      out << std::endl;
-    }
-  }
-  out << QEN_IPrintable::Prefix() << "]";
-}
+void QEN_TList::PrintOn(std::ostream& out) const { qen_detail::PrintValues(*this, out); }
 
 // ---------------------------------------------------------------------------
 // The cursor over a list; Key() is the element's index.
-class QEN_TListIterationInfo : public QEN_TObject, public virtual QEN_IIterationInfo {
+class QEN_TListIterationInfo : public qen_detail::Cursor {
   QEN_OBJECT_FRAME(QEN_TListIterationInfo)
 
  public:
   QEN_TListIterationInfo() = default;
   explicit QEN_TListIterationInfo(QEN_TList* list) : mList(list) { First(); }
+  QEN_IIterationInfo* Clone() const override { return new QEN_TListIterationInfo(*this); }
 
-  QEN_IIterationInfo* Clone() const override {
-    QEN_TListIterationInfo* copy = new QEN_TListIterationInfo;
-    copy->mList = mList;
-    copy->mAt = mAt;
-    copy->mIndex = mIndex;
-    copy->mBeforeFirst = mBeforeFirst;
-    copy->mGap = mGap;
-    return copy;
-  }
-
-  void First() override {
-    mGap = false;
-    mBeforeFirst = false;
+ private:
+  bool ToFirst() override {
     mAt = mList != nullptr ? mList->KeyAtHead() : nullptr;
     mIndex = 0;
+    return mAt != nullptr;
   }
-
-  void Next() override {
-    if (mGap) {
-      mGap = false;
-    } else if (mBeforeFirst) {
-      First();
-    } else if (mAt != nullptr) {
-      mAt = mAt->Next();
-      ++mIndex;
-    }
-  }
-
-  void Previous() override {
-    mGap = false;
-    if (mBeforeFirst) return;
-    if (mAt == nullptr) {
-      Last();
-    } else if (mAt->Previous() == nullptr) {
-      mAt = nullptr;
-      mBeforeFirst = true;
-    } else {
-      mAt = mAt->Previous();
-      --mIndex;
-    }
-  }
-
-  void Last() override {
-    mGap = false;
+  bool ToLast() override {
     mAt = mList != nullptr ? mList->KeyAtTail() : nullptr;
-    mBeforeFirst = mAt == nullptr;
     mIndex = mAt != nullptr ? mList->Entries() - 1 : 0;
+    return mAt != nullptr;
   }
-
-  bool IsBeforeFirst() const override { return mBeforeFirst; }
-  bool IsDone() const override { return mAt == nullptr && !mBeforeFirst; }
-
-  QEN_IPackable& Key() const override {
-    CheckOn("Key");
-    mKey = mIndex;
-    return mKey;
+  bool ToNext() override {
+    if (mAt->Next() == nullptr) return false;
+    mAt = mAt->Next();
+    ++mIndex;
+    return true;
   }
-
-  QEN_TAny& Value() const override {
-    CheckOn("Value");
-    return mAt->Value();
+  bool ToPrevious() override {
+    if (mAt->Previous() == nullptr) return false;
+    mAt = mAt->Previous();
+    --mIndex;
+    return true;
   }
-
   // The element behind takes the removed one's index.
-  void DeleteItem() override {
-    CheckOn("DeleteItem");
+  bool EraseHere() override {
     QEN_TListKey* behind = mAt->Next();
     mList->Remove(mAt);
     mAt = behind;
-    mGap = true;
+    return mAt != nullptr;
   }
-
- private:
-  void CheckOn(const char* operation) const {
-    if (mGap)
-      QEN_THROW(QEN_EIndexOutOfRange,
-                QEN_TString::Format("%s: the element was deleted; advance the iteration first",
-                                    operation));
-    if (mAt == nullptr)
-      QEN_THROW(QEN_EIndexOutOfRange,
-                QEN_TString::Format("%s: the iteration is not on an element", operation));
+  QEN_IPackable& KeyHere() const override {
+    mKey = mIndex;
+    return mKey;
   }
+  QEN_TAny& ValueHere() const override { return mAt->Value(); }
 
   QEN_TList* mList = nullptr;
-  QEN_TListKey* mAt = nullptr;  // null before the first and when done
+  QEN_TListKey* mAt = nullptr;
   unsigned mIndex = 0;
-  bool mBeforeFirst = false;
-  bool mGap = false;
   mutable QEN_TAny mKey;
 };
 

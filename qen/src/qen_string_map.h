@@ -5,8 +5,8 @@
 #define QEN_STRING_MAP_H
 
 #include <cstddef>
+#include <iosfwd>
 #include <iterator>
-#include <memory>
 #include <string>
 
 #include "qen/qen_any.h"
@@ -126,7 +126,13 @@ class StringMap {
 // The binary form shared by the dictionary and the tree: count, then key and
 // value objects. `owner` names the class in messages.
 void PackMap(const StringMap* map, QEN_IPacking& out);
-std::unique_ptr<StringMap> UnpackMap(QEN_IUnpacking& in, const char* owner);
+Content<StringMap> UnpackMap(QEN_IUnpacking& in, const char* owner);
+
+inline unsigned EntriesOf(const Content<StringMap>& map) { return map ? map->Size() : 0; }
+// The same keys with equal values, in any order; no map is an empty one.
+bool SameMaps(const Content<StringMap>& a, const Content<StringMap>& b);
+// The printed form: "{}", or one "key = value" line each in braces.
+void PrintMap(const StringMap* map, std::ostream& out);
 
 // A cursor over a map, which may be null for an empty container.
 QEN_IIterationInfo* NewMapIterationInfo(StringMap* map);
@@ -145,8 +151,20 @@ void ReadSeparator(QEN_THumanReadableStream& in, char separator, const char* wha
 // True when the text starts with a class name: the form is framed although
 // it is read as bare content.
 bool StartsFramed(QEN_THumanReadableStream& in);
+// Reads a quoted key and the character after it, which lands in `after`;
+// `missing` is the error when no quoted key starts here. Gives the key in
+// quotes, for messages.
+std::string ReadKey(QEN_THumanReadableStream& in, QEN_TString& key, QEN_TUniChar& after,
+                    const char* missing);
 // A value that holds an object other than a plain string.
 bool HoldsObject(const QEN_TAny& value);
+
+// The text form of a list and an array: the values parted by ", ", or one a
+// line, each ending in ',', when they are many or hold objects.
+bool ValuesMultiLine(const QEN_IIteratable& values, unsigned entries);
+void WriteValues(const QEN_IIteratable& values, bool multiLine, QEN_THumanReadableStream& out);
+// Their printed form: "[]", or one value a line in brackets.
+void PrintValues(const QEN_IIteratable& values, std::ostream& out);
 
 // One level of print indentation, given back also when a print throws.
 class PrintIndent {

@@ -57,44 +57,16 @@ const QEN_TTree* BranchOf(const QEN_TAny& value) {
 }  // namespace
 
 QEN_TTree::QEN_TTree() = default;
-
-QEN_TTree::QEN_TTree(const QEN_TTree& other, unsigned)
-    : QEN_IInterface(other),
-      QEN_IPackable(other),
-      QEN_IHumanReadable(other),
-      QEN_IPrintable(other),
-      QEN_IIteratable(other),
-      QEN_TObject(other),
-      mMap(other.mMap ? new StringMap(*other.mMap) : nullptr) {}
-
-QEN_TTree::QEN_TTree(QEN_TTree&& other) noexcept : mMap(std::move(other.mMap)) {}
-
-QEN_TTree& QEN_TTree::operator=(const QEN_TTree& other) {
-  // The copy is made first: `other` may lie inside this tree.
-  if (this != &other) mMap.reset(other.mMap ? new StringMap(*other.mMap) : nullptr);
-  return *this;
-}
-
-QEN_TTree& QEN_TTree::operator=(QEN_TTree&& other) noexcept {
-  if (this != &other) {
-    // Taken out first: `other` may lie inside this tree, and resetting our
-    // map would delete it while it is being read.
-    std::unique_ptr<StringMap> taken(std::move(other.mMap));
-    mMap.swap(taken);
-  }
-  return *this;
-}
-
+QEN_TTree::QEN_TTree(const QEN_TTree&) = default;
+QEN_TTree::QEN_TTree(const QEN_TTree& other, unsigned) : QEN_TTree(other) {}
+QEN_TTree::QEN_TTree(QEN_TTree&&) noexcept = default;
+QEN_TTree& QEN_TTree::operator=(const QEN_TTree&) = default;
+QEN_TTree& QEN_TTree::operator=(QEN_TTree&&) noexcept = default;
 QEN_TTree::~QEN_TTree() = default;
 
-StringMap& QEN_TTree::Map() {
-  if (!mMap) mMap.reset(new StringMap);
-  return *mMap;
-}
+unsigned QEN_TTree::Entries() const { return qen_detail::EntriesOf(mMap); }
 
-unsigned QEN_TTree::Entries() const { return mMap ? mMap->Size() : 0; }
-
-void QEN_TTree::Clear() { mMap.reset(); }
+void QEN_TTree::Clear() { mMap = {}; }
 
 QEN_TAny& QEN_TTree::Value(const QEN_TString& path, QEN_TUniChar separator) {
   std::vector<std::u16string> names = Split(path, separator);
@@ -105,7 +77,7 @@ QEN_TAny& QEN_TTree::Value(const QEN_TString& path, QEN_TUniChar separator) {
                                   sMaxPathDepth));
   QEN_TTree* level = this;
   for (std::size_t i = 0; i + 1 < names.size(); ++i) {
-    QEN_TAny& slot = level->Map().Insert(QEN_TString(names[i]));
+    QEN_TAny& slot = level->mMap.Make().Insert(QEN_TString(names[i]));
     if (slot.IsNothing()) slot = static_cast<QEN_IPackable*>(new QEN_TTree);
     level = BranchOf(slot);
     if (level == nullptr)
@@ -114,7 +86,7 @@ QEN_TAny& QEN_TTree::Value(const QEN_TString& path, QEN_TUniChar separator) {
           QEN_TString::Format("QEN_TTree: \"%s\" on the path \"%s\" holds a value, not a branch",
                               QEN_TString(names[i]).c_str(), path.c_str()));
   }
-  return level->Map().Insert(QEN_TString(names.back()));
+  return level->mMap.Make().Insert(QEN_TString(names.back()));
 }
 
 const QEN_TAny* QEN_TTree::Find(const QEN_TString& path, QEN_TUniChar separator) const {
@@ -167,17 +139,16 @@ QEN_TList QEN_TTree::KeysAt(const QEN_TString& path, QEN_TUniChar separator) con
 }
 
 bool QEN_TTree::operator==(const QEN_TTree& other) const {
-  if (Entries() != other.Entries()) return false;
-  return Entries() == 0 || mMap->Equals(*other.mMap);
+  return qen_detail::SameMaps(mMap, other.mMap);
 }
 
 QEN_IIterationInfo* QEN_TTree::CreateIterationInfo() const {
-  return qen_detail::NewMapIterationInfo(mMap.get());
+  return qen_detail::NewMapIterationInfo(mMap.Get());
 }
 
 QEN_IPackable* QEN_TTree::QEN_Move(void*) { return new (std::nothrow) QEN_TTree(std::move(*this)); }
 
-void QEN_TTree::QEN_Pack(QEN_IPacking& out) const { qen_detail::PackMap(mMap.get(), out); }
+void QEN_TTree::QEN_Pack(QEN_IPacking& out) const { qen_detail::PackMap(mMap.Get(), out); }
 
 void QEN_TTree::QEN_Unpack(QEN_IUnpacking& in) { mMap = qen_detail::UnpackMap(in, kOwner); }
 
@@ -234,19 +205,12 @@ bool QEN_TTree::ReadFrom(QEN_THumanReadableStream& in) {
   // A framed tree read as bare content, as from a file written by
   // WriteObject: the frame reads the name and braces and comes back here.
   if (qen_detail::StartsFramed(in)) return QEN_IHumanReadable::QEN_ReadFrom(in);
-  std::unique_ptr<StringMap> map(new StringMap);
+  qen_detail::Content<StringMap> map(new StringMap);
   while (!qen_detail::AtFormEnd(in)) {
-    QEN_TUniChar c = 0;
-    in.PeekChar(c);
-    if (c != u'"') {
-      in.ReadChar(c);
-      in.SyntaxError("expected a quoted name or '}' in a tree");
-    }
     QEN_TString name;
-    in.ReadQuoted(name);
-    std::string quoted = "\"" + std::string(name.c_str()) + "\"";
-    in.SkipWhiteSpace();
-    in.ReadChar(c);
+    QEN_TUniChar c = 0;
+    std::string quoted =
+        qen_detail::ReadKey(in, name, c, "expected a quoted name or '}' in a tree");
     QEN_TAny value;
     if (c == u'{') {
       std::unique_ptr<QEN_TTree> branch(new QEN_TTree);
@@ -273,19 +237,4 @@ bool QEN_TTree::ReadFrom(QEN_THumanReadableStream& in) {
   return false;
 }
 
-void QEN_TTree::PrintOn(std::ostream& out) const {
-  if (Entries() == 0) {
-    out << "{}";
-    return;
-  }
-  out << "{" << std::endl;
-  {
-    qen_detail::PrintIndent indent;
-    for (auto at = mMap->Begin(); at != mMap->End(); ++at) {
-      out << QEN_IPrintable::Prefix() << at->key.c_str() << " = ";
-      at->value.PrintOn(out);
-      out << std::endl;
-    }
-  }
-  out << QEN_IPrintable::Prefix() << "}";
-}
+void QEN_TTree::PrintOn(std::ostream& out) const { qen_detail::PrintMap(mMap.Get(), out); }

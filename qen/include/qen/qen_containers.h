@@ -37,6 +37,7 @@
 #define QEN_CONTAINERS_H
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "qen/qen_any.h"
@@ -151,7 +152,42 @@ class QEN_API QEN_TIterator : public QEN_TConstIterator {
 
 namespace qen_detail {
 class StringMap;
-}
+
+// A container's content as a member that copies and moves as a value, so
+// that the container's own copy and move members are the defaults. The
+// content lives behind a pointer, null while there is none, and a copy is
+// deep. An assignment takes the new content in before it lets the old one
+// go: the source may lie inside the old content, as a container held by one
+// of its own values.
+template <class T>
+class Content {
+ public:
+  Content() = default;
+  explicit Content(T* content) : mAt(content) {}
+  Content(const Content& other) : mAt(other.mAt ? new T(*other.mAt) : nullptr) {}
+  Content(Content&& other) noexcept = default;
+  Content& operator=(const Content& other) { return *this = Content(other); }
+  Content& operator=(Content&& other) noexcept {
+    std::unique_ptr<T> taken(std::move(other.mAt));
+    mAt.swap(taken);
+    return *this;
+  }
+  ~Content() = default;
+
+  T* Get() const { return mAt.get(); }
+  T& operator*() const { return *mAt; }
+  T* operator->() const { return mAt.get(); }
+  explicit operator bool() const { return mAt != nullptr; }
+  // The content, made empty when there is none.
+  T& Make() {
+    if (!mAt) mAt.reset(new T);
+    return *mAt;
+  }
+
+ private:
+  std::unique_ptr<T> mAt;
+};
+}  // namespace qen_detail
 
 // A dictionary from string keys to values. Any QEN_IHashable is accepted as a
 // key where the operations take one, but it must be a QEN_TString; another
@@ -166,8 +202,9 @@ class QEN_API QEN_TDict : public QEN_TObject,
 
  public:
   QEN_TDict();
+  QEN_TDict(const QEN_TDict& other);
   // A copy; the number is not used.
-  QEN_TDict(const QEN_TDict& other, unsigned = 0);
+  QEN_TDict(const QEN_TDict& other, unsigned);
   QEN_TDict(QEN_TDict&& other) noexcept;
   QEN_TDict& operator=(const QEN_TDict& other);
   QEN_TDict& operator=(QEN_TDict&& other) noexcept;
@@ -221,8 +258,7 @@ class QEN_API QEN_TDict : public QEN_TObject,
   void PrintOn(std::ostream& out) const override;
 
  private:
-  qen_detail::StringMap& Map();
-  std::unique_ptr<qen_detail::StringMap> mMap;  // null while empty
+  qen_detail::Content<qen_detail::StringMap> mMap;
 };
 
 // A handle of one element of a QEN_TList. It stays valid while its element
@@ -342,13 +378,13 @@ class QEN_API QEN_TArray : public QEN_TObject,
   QEN_TArray& operator=(QEN_TArray&& other) noexcept;
   ~QEN_TArray() override;
 
-  unsigned Size() const { return static_cast<unsigned>(mValues.size()); }
+  unsigned Size() const { return mValues ? static_cast<unsigned>(mValues->size()) : 0; }
   unsigned Entries() const { return Size(); }
   // Throws QEN_EIndexOutOfRange for an index at or beyond Size().
   QEN_TAny& operator[](unsigned index);
   const QEN_TAny& operator[](unsigned index) const;
 
-  bool operator==(const QEN_TArray& other) const { return mValues == other.mValues; }
+  bool operator==(const QEN_TArray& other) const;
   bool operator!=(const QEN_TArray& other) const { return !(*this == other); }
 
   // Deleting an element through an iterator shortens the array.
@@ -363,7 +399,7 @@ class QEN_API QEN_TArray : public QEN_TObject,
 
  private:
   friend class QEN_TArrayIterationInfo;
-  std::vector<QEN_TAny> mValues;
+  qen_detail::Content<std::vector<QEN_TAny>> mValues;
 };
 
 // A tree of named entries. A branch is an entry whose value holds a QEN_TTree;
@@ -383,8 +419,9 @@ class QEN_API QEN_TTree : public QEN_TObject,
   static const unsigned sMaxPathDepth;
 
   QEN_TTree();
+  QEN_TTree(const QEN_TTree& other);
   // A copy; the number is not used.
-  QEN_TTree(const QEN_TTree& other, unsigned = 0);
+  QEN_TTree(const QEN_TTree& other, unsigned);
   QEN_TTree(QEN_TTree&& other) noexcept;
   QEN_TTree& operator=(const QEN_TTree& other);
   QEN_TTree& operator=(QEN_TTree&& other) noexcept;
@@ -424,9 +461,8 @@ class QEN_API QEN_TTree : public QEN_TObject,
   void PrintOn(std::ostream& out) const override;
 
  private:
-  qen_detail::StringMap& Map();
   const QEN_TAny* Find(const QEN_TString& path, QEN_TUniChar separator) const;
-  std::unique_ptr<qen_detail::StringMap> mMap;  // null while empty
+  qen_detail::Content<qen_detail::StringMap> mMap;
 };
 
 #endif
