@@ -1,7 +1,7 @@
 // QEN_TList: a doubly linked list of values with stable element handles.
 //
-// Each handle records its list, so that a handle of another list is refused
-// instead of corrupting both; moving a list moves its handles along.
+// Each handle records its list's chain, so that a handle of another list is
+// refused instead of corrupting both; moving a list moves its handles along.
 #include <cstdlib>
 #include <new>
 #include <ostream>
@@ -17,83 +17,62 @@
 QEN_DEFINE_VALUE(QEN_TList, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable,
                  QEN_IIteratable)
 
-QEN_TListKey::QEN_TListKey(QEN_TAny&& value, const QEN_TList* owner)
+QEN_TListKey::QEN_TListKey(QEN_TAny&& value, const qen_detail::ListChain* owner)
     : mValue(std::move(value)), mOwner(owner) {}
 
 QEN_TListKey::~QEN_TListKey() = default;
 
+namespace qen_detail {
+
+// Delegated, so that the destructor cleans up when a copy throws.
+ListChain::ListChain(const ListChain& other) : ListChain() {
+  for (const QEN_TListKey* key = other.head; key != nullptr; key = key->mNext)
+    Link(QEN_TAny(key->mValue), true);
+}
+
+ListChain::~ListChain() {
+  for (QEN_TListKey* key = head; key != nullptr;) {
+    QEN_TListKey* next = key->mNext;
+    delete key;
+    key = next;
+  }
+}
+
+QEN_TListKey* ListChain::Link(QEN_TAny&& value, bool atTail) {
+  QEN_TListKey* key = new QEN_TListKey(std::move(value), this);
+  if (head == nullptr) {
+    head = tail = key;
+  } else if (atTail) {
+    key->mPrevious = tail;
+    tail->mNext = key;
+    tail = key;
+  } else {
+    key->mNext = head;
+    head->mPrevious = key;
+    head = key;
+  }
+  ++entries;
+  return key;
+}
+
+void ListChain::Unlink(QEN_TListKey* key) {
+  (key->mPrevious != nullptr ? key->mPrevious->mNext : head) = key->mNext;
+  (key->mNext != nullptr ? key->mNext->mPrevious : tail) = key->mPrevious;
+  --entries;
+  delete key;
+}
+
+}  // namespace qen_detail
+
 QEN_TList::QEN_TList() = default;
-
-QEN_TList::QEN_TList(const QEN_TList& other)
-    : QEN_IInterface(other),
-      QEN_IPackable(other),
-      QEN_IHumanReadable(other),
-      QEN_IPrintable(other),
-      QEN_IIteratable(other),
-      QEN_TObject(other) {
-  try {
-    for (const QEN_TListKey* key = other.mHead; key != nullptr; key = key->mNext)
-      Link(QEN_TAny(key->mValue), true);
-  } catch (...) {
-    Clear();
-    throw;
-  }
-}
-
-QEN_TList::QEN_TList(QEN_TList&& other) noexcept { Adopt(other); }
-
-QEN_TList& QEN_TList::operator=(const QEN_TList& other) {
-  if (this != &other) {
-    QEN_TList copy(other);
-    Swap(copy);
-  }
-  return *this;
-}
-
-QEN_TList& QEN_TList::operator=(QEN_TList&& other) noexcept {
-  if (this != &other) {
-    // Taken out first: `other` may be held by one of this list's elements.
-    QEN_TList taken(std::move(other));
-    Clear();
-    Adopt(taken);
-  }
-  return *this;
-}
-
-QEN_TList::~QEN_TList() { Clear(); }
-
-void QEN_TList::Adopt(QEN_TList& other) noexcept {
-  mHead = other.mHead;
-  mTail = other.mTail;
-  mEntries = other.mEntries;
-  other.mHead = other.mTail = nullptr;
-  other.mEntries = 0;
-  for (QEN_TListKey* key = mHead; key != nullptr; key = key->mNext) key->mOwner = this;
-}
-
-void QEN_TList::Swap(QEN_TList& other) noexcept {
-  std::swap(mHead, other.mHead);
-  std::swap(mTail, other.mTail);
-  std::swap(mEntries, other.mEntries);
-  for (QEN_TListKey* key = mHead; key != nullptr; key = key->mNext) key->mOwner = this;
-  for (QEN_TListKey* key = other.mHead; key != nullptr; key = key->mNext) key->mOwner = &other;
-}
+QEN_TList::QEN_TList(const QEN_TList&) = default;
+QEN_TList::QEN_TList(QEN_TList&&) noexcept = default;
+QEN_TList& QEN_TList::operator=(const QEN_TList&) = default;
+QEN_TList& QEN_TList::operator=(QEN_TList&&) noexcept = default;
+QEN_TList::~QEN_TList() = default;
 
 QEN_TListKey* QEN_TList::Link(QEN_TAny&& value, bool atTail) {
-  QEN_TListKey* key = new QEN_TListKey(std::move(value), this);
-  if (mHead == nullptr) {
-    mHead = mTail = key;
-  } else if (atTail) {
-    key->mPrevious = mTail;
-    mTail->mNext = key;
-    mTail = key;
-  } else {
-    key->mNext = mHead;
-    mHead->mPrevious = key;
-    mHead = key;
-  }
-  ++mEntries;
-  return key;
+  return mChain.Make().Link(std::move(value), atTail);
 }
 
 QEN_TListKey* QEN_TList::Add(QEN_TAny&& value) { return Link(std::move(value), true); }
@@ -105,40 +84,23 @@ QEN_TListKey* QEN_TList::AddAtHead(const QEN_TAny& value) { return Link(QEN_TAny
 
 bool QEN_TList::Remove(QEN_TListKey* key) {
   if (!Owns(key)) return false;
-  if (key->mPrevious != nullptr)
-    key->mPrevious->mNext = key->mNext;
-  else
-    mHead = key->mNext;
-  if (key->mNext != nullptr)
-    key->mNext->mPrevious = key->mPrevious;
-  else
-    mTail = key->mPrevious;
-  --mEntries;
-  delete key;
+  mChain->Unlink(key);
   return true;
 }
 
-void QEN_TList::Clear() {
-  QEN_TListKey* key = mHead;
-  mHead = mTail = nullptr;
-  mEntries = 0;
-  while (key != nullptr) {
-    QEN_TListKey* next = key->mNext;
-    delete key;
-    key = next;
-  }
-}
+void QEN_TList::Clear() { mChain = {}; }
 
 QEN_TListKey* QEN_TList::KeyAtIndex(unsigned index) {
-  if (index >= mEntries) return nullptr;
+  unsigned entries = Entries();
+  if (index >= entries) return nullptr;
   // From whichever end is nearer.
   QEN_TListKey* key;
-  if (index < mEntries / 2) {
-    key = mHead;
+  if (index < entries / 2) {
+    key = mChain->head;
     for (unsigned i = 0; i < index; ++i) key = key->mNext;
   } else {
-    key = mTail;
-    for (unsigned i = mEntries - 1; i > index; --i) key = key->mPrevious;
+    key = mChain->tail;
+    for (unsigned i = entries - 1; i > index; --i) key = key->mPrevious;
   }
   return key;
 }
@@ -175,29 +137,30 @@ const QEN_TAny& QEN_TList::operator[](const QEN_TListKey* key) const {
 
 QEN_TAny& QEN_TList::operator[](unsigned index) {
   QEN_TListKey* key = KeyAtIndex(index);
-  if (key == nullptr) BadIndex(index, mEntries);
+  if (key == nullptr) BadIndex(index, Entries());
   return key->mValue;
 }
 
 const QEN_TAny& QEN_TList::operator[](unsigned index) const {
   const QEN_TListKey* key = KeyAtIndex(index);
-  if (key == nullptr) BadIndex(index, mEntries);
+  if (key == nullptr) BadIndex(index, Entries());
   return key->mValue;
 }
 
 QEN_TAny& QEN_TList::operator[](int index) {
-  if (index < 0) BadIndex(index, mEntries);
+  if (index < 0) BadIndex(index, Entries());
   return (*this)[static_cast<unsigned>(index)];
 }
 
 const QEN_TAny& QEN_TList::operator[](int index) const {
-  if (index < 0) BadIndex(index, mEntries);
+  if (index < 0) BadIndex(index, Entries());
   return (*this)[static_cast<unsigned>(index)];
 }
 
 bool QEN_TList::operator==(const QEN_TList& other) const {
-  if (mEntries != other.mEntries) return false;
-  for (const QEN_TListKey *a = mHead, *b = other.mHead; a != nullptr; a = a->mNext, b = b->mNext)
+  if (Entries() != other.Entries()) return false;
+  for (const QEN_TListKey *a = KeyAtHead(), *b = other.KeyAtHead(); a != nullptr;
+       a = a->mNext, b = b->mNext)
     if (!(a->mValue == b->mValue)) return false;
   return true;
 }
@@ -205,8 +168,8 @@ bool QEN_TList::operator==(const QEN_TList& other) const {
 QEN_IPackable* QEN_TList::QEN_Move(void*) { return new (std::nothrow) QEN_TList(std::move(*this)); }
 
 void QEN_TList::QEN_Pack(QEN_IPacking& out) const {
-  out << mEntries;
-  for (const QEN_TListKey* key = mHead; key != nullptr; key = key->mNext) out << key->mValue;
+  out << Entries();
+  for (const QEN_TListKey* key = KeyAtHead(); key != nullptr; key = key->mNext) out << key->mValue;
 }
 
 void QEN_TList::QEN_Unpack(QEN_IUnpacking& in) {
@@ -225,7 +188,7 @@ void QEN_TList::QEN_Unpack(QEN_IUnpacking& in) {
 // ---------------------------------------------------------------------------
 // Text form: value, value, ... (see qen_containers.h)
 
-bool QEN_TList::QEN_HRMultiLine() const { return qen_detail::ValuesMultiLine(*this, mEntries); }
+bool QEN_TList::QEN_HRMultiLine() const { return qen_detail::ValuesMultiLine(*this, Entries()); }
 
 bool QEN_TList::WriteTo(QEN_THumanReadableStream& out) const {
   qen_detail::WriteValues(*this, QEN_HRMultiLine(), out);

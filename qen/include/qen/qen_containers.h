@@ -261,6 +261,26 @@ class QEN_API QEN_TDict : public QEN_TObject,
   qen_detail::Content<qen_detail::StringMap> mMap;
 };
 
+class QEN_TListKey;
+
+namespace qen_detail {
+// The elements of a list: a chain of handles, each of which records its
+// chain. The list holds the chain as its Content, so the chain stays where
+// it is when the list moves and the handles move along untouched.
+struct QEN_API ListChain {
+  ListChain() = default;
+  ListChain(const ListChain& other);
+  ListChain& operator=(const ListChain&) = delete;
+  ~ListChain();
+  QEN_TListKey* Link(QEN_TAny&& value, bool atTail);
+  void Unlink(QEN_TListKey* key);
+
+  QEN_TListKey* head = nullptr;
+  QEN_TListKey* tail = nullptr;
+  unsigned entries = 0;
+};
+}  // namespace qen_detail
+
 // A handle of one element of a QEN_TList. It stays valid while its element
 // is in the list, also when other elements come and go and when the list is
 // moved.
@@ -279,13 +299,14 @@ class QEN_API QEN_TListKey {
 
  private:
   friend class QEN_TList;
-  QEN_TListKey(QEN_TAny&& value, const QEN_TList* owner);
+  friend struct qen_detail::ListChain;
+  QEN_TListKey(QEN_TAny&& value, const qen_detail::ListChain* owner);
   ~QEN_TListKey();
 
   QEN_TAny mValue;
   QEN_TListKey* mNext = nullptr;
   QEN_TListKey* mPrevious = nullptr;
-  const QEN_TList* mOwner;
+  const qen_detail::ListChain* mOwner;
 };
 
 // A doubly linked list of values.
@@ -316,17 +337,19 @@ class QEN_API QEN_TList : public QEN_TObject,
   bool Remove(QEN_TListKey* key);
   void Clear();
 
-  unsigned Entries() const { return mEntries; }
-  bool IsEmpty() const { return mEntries == 0; }
-  QEN_TListKey* KeyAtHead() { return mHead; }
-  const QEN_TListKey* KeyAtHead() const { return mHead; }
-  QEN_TListKey* KeyAtTail() { return mTail; }
-  const QEN_TListKey* KeyAtTail() const { return mTail; }
+  unsigned Entries() const { return mChain ? mChain->entries : 0; }
+  bool IsEmpty() const { return Entries() == 0; }
+  QEN_TListKey* KeyAtHead() { return mChain ? mChain->head : nullptr; }
+  const QEN_TListKey* KeyAtHead() const { return mChain ? mChain->head : nullptr; }
+  QEN_TListKey* KeyAtTail() { return mChain ? mChain->tail : nullptr; }
+  const QEN_TListKey* KeyAtTail() const { return mChain ? mChain->tail : nullptr; }
   // The key at a zero-based index, null at or beyond Entries().
   QEN_TListKey* KeyAtIndex(unsigned index);
   const QEN_TListKey* KeyAtIndex(unsigned index) const;
   // Whether the key is one of this list's.
-  bool Owns(const QEN_TListKey* key) const { return key != nullptr && key->mOwner == this; }
+  bool Owns(const QEN_TListKey* key) const {
+    return key != nullptr && mChain && key->mOwner == mChain.Get();
+  }
 
   // The value under a key of this list, or at an index; a null or foreign
   // key, or an index out of range, throws QEN_EIndexOutOfRange.
@@ -353,12 +376,8 @@ class QEN_API QEN_TList : public QEN_TObject,
 
  private:
   QEN_TListKey* Link(QEN_TAny&& value, bool atTail);
-  void Adopt(QEN_TList& other) noexcept;
-  void Swap(QEN_TList& other) noexcept;
 
-  QEN_TListKey* mHead = nullptr;
-  QEN_TListKey* mTail = nullptr;
-  unsigned mEntries = 0;
+  qen_detail::Content<qen_detail::ListChain> mChain;
 };
 
 // An array of values of the size it was made with.
