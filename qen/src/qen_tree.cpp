@@ -11,6 +11,7 @@
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
 #include "qen_string_map.h"
+#include "qen_text_fields.h"
 
 using qen_detail::StringMap;
 
@@ -164,17 +165,6 @@ const QEN_TTree* ShortBranch(const QEN_TAny& value) {
   return static_cast<const QEN_TTree*>(object->DynamicCast("QEN_TTree"));
 }
 
-class Nesting {
- public:
-  explicit Nesting(QEN_THumanReadableStream& in) : mIn(in) { in.Enter(); }
-  ~Nesting() { mIn.Leave(); }
-  Nesting(const Nesting&) = delete;
-  Nesting& operator=(const Nesting&) = delete;
-
- private:
-  QEN_THumanReadableStream& mIn;
-};
-
 }  // namespace
 
 bool QEN_TTree::WriteTo(QEN_THumanReadableStream& out) const {
@@ -215,7 +205,7 @@ bool QEN_TTree::ReadFrom(QEN_THumanReadableStream& in) {
     if (c == u'{') {
       std::unique_ptr<QEN_TTree> branch(new QEN_TTree);
       {
-        Nesting nesting(in);
+        qen_text::Nesting nesting(in);
         branch->ReadFrom(in);
       }
       in.SkipWhiteSpace();
