@@ -43,6 +43,7 @@
 #include "qen/qen_any.h"
 #include "qen/qen_object.h"
 #include "qen/qen_string.h"
+#include "qen/qen_value.h"
 
 class QEN_IIterationInfo;
 class QEN_TList;
@@ -202,13 +203,9 @@ class QEN_API QEN_TDict : public QEN_TObject,
 
  public:
   QEN_TDict();
-  QEN_TDict(const QEN_TDict& other);
+  QEN_VALUE_COPY_MOVE(QEN_TDict)
   // A copy; the number is not used.
   QEN_TDict(const QEN_TDict& other, unsigned);
-  QEN_TDict(QEN_TDict&& other) noexcept;
-  QEN_TDict& operator=(const QEN_TDict& other);
-  QEN_TDict& operator=(QEN_TDict&& other) noexcept;
-  ~QEN_TDict() override;
 
   unsigned Entries() const;
   bool IsEmpty() const { return Entries() == 0; }
@@ -245,17 +242,12 @@ class QEN_API QEN_TDict : public QEN_TObject,
   QEN_TDict& AddAll(const QEN_TDict& other);
 
   // The same keys with equal values, in any order.
-  bool operator==(const QEN_TDict& other) const;
-  bool operator!=(const QEN_TDict& other) const { return !(*this == other); }
+  QEN_VALUE_EQUALITY(QEN_TDict)
 
   QEN_IIterationInfo* CreateIterationInfo() const override;
   QEN_IPackable* QEN_Move(void* = nullptr) override;
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
   bool QEN_HRMultiLine() const override;
-  void PrintOn(std::ostream& out) const override;
+  QEN_VALUE_FORMS
 
  private:
   qen_detail::Content<qen_detail::StringMap> mMap;
@@ -319,12 +311,8 @@ class QEN_API QEN_TList : public QEN_TObject,
 
  public:
   QEN_TList();
-  QEN_TList(const QEN_TList& other);
   // The handles move along with their elements.
-  QEN_TList(QEN_TList&& other) noexcept;
-  QEN_TList& operator=(const QEN_TList& other);
-  QEN_TList& operator=(QEN_TList&& other) noexcept;
-  ~QEN_TList() override;
+  QEN_VALUE_COPY_MOVE(QEN_TList)
 
   // Add puts the element at the tail, like AddAtTail.
   QEN_TListKey* Add(QEN_TAny&& value);
@@ -362,17 +350,12 @@ class QEN_API QEN_TList : public QEN_TObject,
   const QEN_TAny& operator[](int index) const;
 
   // Equal values in the same order.
-  bool operator==(const QEN_TList& other) const;
-  bool operator!=(const QEN_TList& other) const { return !(*this == other); }
+  QEN_VALUE_EQUALITY(QEN_TList)
 
   QEN_IIterationInfo* CreateIterationInfo() const override;
   QEN_IPackable* QEN_Move(void* = nullptr) override;
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
   bool QEN_HRMultiLine() const override;
-  void PrintOn(std::ostream& out) const override;
+  QEN_VALUE_FORMS
 
  private:
   QEN_TListKey* Link(QEN_TAny&& value, bool atTail);
@@ -391,11 +374,7 @@ class QEN_API QEN_TArray : public QEN_TObject,
  public:
   // `size` elements, each holding nothing.
   explicit QEN_TArray(unsigned size = 0);
-  QEN_TArray(const QEN_TArray& other);
-  QEN_TArray(QEN_TArray&& other) noexcept;
-  QEN_TArray& operator=(const QEN_TArray& other);
-  QEN_TArray& operator=(QEN_TArray&& other) noexcept;
-  ~QEN_TArray() override;
+  QEN_VALUE_COPY_MOVE(QEN_TArray)
 
   unsigned Size() const { return mValues ? static_cast<unsigned>(mValues->size()) : 0; }
   unsigned Entries() const { return Size(); }
@@ -403,18 +382,13 @@ class QEN_API QEN_TArray : public QEN_TObject,
   QEN_TAny& operator[](unsigned index);
   const QEN_TAny& operator[](unsigned index) const;
 
-  bool operator==(const QEN_TArray& other) const;
-  bool operator!=(const QEN_TArray& other) const { return !(*this == other); }
+  QEN_VALUE_EQUALITY(QEN_TArray)
 
   // Deleting an element through an iterator shortens the array.
   QEN_IIterationInfo* CreateIterationInfo() const override;
   QEN_IPackable* QEN_Move(void* = nullptr) override;
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
   bool QEN_HRMultiLine() const override;
-  void PrintOn(std::ostream& out) const override;
+  QEN_VALUE_FORMS
 
  private:
   friend class QEN_TArrayIterationInfo;
@@ -438,13 +412,9 @@ class QEN_API QEN_TTree : public QEN_TObject,
   static const unsigned sMaxPathDepth;
 
   QEN_TTree();
-  QEN_TTree(const QEN_TTree& other);
+  QEN_VALUE_COPY_MOVE(QEN_TTree)
   // A copy; the number is not used.
   QEN_TTree(const QEN_TTree& other, unsigned);
-  QEN_TTree(QEN_TTree&& other) noexcept;
-  QEN_TTree& operator=(const QEN_TTree& other);
-  QEN_TTree& operator=(QEN_TTree&& other) noexcept;
-  ~QEN_TTree() override;
 
   // The value at the path, to read or assign. Missing entries on the way,
   // and entries that hold nothing, are made branches; a missing last entry
@@ -466,18 +436,13 @@ class QEN_API QEN_TTree : public QEN_TObject,
   bool IsEmpty() const { return Entries() == 0; }
   void Clear();
 
-  bool operator==(const QEN_TTree& other) const;
-  bool operator!=(const QEN_TTree& other) const { return !(*this == other); }
+  QEN_VALUE_EQUALITY(QEN_TTree)
 
   // Walks the top-level entries: Key() a QEN_TString name, Value() its value.
   QEN_IIterationInfo* CreateIterationInfo() const override;
   QEN_IPackable* QEN_Move(void* = nullptr) override;
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
   bool QEN_HRMultiLine() const override { return true; }
-  void PrintOn(std::ostream& out) const override;
+  QEN_VALUE_FORMS
 
  private:
   const QEN_TAny* Find(const QEN_TString& path, QEN_TUniChar separator) const;
