@@ -16,11 +16,7 @@ QEN_DEFINE_VALUE(QEN_TArray, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN
 
 QEN_TArray::QEN_TArray(unsigned size)
     : mValues(size > 0 ? new std::vector<QEN_TAny>(size) : nullptr) {}
-QEN_TArray::QEN_TArray(const QEN_TArray&) = default;
-QEN_TArray::QEN_TArray(QEN_TArray&&) noexcept = default;
-QEN_TArray& QEN_TArray::operator=(const QEN_TArray&) = default;
-QEN_TArray& QEN_TArray::operator=(QEN_TArray&&) noexcept = default;
-QEN_TArray::~QEN_TArray() = default;
+QEN_DEFINE_DEFAULT_COPY_MOVE(QEN_TArray)
 
 namespace {
 [[noreturn]] void BadIndex(unsigned index, unsigned size) {

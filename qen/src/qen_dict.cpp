@@ -19,16 +19,7 @@ const char kOwner[] = "QEN_TDict";
 }
 
 QEN_TDict::QEN_TDict() = default;
-QEN_TDict::QEN_TDict(const QEN_TDict&) = default;
-QEN_TDict::QEN_TDict(const QEN_TDict& other, unsigned) : QEN_TDict(other) {}
-QEN_TDict::QEN_TDict(QEN_TDict&&) noexcept = default;
-QEN_TDict& QEN_TDict::operator=(const QEN_TDict&) = default;
-QEN_TDict& QEN_TDict::operator=(QEN_TDict&&) noexcept = default;
-QEN_TDict::~QEN_TDict() = default;
-
-unsigned QEN_TDict::Entries() const { return qen_detail::EntriesOf(mMap); }
-
-void QEN_TDict::Clear() { mMap = {}; }
+QEN_DEFINE_MAP_CONTAINER(QEN_TDict)
 
 bool QEN_TDict::HasKey(const QEN_IHashable& key) const { return Lookup(key) != nullptr; }
 bool QEN_TDict::HasKey(const wchar_t* key) const { return Lookup(key) != nullptr; }
@@ -102,22 +93,6 @@ QEN_TDict& QEN_TDict::AddAll(const QEN_TDict& other) {
   return *this;
 }
 
-bool QEN_TDict::operator==(const QEN_TDict& other) const {
-  return qen_detail::SameMaps(mMap, other.mMap);
-}
-
-QEN_IIterationInfo* QEN_TDict::CreateIterationInfo() const {
-  // The cursor may delete entries; the dictionary itself is not otherwise
-  // changed by walking it.
-  return qen_detail::NewMapIterationInfo(mMap.Get());
-}
-
-QEN_IPackable* QEN_TDict::QEN_Move(void*) { return new (std::nothrow) QEN_TDict(std::move(*this)); }
-
-void QEN_TDict::QEN_Pack(QEN_IPacking& out) const { qen_detail::PackMap(mMap.Get(), out); }
-
-void QEN_TDict::QEN_Unpack(QEN_IUnpacking& in) { mMap = qen_detail::UnpackMap(in, kOwner); }
-
 // ---------------------------------------------------------------------------
 // Text form: "key" = value; ... (see qen_containers.h)
 
@@ -163,5 +138,3 @@ bool QEN_TDict::ReadFrom(QEN_THumanReadableStream& in) {
   mMap = std::move(map);
   return false;
 }
-
-void QEN_TDict::PrintOn(std::ostream& out) const { qen_detail::PrintMap(mMap.Get(), out); }

@@ -65,11 +65,7 @@ void ListChain::Unlink(QEN_TListKey* key) {
 }  // namespace qen_detail
 
 QEN_TList::QEN_TList() = default;
-QEN_TList::QEN_TList(const QEN_TList&) = default;
-QEN_TList::QEN_TList(QEN_TList&&) noexcept = default;
-QEN_TList& QEN_TList::operator=(const QEN_TList&) = default;
-QEN_TList& QEN_TList::operator=(QEN_TList&&) noexcept = default;
-QEN_TList::~QEN_TList() = default;
+QEN_DEFINE_DEFAULT_COPY_MOVE(QEN_TList)
 
 QEN_TListKey* QEN_TList::Link(QEN_TAny&& value, bool atTail) {
   return mChain.Make().Link(std::move(value), atTail);

@@ -137,6 +137,22 @@ void PrintMap(const StringMap* map, std::ostream& out);
 // A cursor over a map, which may be null for an empty container.
 QEN_IIterationInfo* NewMapIterationInfo(StringMap* map);
 
+// The members that a dictionary and a tree, both a map in mMap, define
+// alike; messages name the class.
+#define QEN_DEFINE_MAP_CONTAINER(X)                                                           \
+  QEN_DEFINE_DEFAULT_COPY_MOVE(X)                                                             \
+  X::X(const X& other, unsigned) : X(other) {}                                                \
+  unsigned X::Entries() const { return qen_detail::EntriesOf(mMap); }                         \
+  void X::Clear() { mMap = {}; }                                                              \
+  bool X::operator==(const X& other) const { return qen_detail::SameMaps(mMap, other.mMap); } \
+  QEN_IIterationInfo* X::CreateIterationInfo() const {                                        \
+    return qen_detail::NewMapIterationInfo(mMap.Get());                                       \
+  }                                                                                           \
+  QEN_IPackable* X::QEN_Move(void*) { return new (std::nothrow) X(std::move(*this)); }        \
+  void X::QEN_Pack(QEN_IPacking& out) const { qen_detail::PackMap(mMap.Get(), out); }         \
+  void X::QEN_Unpack(QEN_IUnpacking& in) { mMap = qen_detail::UnpackMap(in, #X); }            \
+  void X::PrintOn(std::ostream& out) const { qen_detail::PrintMap(mMap.Get(), out); }
+
 // The string that a key object must be; throws QEN_EAnyConversion for any
 // other hashable.
 const QEN_TString& KeyString(const QEN_IHashable& key, const char* owner);

@@ -58,16 +58,7 @@ const QEN_TTree* BranchOf(const QEN_TAny& value) {
 }  // namespace
 
 QEN_TTree::QEN_TTree() = default;
-QEN_TTree::QEN_TTree(const QEN_TTree&) = default;
-QEN_TTree::QEN_TTree(const QEN_TTree& other, unsigned) : QEN_TTree(other) {}
-QEN_TTree::QEN_TTree(QEN_TTree&&) noexcept = default;
-QEN_TTree& QEN_TTree::operator=(const QEN_TTree&) = default;
-QEN_TTree& QEN_TTree::operator=(QEN_TTree&&) noexcept = default;
-QEN_TTree::~QEN_TTree() = default;
-
-unsigned QEN_TTree::Entries() const { return qen_detail::EntriesOf(mMap); }
-
-void QEN_TTree::Clear() { mMap = {}; }
+QEN_DEFINE_MAP_CONTAINER(QEN_TTree)
 
 QEN_TAny& QEN_TTree::Value(const QEN_TString& path, QEN_TUniChar separator) {
   std::vector<std::u16string> names = Split(path, separator);
@@ -138,20 +129,6 @@ QEN_TList QEN_TTree::KeysAt(const QEN_TString& path, QEN_TUniChar separator) con
       keys.AddAtTail(QEN_TAny(static_cast<const QEN_IPackable&>(at->key)));
   return keys;
 }
-
-bool QEN_TTree::operator==(const QEN_TTree& other) const {
-  return qen_detail::SameMaps(mMap, other.mMap);
-}
-
-QEN_IIterationInfo* QEN_TTree::CreateIterationInfo() const {
-  return qen_detail::NewMapIterationInfo(mMap.Get());
-}
-
-QEN_IPackable* QEN_TTree::QEN_Move(void*) { return new (std::nothrow) QEN_TTree(std::move(*this)); }
-
-void QEN_TTree::QEN_Pack(QEN_IPacking& out) const { qen_detail::PackMap(mMap.Get(), out); }
-
-void QEN_TTree::QEN_Unpack(QEN_IUnpacking& in) { mMap = qen_detail::UnpackMap(in, kOwner); }
 
 // ---------------------------------------------------------------------------
 // Text form: "leaf" = value; "branch" { ... } (see qen_containers.h)
@@ -226,5 +203,3 @@ bool QEN_TTree::ReadFrom(QEN_THumanReadableStream& in) {
   mMap = std::move(map);
   return false;
 }
-
-void QEN_TTree::PrintOn(std::ostream& out) const { qen_detail::PrintMap(mMap.Get(), out); }

@@ -48,6 +48,13 @@
 class QEN_IIterationInfo;
 class QEN_TList;
 
+// What every container declares besides its own operations: its cursor, its
+// move into a new object (QEN_Move), and its forms.
+#define QEN_CONTAINER_MEMBERS                               \
+  QEN_IIterationInfo* CreateIterationInfo() const override; \
+  QEN_IPackable* QEN_Move(void* = nullptr) override;        \
+  QEN_VALUE_FORMS
+
 // A cursor over a container. It stands on an element, before the first one,
 // or behind the last one (done). Next from before the first goes to the
 // first, Previous from done goes to the last; moving past an end stays there.
@@ -167,7 +174,10 @@ class Content {
   explicit Content(T* content) : mAt(content) {}
   Content(const Content& other) : mAt(other.mAt ? new T(*other.mAt) : nullptr) {}
   Content(Content&& other) noexcept = default;
-  Content& operator=(const Content& other) { return *this = Content(other); }
+  // A self-assignment keeps the content itself: a list's handles stay valid.
+  Content& operator=(const Content& other) {
+    return this == &other ? *this : *this = Content(other);
+  }
   Content& operator=(Content&& other) noexcept {
     std::unique_ptr<T> taken(std::move(other.mAt));
     mAt.swap(taken);
@@ -244,10 +254,8 @@ class QEN_API QEN_TDict : public QEN_TObject,
   // The same keys with equal values, in any order.
   QEN_VALUE_EQUALITY(QEN_TDict)
 
-  QEN_IIterationInfo* CreateIterationInfo() const override;
-  QEN_IPackable* QEN_Move(void* = nullptr) override;
+  QEN_CONTAINER_MEMBERS
   bool QEN_HRMultiLine() const override;
-  QEN_VALUE_FORMS
 
  private:
   qen_detail::Content<qen_detail::StringMap> mMap;
@@ -352,10 +360,8 @@ class QEN_API QEN_TList : public QEN_TObject,
   // Equal values in the same order.
   QEN_VALUE_EQUALITY(QEN_TList)
 
-  QEN_IIterationInfo* CreateIterationInfo() const override;
-  QEN_IPackable* QEN_Move(void* = nullptr) override;
+  QEN_CONTAINER_MEMBERS
   bool QEN_HRMultiLine() const override;
-  QEN_VALUE_FORMS
 
  private:
   QEN_TListKey* Link(QEN_TAny&& value, bool atTail);
@@ -385,10 +391,8 @@ class QEN_API QEN_TArray : public QEN_TObject,
   QEN_VALUE_EQUALITY(QEN_TArray)
 
   // Deleting an element through an iterator shortens the array.
-  QEN_IIterationInfo* CreateIterationInfo() const override;
-  QEN_IPackable* QEN_Move(void* = nullptr) override;
+  QEN_CONTAINER_MEMBERS
   bool QEN_HRMultiLine() const override;
-  QEN_VALUE_FORMS
 
  private:
   friend class QEN_TArrayIterationInfo;
@@ -439,10 +443,8 @@ class QEN_API QEN_TTree : public QEN_TObject,
   QEN_VALUE_EQUALITY(QEN_TTree)
 
   // Walks the top-level entries: Key() a QEN_TString name, Value() its value.
-  QEN_IIterationInfo* CreateIterationInfo() const override;
-  QEN_IPackable* QEN_Move(void* = nullptr) override;
+  QEN_CONTAINER_MEMBERS
   bool QEN_HRMultiLine() const override { return true; }
-  QEN_VALUE_FORMS
 
  private:
   const QEN_TAny* Find(const QEN_TString& path, QEN_TUniChar separator) const;

@@ -17,6 +17,15 @@
   X& operator=(X&& other) noexcept; \
   ~X() override;
 
+// The definitions of QEN_VALUE_COPY_MOVE when all five are the defaults:
+// they are defined in the source unit, where the members' types are whole.
+#define QEN_DEFINE_DEFAULT_COPY_MOVE(X)    \
+  X::X(const X&) = default;                \
+  X::X(X&&) noexcept = default;            \
+  X& X::operator=(const X&) = default;     \
+  X& X::operator=(X&&) noexcept = default; \
+  X::~X() = default;
+
 // Equality of two values of the class, and its negation.
 #define QEN_VALUE_EQUALITY(X)            \
   bool operator==(const X& other) const; \
