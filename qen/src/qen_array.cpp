@@ -91,8 +91,7 @@ class QEN_TArrayIterationInfo : public qen_detail::Cursor {
   QEN_OBJECT_FRAME(QEN_TArrayIterationInfo)
 
  public:
-  QEN_TArrayIterationInfo() = default;
-  explicit QEN_TArrayIterationInfo(QEN_TArray* array) : mArray(array) { First(); }
+  explicit QEN_TArrayIterationInfo(QEN_TArray* array = nullptr) : mArray(array) { First(); }
   QEN_IIterationInfo* Clone() const override { return new QEN_TArrayIterationInfo(*this); }
 
  private:

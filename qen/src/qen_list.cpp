@@ -211,8 +211,7 @@ class QEN_TListIterationInfo : public qen_detail::Cursor {
   QEN_OBJECT_FRAME(QEN_TListIterationInfo)
 
  public:
-  QEN_TListIterationInfo() = default;
-  explicit QEN_TListIterationInfo(QEN_TList* list) : mList(list) { First(); }
+  explicit QEN_TListIterationInfo(QEN_TList* list = nullptr) : mList(list) { First(); }
   QEN_IIterationInfo* Clone() const override { return new QEN_TListIterationInfo(*this); }
 
  private:

@@ -434,8 +434,7 @@ class QEN_TMapIterationInfo : public qen_detail::Cursor {
   QEN_OBJECT_FRAME(QEN_TMapIterationInfo)
 
  public:
-  QEN_TMapIterationInfo() = default;
-  explicit QEN_TMapIterationInfo(qen_detail::StringMap* map) : mMap(map) { First(); }
+  explicit QEN_TMapIterationInfo(qen_detail::StringMap* map = nullptr) : mMap(map) { First(); }
   QEN_IIterationInfo* Clone() const override { return new QEN_TMapIterationInfo(*this); }
 
  private:

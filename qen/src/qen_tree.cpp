@@ -144,6 +144,9 @@ const QEN_TTree* ShortBranch(const QEN_TAny& value) {
 
 }  // namespace
 
+// Branches are written one per line.
+bool QEN_TTree::QEN_HRMultiLine() const { return true; }
+
 bool QEN_TTree::WriteTo(QEN_THumanReadableStream& out) const {
   if (!mMap) return false;
   for (auto at = mMap->Begin(); at != mMap->End(); ++at) {

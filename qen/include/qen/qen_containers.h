@@ -49,10 +49,12 @@ class QEN_IIterationInfo;
 class QEN_TList;
 
 // What every container declares besides its own operations: its cursor, its
-// move into a new object (QEN_Move), and its forms.
+// move into a new object (QEN_Move), whether its text takes lines, and its
+// forms.
 #define QEN_CONTAINER_MEMBERS                               \
   QEN_IIterationInfo* CreateIterationInfo() const override; \
   QEN_IPackable* QEN_Move(void* = nullptr) override;        \
+  bool QEN_HRMultiLine() const override;                    \
   QEN_VALUE_FORMS
 
 // A cursor over a container. It stands on an element, before the first one,
@@ -255,7 +257,6 @@ class QEN_API QEN_TDict : public QEN_TObject,
   QEN_VALUE_EQUALITY(QEN_TDict)
 
   QEN_CONTAINER_MEMBERS
-  bool QEN_HRMultiLine() const override;
 
  private:
   qen_detail::Content<qen_detail::StringMap> mMap;
@@ -361,7 +362,6 @@ class QEN_API QEN_TList : public QEN_TObject,
   QEN_VALUE_EQUALITY(QEN_TList)
 
   QEN_CONTAINER_MEMBERS
-  bool QEN_HRMultiLine() const override;
 
  private:
   QEN_TListKey* Link(QEN_TAny&& value, bool atTail);
@@ -392,7 +392,6 @@ class QEN_API QEN_TArray : public QEN_TObject,
 
   // Deleting an element through an iterator shortens the array.
   QEN_CONTAINER_MEMBERS
-  bool QEN_HRMultiLine() const override;
 
  private:
   friend class QEN_TArrayIterationInfo;
@@ -444,7 +443,6 @@ class QEN_API QEN_TTree : public QEN_TObject,
 
   // Walks the top-level entries: Key() a QEN_TString name, Value() its value.
   QEN_CONTAINER_MEMBERS
-  bool QEN_HRMultiLine() const override { return true; }
 
  private:
   const QEN_TAny* Find(const QEN_TString& path, QEN_TUniChar separator) const;
