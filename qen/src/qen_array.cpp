@@ -16,7 +16,7 @@ QEN_DEFINE_VALUE(QEN_TArray, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN
 
 QEN_TArray::QEN_TArray(unsigned size)
     : mValues(size > 0 ? new std::vector<QEN_TAny>(size) : nullptr) {}
-QEN_DEFINE_DEFAULT_COPY_MOVE(QEN_TArray)
+QEN_DEFINE_VALUES_CONTAINER(QEN_TArray)
 
 namespace {
 [[noreturn]] void BadIndex(unsigned index, unsigned size) {
@@ -40,10 +40,6 @@ bool QEN_TArray::operator==(const QEN_TArray& other) const {
   return Size() == other.Size() && (Size() == 0 || *mValues == *other.mValues);
 }
 
-QEN_IPackable* QEN_TArray::QEN_Move(void*) {
-  return new (std::nothrow) QEN_TArray(std::move(*this));
-}
-
 void QEN_TArray::QEN_Pack(QEN_IPacking& out) const {
   out << Size();
   for (unsigned i = 0; i < Size(); ++i) out << (*this)[i];
@@ -65,25 +61,13 @@ void QEN_TArray::QEN_Unpack(QEN_IUnpacking& in) {
 // ---------------------------------------------------------------------------
 // Text form: value, value, ... as a list's.
 
-bool QEN_TArray::QEN_HRMultiLine() const { return qen_detail::ValuesMultiLine(*this, Size()); }
-
-bool QEN_TArray::WriteTo(QEN_THumanReadableStream& out) const {
-  qen_detail::WriteValues(*this, QEN_HRMultiLine(), out);
-  return false;
-}
-
 bool QEN_TArray::ReadFrom(QEN_THumanReadableStream& in) {
   qen_detail::Content<std::vector<QEN_TAny>> read(new std::vector<QEN_TAny>);
-  while (!qen_detail::AtFormEnd(in)) {
-    read->emplace_back();
-    read->back().ReadFrom(in);
-    qen_detail::ReadSeparator(in, ',', "an array element");
-  }
+  qen_detail::ReadValues(in, "an array element",
+                         [&](QEN_TAny&& value) { read->push_back(std::move(value)); });
   mValues = std::move(read);
   return false;
 }
-
-void QEN_TArray::PrintOn(std::ostream& out) const { qen_detail::PrintValues(*this, out); }
 
 // ---------------------------------------------------------------------------
 // The cursor over an array; Key() is the index.

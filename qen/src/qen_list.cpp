@@ -65,7 +65,7 @@ void ListChain::Unlink(QEN_TListKey* key) {
 }  // namespace qen_detail
 
 QEN_TList::QEN_TList() = default;
-QEN_DEFINE_DEFAULT_COPY_MOVE(QEN_TList)
+QEN_DEFINE_VALUES_CONTAINER(QEN_TList)
 
 QEN_TListKey* QEN_TList::Link(QEN_TAny&& value, bool atTail) {
   return mChain.Make().Link(std::move(value), atTail);
@@ -161,8 +161,6 @@ bool QEN_TList::operator==(const QEN_TList& other) const {
   return true;
 }
 
-QEN_IPackable* QEN_TList::QEN_Move(void*) { return new (std::nothrow) QEN_TList(std::move(*this)); }
-
 void QEN_TList::QEN_Pack(QEN_IPacking& out) const {
   out << Entries();
   for (const QEN_TListKey* key = KeyAtHead(); key != nullptr; key = key->mNext) out << key->mValue;
@@ -184,26 +182,13 @@ void QEN_TList::QEN_Unpack(QEN_IUnpacking& in) {
 // ---------------------------------------------------------------------------
 // Text form: value, value, ... (see qen_containers.h)
 
-bool QEN_TList::QEN_HRMultiLine() const { return qen_detail::ValuesMultiLine(*this, Entries()); }
-
-bool QEN_TList::WriteTo(QEN_THumanReadableStream& out) const {
-  qen_detail::WriteValues(*this, QEN_HRMultiLine(), out);
-  return false;
-}
-
 bool QEN_TList::ReadFrom(QEN_THumanReadableStream& in) {
   QEN_TList read;
-  while (!qen_detail::AtFormEnd(in)) {
-    QEN_TAny value;
-    value.ReadFrom(in);
-    read.Link(std::move(value), true);
-    qen_detail::ReadSeparator(in, ',', "a list element");
-  }
+  qen_detail::ReadValues(in, "a list element",
+                         [&](QEN_TAny&& value) { read.Link(std::move(value), true); });
   *this = std::move(read);
   return false;
 }
-
-void QEN_TList::PrintOn(std::ostream& out) const { qen_detail::PrintValues(*this, out); }
 
 // ---------------------------------------------------------------------------
 // The cursor over a list; Key() is the element's index.

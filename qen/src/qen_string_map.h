@@ -8,6 +8,7 @@
 #include <iosfwd>
 #include <iterator>
 #include <string>
+#include <utility>
 
 #include "qen/qen_any.h"
 #include "qen/qen_containers.h"
@@ -175,10 +176,32 @@ std::string ReadKey(QEN_THumanReadableStream& in, QEN_TString& key, QEN_TUniChar
 // A value that holds an object other than a plain string.
 bool HoldsObject(const QEN_TAny& value);
 
+// The members that a list and an array define alike.
+#define QEN_DEFINE_VALUES_CONTAINER(X)                                                      \
+  QEN_DEFINE_DEFAULT_COPY_MOVE(X)                                                           \
+  QEN_IPackable* X::QEN_Move(void*) { return new (std::nothrow) X(std::move(*this)); }      \
+  bool X::QEN_HRMultiLine() const { return qen_detail::ValuesMultiLine(*this, Entries()); } \
+  bool X::WriteTo(QEN_THumanReadableStream& out) const {                                    \
+    qen_detail::WriteValues(*this, QEN_HRMultiLine(), out);                                 \
+    return false;                                                                           \
+  }                                                                                         \
+  void X::PrintOn(std::ostream& out) const { qen_detail::PrintValues(*this, out); }
+
 // The text form of a list and an array: the values parted by ", ", or one a
 // line, each ending in ',', when they are many or hold objects.
 bool ValuesMultiLine(const QEN_IIteratable& values, unsigned entries);
 void WriteValues(const QEN_IIteratable& values, bool multiLine, QEN_THumanReadableStream& out);
+// Reads their values up to the form's end, each handed to `add`; `what`
+// names an element in messages.
+template <class Add>
+void ReadValues(QEN_THumanReadableStream& in, const char* what, Add add) {
+  while (!AtFormEnd(in)) {
+    QEN_TAny value;
+    value.ReadFrom(in);
+    add(std::move(value));
+    ReadSeparator(in, ',', what);
+  }
+}
 // Their printed form: "[]", or one value a line in brackets.
 void PrintValues(const QEN_IIteratable& values, std::ostream& out);
 
