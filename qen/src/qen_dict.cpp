@@ -122,19 +122,15 @@ bool QEN_TDict::ReadFrom(QEN_THumanReadableStream& in) {
   // A framed dictionary read as bare content: the frame reads the name and
   // the braces and comes back here for what lies between them.
   if (qen_detail::StartsFramed(in)) return QEN_IHumanReadable::QEN_ReadFrom(in);
-  qen_detail::Content<StringMap> map(new StringMap);
-  while (!qen_detail::AtFormEnd(in)) {
-    QEN_TString key;
-    QEN_TUniChar c = 0;
-    std::string quoted =
-        qen_detail::ReadKey(in, key, c, "expected a quoted key or '}' in a dictionary");
-    if (c != u'=') in.SyntaxError(("expected '=' after the key " + quoted).c_str());
+  auto entry = [&in](StringMap& map, QEN_TString&& key, QEN_TUniChar after,
+                     const std::string& quoted) {
+    if (after != u'=') in.SyntaxError(("expected '=' after the key " + quoted).c_str());
     QEN_TAny value;
     value.ReadFrom(in);
-    if (!map->InsertNew(std::move(key), std::move(value)))
+    if (!map.InsertNew(std::move(key), std::move(value)))
       in.SyntaxError(("duplicate key " + quoted + " in a dictionary").c_str());
     qen_detail::ReadSeparator(in, ';', ("the value of " + quoted).c_str());
-  }
-  mMap = std::move(map);
+  };
+  mMap = qen_detail::ReadEntries(in, "expected a quoted key or '}' in a dictionary", entry);
   return false;
 }

@@ -173,6 +173,21 @@ bool StartsFramed(QEN_THumanReadableStream& in);
 // quotes, for messages.
 std::string ReadKey(QEN_THumanReadableStream& in, QEN_TString& key, QEN_TUniChar& after,
                     const char* missing);
+// Reads the entries of a dictionary's or a tree's text form into a new map,
+// up to the form's end. For each a quoted key, then entry(map, key, after,
+// quoted) with the character after the key, to read the rest and add the
+// entry; `missing` is the error where no quoted key starts.
+template <class Entry>
+Content<StringMap> ReadEntries(QEN_THumanReadableStream& in, const char* missing, Entry entry) {
+  Content<StringMap> map(new StringMap);
+  while (!AtFormEnd(in)) {
+    QEN_TString key;
+    QEN_TUniChar after = 0;
+    std::string quoted = ReadKey(in, key, after, missing);
+    entry(*map, std::move(key), after, quoted);
+  }
+  return map;
+}
 // A value that holds an object other than a plain string.
 bool HoldsObject(const QEN_TAny& value);
 

@@ -142,6 +142,22 @@ const QEN_TTree* ShortBranch(const QEN_TAny& value) {
   return static_cast<const QEN_TTree*>(object->DynamicCast("QEN_TTree"));
 }
 
+// A branch's entries after its '{', and the '}' that closes it; a ';'
+// after it is allowed, as after a value.
+QEN_TTree* ReadBranch(QEN_THumanReadableStream& in, const std::string& quoted) {
+  std::unique_ptr<QEN_TTree> branch(new QEN_TTree);
+  {
+    qen_text::Nesting nesting(in);
+    branch->ReadFrom(in);
+  }
+  in.SkipWhiteSpace();
+  QEN_TUniChar c = 0;
+  in.ReadChar(c);
+  if (c != u'}') in.SyntaxError(("expected '}' to close the branch " + quoted).c_str());
+  if (!qen_detail::AtFormEnd(in) && in.PeekChar(c) && c == u';') in.ReadChar(c);
+  return branch.release();
+}
+
 }  // namespace
 
 // Branches are written one per line.
@@ -175,34 +191,20 @@ bool QEN_TTree::ReadFrom(QEN_THumanReadableStream& in) {
   // A framed tree read as bare content, as from a file written by
   // WriteObject: the frame reads the name and braces and comes back here.
   if (qen_detail::StartsFramed(in)) return QEN_IHumanReadable::QEN_ReadFrom(in);
-  qen_detail::Content<StringMap> map(new StringMap);
-  while (!qen_detail::AtFormEnd(in)) {
-    QEN_TString name;
-    QEN_TUniChar c = 0;
-    std::string quoted =
-        qen_detail::ReadKey(in, name, c, "expected a quoted name or '}' in a tree");
+  auto entry = [&in](StringMap& map, QEN_TString&& name, QEN_TUniChar after,
+                     const std::string& quoted) {
     QEN_TAny value;
-    if (c == u'{') {
-      std::unique_ptr<QEN_TTree> branch(new QEN_TTree);
-      {
-        qen_text::Nesting nesting(in);
-        branch->ReadFrom(in);
-      }
-      in.SkipWhiteSpace();
-      in.ReadChar(c);
-      if (c != u'}') in.SyntaxError(("expected '}' to close the branch " + quoted).c_str());
-      value = static_cast<QEN_IPackable*>(branch.release());
-      // A ';' after a branch is allowed, as after a value.
-      if (!qen_detail::AtFormEnd(in) && in.PeekChar(c) && c == u';') in.ReadChar(c);
-    } else if (c == u'=') {
+    if (after == u'{') {
+      value = static_cast<QEN_IPackable*>(ReadBranch(in, quoted));
+    } else if (after == u'=') {
       value.ReadFrom(in);
       qen_detail::ReadSeparator(in, ';', ("the value of " + quoted).c_str());
     } else {
       in.SyntaxError(("expected '=' or '{' after the name " + quoted).c_str());
     }
-    if (!map->InsertNew(std::move(name), std::move(value)))
+    if (!map.InsertNew(std::move(name), std::move(value)))
       in.SyntaxError(("duplicate name " + quoted + " in a tree").c_str());
-  }
-  mMap = std::move(map);
+  };
+  mMap = qen_detail::ReadEntries(in, "expected a quoted name or '}' in a tree", entry);
   return false;
 }
