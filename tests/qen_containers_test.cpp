@@ -137,69 +137,34 @@ QEN_TDict SampleDict() {
 }
 
 // ---------------------------------------------------------------------------
-// Dictionary
+// Operations
 
-TEST_F(ContainersTest, DictKeysOfEveryFormMeetTheSameEntry) {
+TEST_F(ContainersTest, DictKeysAndCopies) {
   QEN_TDict dict;
   const QEN_TDict& constant = dict;
   EXPECT_EQ(&constant[L"missing"], &QEN_TAny::Illegal());
   EXPECT_EQ(dict.Entries(), 0u) << "the const read created nothing";
-  EXPECT_TRUE(dict["missing"].IsNothing());
-  EXPECT_TRUE(dict.HasKey(L"missing")) << "the non-const read created it";
-
   dict[L"w\u00E9"] = 1u;
-  EXPECT_TRUE(dict["w\xC3\xA9"] == QEN_TAny(1u)) << "UTF-8 and wide keys are one key";
   dict.Add(QEN_TString("w\xC3\xA9"), QEN_TAny(2u));
-  EXPECT_EQ(dict.Entries(), 2u) << "Add replaces";
-  const QEN_TAny* found = dict.Lookup(QEN_TString(L"w\u00E9"));
-  ASSERT_NE(found, nullptr);
-  EXPECT_TRUE(*found == QEN_TAny(2u));
-  EXPECT_TRUE(dict.Remove(L"w\u00E9"));
-  EXPECT_FALSE(dict.Remove(L"w\u00E9"));
-
+  EXPECT_EQ(dict.Entries(), 1u) << "UTF-8 and wide keys are one key";
   TestNumberKey key;
   EXPECT_THROW(dict[key], QEN_EAnyConversion);
-  EXPECT_THROW(dict.Add(key, QEN_TAny(1u)), QEN_EAnyConversion);
-  EXPECT_THROW(dict.HasKey(key), QEN_EAnyConversion);
   EXPECT_THROW(dict.Remove(key), QEN_EAnyConversion);
-  EXPECT_EQ(dict.Entries(), 1u);
-}
-
-TEST_F(ContainersTest, DictAddAllCopiesAndIteration) {
-  QEN_TDict mine;
-  mine["a"] = 1u;
-  mine["b"] = 2u;
-  QEN_TDict theirs;
-  theirs["b"] = 20u;
-  theirs["c"] = 30u;
-  mine.AddAll(theirs);
-  EXPECT_EQ(Keys(mine), (std::vector<std::string>{"a", "b", "c"}));
-  EXPECT_EQ(Values(mine), (std::vector<unsigned>{1, 20, 30}));
-  mine.AddAll(mine);
-  EXPECT_EQ(mine.Entries(), 3u);
-  // Equality doesn't depend on the order of the keys.
-  theirs["a"] = 1u;
-  theirs["b"] = 20u;
-  EXPECT_TRUE(mine == theirs);
 
   QEN_TDict original = SampleDict();
+  original.AddAll(original);
   QEN_TDict copy(original, 0);
-  EXPECT_TRUE(copy == original);
   static_cast<QEN_TList*>(copy["items"].DynamicCast("QEN_TList"))->AddAtTail(QEN_TAny(3u));
   EXPECT_FALSE(copy == original) << "copies are deep";
   QEN_TDict moved(std::move(copy));
-  EXPECT_EQ(copy.Entries(), 0u);
   EXPECT_EQ(moved.Entries(), 5u);
   copy["usable"] = 1u;  // a moved-from dictionary is empty and works
   EXPECT_EQ(copy.Entries(), 1u);
-
   EXPECT_EQ(Keys(original), (std::vector<std::string>{"count", "name", "ratio", "items", "tree"}));
   QEN_TIterator it(original);
   // The key is the cursor's copy: changing it renames nothing.
   *static_cast<QEN_TString*>(it.Key().DynamicCast("QEN_TString")) = QEN_TString("renamed");
   EXPECT_FALSE(original.HasKey("renamed"));
-  it.Value() = 4u;
-  EXPECT_TRUE(original["count"] == QEN_TAny(4u));
 }
 
 // Entries come from blocks that the dictionary reuses after a removal, and
@@ -209,33 +174,166 @@ TEST_F(ContainersTest, DictKeepsOrderAndReferencesThroughGrowthAndReuse) {
   QEN_TDict dict;
   std::vector<std::string> model;
   QEN_TAny& first = dict["k0"];
-  first = 0u;
   model.push_back("k0");
   for (unsigned i = 1; i < 600; ++i) {
-    std::string key = "k" + std::to_string(i);
-    dict[key.c_str()] = i;
-    model.push_back(key);
+    model.push_back("k" + std::to_string(i));
+    dict[model.back().c_str()] = i;
   }
-  first = 1000u;  // still the entry's own value after the growth
-  EXPECT_EQ(static_cast<unsigned>(dict["k0"]), 1000u);
+  first = 0u;  // still the entry's own value after the growth
   for (unsigned i = 0; i < 600; i += 3) {
     std::string key = "k" + std::to_string(i);
     ASSERT_TRUE(dict.Remove(key.c_str()));
     model.erase(std::find(model.begin(), model.end(), key));
   }
   for (unsigned i = 0; i < 600; i += 6) {  // back at the end, in reused room
-    std::string key = "k" + std::to_string(i);
-    dict[key.c_str()] = i;
-    model.push_back(key);
+    model.push_back("k" + std::to_string(i));
+    dict[model.back().c_str()] = i;
   }
   const QEN_TDict copy(dict, 0);
   for (const QEN_TDict* d : std::vector<const QEN_TDict*>{&dict, &copy}) {
     EXPECT_EQ(Keys(*d), model);
     for (const std::string& key : model)
       EXPECT_EQ(static_cast<unsigned>((*d)[key.c_str()]), std::stoul(key.substr(1)));
-    EXPECT_FALSE(d->HasKey("k3"));
   }
-  EXPECT_TRUE(copy == dict);
+}
+
+TEST_F(ContainersTest, ListKeysBelongToOneListAndMoveWithIt) {
+  QEN_TList list;
+  QEN_TListKey* b = list.Add(QEN_TAny("b"));
+  QEN_TListKey* a = list.AddAtHead(QEN_TAny("a"));
+  QEN_TListKey* c = list.AddAtTail(QEN_TAny("c"));
+  EXPECT_TRUE(list.Remove(b));
+  EXPECT_EQ(a->Next(), c);
+  EXPECT_TRUE(list[0] == QEN_TAny("a")) << "a literal index is an index";
+  EXPECT_THROW(list[-1], QEN_EIndexOutOfRange);
+  EXPECT_THROW(list[static_cast<const QEN_TListKey*>(nullptr)], QEN_EIndexOutOfRange);
+
+  QEN_TList moved(std::move(list));
+  EXPECT_TRUE(moved[c] == QEN_TAny("c"));
+  EXPECT_THROW(list[c], QEN_EIndexOutOfRange);
+  EXPECT_FALSE(list.Remove(c)) << "a key of another list is refused";
+  QEN_TList copy(moved);
+  EXPECT_FALSE(copy.Remove(c));
+  EXPECT_THROW(moved[copy.KeyAtHead()], QEN_EIndexOutOfRange);
+  copy[0] = 9u;
+  EXPECT_TRUE(moved[0u] == QEN_TAny("a")) << "copies are deep";
+  moved = moved;
+  EXPECT_TRUE(moved.Owns(c));
+
+  QEN_TArray array(2);
+  EXPECT_THROW(array[2], QEN_EIndexOutOfRange);
+  QEN_TArray arrayCopy(array);
+  arrayCopy[0] = "changed";
+  EXPECT_TRUE(array[0].IsNothing());
+}
+
+TEST_F(ContainersTest, TreePaths) {
+  QEN_TTree tree;
+  tree.Value("/Resources/Modules/VYR/Name") = "vyr";
+  EXPECT_TRUE(tree.HasPath("Resources//Modules/VYR/"));
+  EXPECT_TRUE(tree.Get("Resources.Modules.VYR.Name", u'.') == QEN_TAny("vyr"));
+  EXPECT_FALSE(tree.HasPath("/Resources/Modules/VYR/Name/Deeper")) << "a leaf has no children";
+  EXPECT_THROW(tree.Get("/Resources/Other"), QEN_ETreeException);
+  // The empty path is the tree itself.
+  EXPECT_FALSE(tree.HasPath("/"));
+  EXPECT_THROW(tree.Value(""), QEN_ETreeException);
+  EXPECT_FALSE(tree.RemovePath("/"));
+  EXPECT_EQ(tree.KeysAt("/").Entries(), 1u);
+  // No path through a leaf, and none deeper than the bound.
+  tree.Value("leaf") = 5u;
+  EXPECT_THROW(tree.Value("leaf/b"), QEN_ETreeException);
+  EXPECT_TRUE(tree.Get("leaf") == QEN_TAny(5u)) << "the leaf is unchanged";
+  std::string deep;
+  for (unsigned i = 0; i <= QEN_TTree::sMaxPathDepth; ++i) deep += "/x";
+  EXPECT_THROW(tree.Value(deep.c_str()), QEN_ETreeException);
+  EXPECT_FALSE(tree.HasPath("/x"));
+
+  QEN_TTree copy(tree, 0);
+  copy.Value("Resources/Modules/VYR/Name") = 9u;
+  EXPECT_TRUE(tree.Get("Resources/Modules/VYR/Name") == QEN_TAny("vyr")) << "copies are deep";
+  EXPECT_TRUE(tree.RemovePath("Resources/Modules"));
+  EXPECT_FALSE(tree.HasPath("Resources/Modules/VYR"));
+}
+
+// A container given its own content: the source lives inside the target and
+// must survive until it has been read.
+TEST_F(ContainersTest, AssigningFromInsideItselfIsSafe) {
+  QEN_TList list;
+  list.AddAtTail(QEN_TAny(ListOf({7, 8})));
+  list = std::move(*static_cast<QEN_TList*>(list[0].DynamicCast("QEN_TList")));
+  EXPECT_TRUE(list == ListOf({7, 8}));
+  list.AddAtTail(QEN_TAny(ListOf({9})));
+  list = *static_cast<QEN_TList*>(list[2].DynamicCast("QEN_TList"));
+  EXPECT_TRUE(list == ListOf({9}));
+
+  QEN_TDict dict;
+  dict["inner"] = QEN_TAny(QEN_TDict());
+  QEN_TDict* inner = static_cast<QEN_TDict*>(dict["inner"].DynamicCast("QEN_TDict"));
+  (*inner)["inner"] = 5u;
+  (*inner)["other"] = 6u;
+  dict.AddAll(*inner);  // replaces the very entry that holds `inner`
+  EXPECT_TRUE(dict["inner"] == QEN_TAny(5u));
+  EXPECT_TRUE(dict["other"] == QEN_TAny(6u));
+
+  QEN_TAny any(SampleDict());
+  any = std::move((*static_cast<QEN_TDict*>(any.DynamicCast("QEN_TDict")))["name"]);
+  EXPECT_TRUE(any == QEN_TAny("sample"));
+
+  QEN_TTree tree;
+  tree.Value("b/one") = 1u;
+  tree = *static_cast<const QEN_TTree*>(tree.Get("b").DynamicCast("QEN_TTree"));
+  EXPECT_TRUE(tree.Get("one") == QEN_TAny(1u));
+
+  QEN_TArray array(1);
+  QEN_TArray nested(2);
+  nested[1] = 4u;
+  array[0] = nested;
+  array = std::move(*static_cast<QEN_TArray*>(array[0].DynamicCast("QEN_TArray")));
+  EXPECT_TRUE(array == nested);
+}
+
+// ---------------------------------------------------------------------------
+// Walks
+
+// Every container, the same moves: both ends, past them, and back.
+TEST_F(ContainersTest, CursorsMoveBothWaysAndStopAtTheEnds) {
+  QEN_TDict dict;
+  QEN_TTree tree;
+  QEN_TArray array(3);
+  QEN_TList list = ListOf({0, 1, 2});
+  for (unsigned i = 0; i < 3; ++i) {
+    dict[std::to_string(i).c_str()] = i;
+    tree.Value(std::to_string(i).c_str()) = i;
+    array[i] = i;
+  }
+  for (QEN_IIteratable* container : std::vector<QEN_IIteratable*>{&dict, &list, &array, &tree}) {
+    SCOPED_TRACE(container->ClassName());
+    QEN_TConstIterator it(*container);
+    --it;
+    EXPECT_TRUE(it.IsBeforeFirst());
+    EXPECT_THROW(it.Value(), QEN_EIndexOutOfRange);
+    --it;  // stays before the first
+    ++it;
+    EXPECT_EQ(static_cast<unsigned>(it.Value()), 0u);
+    it.End();
+    ++it;
+    EXPECT_TRUE(it.IsDone());
+    it--;
+    EXPECT_EQ(static_cast<unsigned>(it.Value()), 2u);
+    QEN_TConstIterator copy(it);
+    copy--;
+    EXPECT_EQ(static_cast<unsigned>(copy.Value()), 1u);
+    EXPECT_EQ(static_cast<unsigned>(it.Value()), 2u) << "a copy moves on its own";
+    QEN_TConstIterator moved(std::move(copy));
+    EXPECT_TRUE(copy.IsDone()) << "a moved-from iterator walks nothing";
+    EXPECT_EQ(static_cast<unsigned>(moved.Value()), 1u);
+  }
+  QEN_TDict empty;
+  QEN_TConstIterator none(empty);
+  none.Last();
+  EXPECT_TRUE(none.IsBeforeFirst());
+  none.End();
+  EXPECT_TRUE(none.IsDone());
 }
 
 // The walk of a metadata archive: delete some entries while walking, advance
@@ -246,7 +344,6 @@ TEST_F(ContainersTest, DeletingWalkSeesEveryEntry) {
                                                    {false, true, true, false},
                                                    {false, false, false, true},
                                                    {true},
-                                                   {false},
                                                    {}};
   for (const std::vector<bool>& drop : patterns) {
     QEN_TDict dict;
@@ -289,45 +386,10 @@ TEST_F(ContainersTest, AfterDeletingPreviousGoesToTheElementInFront) {
   it.DeleteItem();  // removes 2
   it--;
   EXPECT_EQ(static_cast<unsigned>(it.Value()), 1u);
-  EXPECT_EQ(*static_cast<const unsigned*>(it.Key().DynamicCast("QEN_TUInt32")), 1u);
   it++;
   EXPECT_EQ(static_cast<unsigned>(it.Value()), 3u);
   EXPECT_EQ(*static_cast<const unsigned*>(it.Key().DynamicCast("QEN_TUInt32")), 2u)
       << "the element behind takes the removed one's index";
-}
-
-// ---------------------------------------------------------------------------
-// Iterators
-
-TEST_F(ContainersTest, IteratorsMoveBothWaysAndStopAtTheEnds) {
-  QEN_TList list = ListOf({10, 11, 12});
-  QEN_TConstIterator it(list);
-  --it;
-  EXPECT_TRUE(it.IsBeforeFirst());
-  EXPECT_FALSE(it.IsDone());
-  EXPECT_THROW(it.Value(), QEN_EIndexOutOfRange);
-  --it;  // stays before the first
-  ++it;
-  EXPECT_EQ(static_cast<unsigned>(it.Value()), 10u);
-  it.End();
-  ++it;
-  EXPECT_TRUE(it.IsDone());
-  it--;
-  EXPECT_EQ(static_cast<unsigned>(it.Value()), 12u);
-
-  QEN_TConstIterator copy(it);
-  copy--;
-  EXPECT_EQ(static_cast<unsigned>(copy.Value()), 11u);
-  EXPECT_EQ(static_cast<unsigned>(it.Value()), 12u) << "a copy moves on its own";
-  QEN_TConstIterator moved(std::move(copy));
-  EXPECT_TRUE(copy.IsDone()) << "a moved-from iterator walks nothing";
-  EXPECT_THROW(copy.Value(), QEN_EIndexOutOfRange);
-  EXPECT_EQ(static_cast<unsigned>(moved.Value()), 11u);
-
-  QEN_TDict empty;
-  QEN_TConstIterator none(empty);
-  none.End();
-  EXPECT_TRUE(none.IsDone());
 }
 
 TEST_F(ContainersTest, ACursorFromOutsideTheLibraryWalksThroughTheIterators) {
@@ -342,179 +404,8 @@ TEST_F(ContainersTest, ACursorFromOutsideTheLibraryWalksThroughTheIterators) {
   QEN_IIterationInfo* info = it.Info();
   --*info;
   EXPECT_EQ(static_cast<unsigned>(info->Value()), 4u);
-  (*info)++;
-  EXPECT_EQ(static_cast<unsigned>(info->Value()), 6u);
-
   QEN_TIterator deleting(evens);
   EXPECT_THROW(deleting.DeleteItem(), QEN_EException) << "this cursor cannot delete";
-  EXPECT_EQ(list.Entries(), 7u);
-}
-
-// ---------------------------------------------------------------------------
-// List and array
-
-TEST_F(ContainersTest, ListKeysStayOnTheirElements) {
-  QEN_TList list;
-  QEN_TListKey* b = list.Add(QEN_TAny("b"));
-  QEN_TListKey* a = list.AddAtHead(QEN_TAny("a"));
-  QEN_TListKey* c = list.AddAtTail(QEN_TAny("c"));
-  EXPECT_EQ(list.KeyAtHead(), a);
-  EXPECT_EQ(a->Next(), b);
-  EXPECT_EQ(b->Next(), c);
-  EXPECT_EQ(c->Next(), nullptr);
-  EXPECT_EQ(list.KeyAtIndex(3), nullptr);
-
-  EXPECT_TRUE(list.Remove(b));
-  EXPECT_EQ(a->Next(), c);
-  EXPECT_TRUE(list[c] == QEN_TAny("c"));
-  EXPECT_TRUE(list[1u] == QEN_TAny("c"));
-  EXPECT_TRUE(list[0] == QEN_TAny("a")) << "a literal index is an index";
-  EXPECT_EQ(list.KeyAtIndex(1), c);
-
-  // A list that moves takes its keys along.
-  QEN_TList moved(std::move(list));
-  EXPECT_TRUE(list.IsEmpty());
-  EXPECT_EQ(list.KeyAtHead(), nullptr);
-  EXPECT_TRUE(moved[c] == QEN_TAny("c"));
-  EXPECT_THROW(list[c], QEN_EIndexOutOfRange);
-  EXPECT_FALSE(list.Remove(c)) << "a key of another list is refused";
-  EXPECT_EQ(moved.Entries(), 2u);
-}
-
-TEST_F(ContainersTest, ListIndexOutOfRangeAndCopies) {
-  QEN_TList list = ListOf({1, 2});
-  const QEN_TList& constant = list;
-  EXPECT_THROW(list[2u], QEN_EIndexOutOfRange);
-  EXPECT_THROW(constant[5u], QEN_EIndexOutOfRange);
-  EXPECT_THROW(list[-1], QEN_EIndexOutOfRange);
-  EXPECT_THROW(list[static_cast<const QEN_TListKey*>(nullptr)], QEN_EIndexOutOfRange);
-  EXPECT_FALSE(list.Remove(nullptr));
-
-  QEN_TList copy(list);
-  EXPECT_TRUE(copy == list);
-  EXPECT_NE(copy.KeyAtHead(), list.KeyAtHead()) << "a copy has keys of its own";
-  EXPECT_THROW(list[copy.KeyAtHead()], QEN_EIndexOutOfRange);
-  EXPECT_FALSE(list.Remove(copy.KeyAtHead()));
-  copy[0] = 9u;
-  EXPECT_FALSE(copy == list);
-  list = copy;
-  EXPECT_TRUE(list == copy);
-  EXPECT_TRUE(list.Owns(list.KeyAtHead()));
-  list = list;
-  EXPECT_EQ(list.Entries(), 2u);
-}
-
-TEST_F(ContainersTest, ArrayIsSizedAndRangeChecked) {
-  QEN_TArray array(3);
-  EXPECT_TRUE(array[2].IsNothing());
-  array[0] = "first";
-  EXPECT_THROW(array[3], QEN_EIndexOutOfRange);
-  const QEN_TArray& constant = array;
-  EXPECT_THROW(constant[100], QEN_EIndexOutOfRange);
-  QEN_TArray copy(array);
-  copy[0] = "changed";
-  EXPECT_TRUE(array[0] == QEN_TAny("first"));
-}
-
-// ---------------------------------------------------------------------------
-// Tree
-
-TEST_F(ContainersTest, TreeValueMakesThePathAndGetOnlyReads) {
-  QEN_TTree tree;
-  tree.Value("/Resources/Modules/VYR/Name") = "vyr";
-  EXPECT_TRUE(tree.HasPath("Resources//Modules/VYR/"));
-  EXPECT_TRUE(tree.Get("/Resources/Modules/VYR/Name") == QEN_TAny("vyr"));
-  EXPECT_THROW(tree.Get("/Resources/Modules/Other"), QEN_ETreeException);
-  EXPECT_FALSE(tree.HasPath("/Resources/Modules/Other"));
-  EXPECT_FALSE(tree.HasPath("/Resources/Modules/VYR/Name/Deeper")) << "a leaf has no children";
-  // A branch is a value holding a tree.
-  const QEN_TTree* branch =
-      static_cast<const QEN_TTree*>(tree.Get("/Resources/Modules").DynamicCast("QEN_TTree"));
-  ASSERT_NE(branch, nullptr);
-  EXPECT_TRUE(branch->Get("VYR/Name") == QEN_TAny("vyr"));
-  // Other separators.
-  EXPECT_TRUE(tree.Get("Resources.Modules.VYR.Name", u'.') == QEN_TAny("vyr"));
-  tree.Value(":a:b", u':') = 1u;
-  EXPECT_TRUE(tree.Get("/a/b") == QEN_TAny(1u));
-  // The empty path is the tree itself.
-  EXPECT_FALSE(tree.HasPath("/"));
-  EXPECT_THROW(tree.Get("/"), QEN_ETreeException);
-  EXPECT_THROW(tree.Value(""), QEN_ETreeException);
-  EXPECT_FALSE(tree.RemovePath("/"));
-  // No path through a leaf, and none deeper than the bound.
-  tree.Value("leaf") = 5u;
-  EXPECT_THROW(tree.Value("leaf/b"), QEN_ETreeException);
-  EXPECT_TRUE(tree.Get("leaf") == QEN_TAny(5u)) << "the leaf is unchanged";
-  std::string deep;
-  for (unsigned i = 0; i <= QEN_TTree::sMaxPathDepth; ++i) deep += "/x";
-  EXPECT_THROW(tree.Value(deep.c_str()), QEN_ETreeException);
-  EXPECT_FALSE(tree.HasPath("/x"));
-}
-
-TEST_F(ContainersTest, TreeBranchesRemoveListAndCopy) {
-  QEN_TTree tree;
-  tree.Value("b/one") = 1u;
-  tree.Value("b/two") = 2u;
-  tree.Value("a") = 0u;
-  // A new empty branch, as a configuration makes one.
-  tree.Value("empty") = QEN_TAny(QEN_TTree());
-  EXPECT_TRUE(tree.HasPath("empty"));
-  EXPECT_EQ(tree.KeysAt("empty").Entries(), 0u);
-  EXPECT_EQ(Keys(tree), (std::vector<std::string>{"b", "a", "empty"}));
-  QEN_TList top = tree.KeysAt("/");
-  ASSERT_EQ(top.Entries(), 3u);
-  EXPECT_TRUE(top[0] == QEN_TAny("b"));
-  EXPECT_TRUE(top[1] == QEN_TAny("a"));
-  EXPECT_TRUE(top[2] == QEN_TAny("empty"));
-  EXPECT_EQ(tree.KeysAt("b").Entries(), 2u);
-  EXPECT_EQ(tree.KeysAt("missing").Entries(), 0u);
-  EXPECT_EQ(tree.KeysAt("a").Entries(), 0u);
-
-  QEN_TTree copy(tree, 0);
-  copy.Value("b/one") = 9u;
-  EXPECT_TRUE(tree.Get("b/one") == QEN_TAny(1u)) << "copies are deep";
-  EXPECT_TRUE(tree.RemovePath("/b/one"));
-  EXPECT_FALSE(tree.RemovePath("/b/one"));
-  EXPECT_FALSE(tree.RemovePath("/a/x"));
-  EXPECT_TRUE(tree.RemovePath("b"));
-  EXPECT_FALSE(tree.HasPath("b/two"));
-  EXPECT_EQ(tree.Entries(), 2u);
-  // Assigning a branch of the tree to the tree itself.
-  copy = *static_cast<const QEN_TTree*>(copy.Get("b").DynamicCast("QEN_TTree"));
-  EXPECT_TRUE(copy.Get("one") == QEN_TAny(9u));
-  EXPECT_FALSE(copy.HasPath("b"));
-}
-
-// A container given its own content: the source lives inside the target and
-// must survive until it has been read.
-TEST_F(ContainersTest, AssigningFromInsideItselfIsSafe) {
-  QEN_TList list;
-  list.AddAtTail(QEN_TAny(ListOf({7, 8})));
-  list = std::move(*static_cast<QEN_TList*>(list[0].DynamicCast("QEN_TList")));
-  EXPECT_TRUE(list == ListOf({7, 8}));
-
-  QEN_TDict dict;
-  dict["inner"] = QEN_TAny(QEN_TDict());
-  QEN_TDict* inner = static_cast<QEN_TDict*>(dict["inner"].DynamicCast("QEN_TDict"));
-  (*inner)["inner"] = 5u;
-  (*inner)["other"] = 6u;
-  dict.AddAll(*inner);  // replaces the very entry that holds `inner`
-  EXPECT_TRUE(dict["inner"] == QEN_TAny(5u));
-  EXPECT_TRUE(dict["other"] == QEN_TAny(6u));
-
-  QEN_TAny any(SampleDict());
-  any = std::move((*static_cast<QEN_TDict*>(any.DynamicCast("QEN_TDict")))["name"]);
-  EXPECT_TRUE(any == QEN_TAny("sample"));
-  QEN_TAny again(SampleDict());
-  again = (*static_cast<QEN_TDict*>(again.DynamicCast("QEN_TDict")))["count"];
-  EXPECT_TRUE(again == QEN_TAny(3u));
-
-  QEN_TArray array(1);
-  QEN_TArray nested(2);
-  nested[1] = 4u;
-  array[0] = nested;
-  array = std::move(*static_cast<QEN_TArray*>(array[0].DynamicCast("QEN_TArray")));
-  EXPECT_TRUE(array == nested);
 }
 
 // ---------------------------------------------------------------------------
@@ -610,7 +501,6 @@ TEST_F(ContainersTest, AConfigurationWrittenByHandReads) {
       tree->Get("/Resources/Modules/VYR/DynamicLoading").DynamicCast("QEN_TDict"));
   ASSERT_NE(plugins, nullptr);
   EXPECT_TRUE((*plugins)["plugin"] == QEN_TAny("libx.so"));
-  EXPECT_TRUE(tree->Get("Resources/Depth") == QEN_TAny(3u));
   EXPECT_TRUE(tree->Get("Flat/x") == QEN_TAny(-1));
 
   // Read as bare content, the framed form is accepted too.
@@ -633,14 +523,14 @@ TEST_F(ContainersTest, TextThatDoesNotFitNamesWhere) {
                        "QEN_TTree { \"a\" = 1; \"a\" { } }",
                        "QEN_TArray { 1, QEN_TNoSuchClass { } }"};
   for (const char* text : bad) EXPECT_THROW(ExtractText(text), QEN_EStreamException) << text;
+  std::string message;  // stays empty when nothing is thrown
   try {
     ExtractText("QEN_TDict {\n  \"a\" = 1;\n  \"b\" 2;\n}");
-    FAIL() << "no exception";
   } catch (const QEN_ESyntaxError& e) {
-    std::string message = e.QEN_Message().c_str();
-    EXPECT_NE(message.find("line 3"), std::string::npos) << message;
-    EXPECT_NE(message.find("\"b\""), std::string::npos) << message;
+    message = e.QEN_Message().c_str();
   }
+  EXPECT_NE(message.find("line 3"), std::string::npos) << message;
+  EXPECT_NE(message.find("\"b\""), std::string::npos) << message;
   std::string trees = "QEN_TTree { ", lists;
   for (int i = 0; i < 10000; ++i) trees += "\"a\" { ", lists += "QEN_TList { ";
   EXPECT_THROW(ExtractText(trees), QEN_ESyntaxError) << "nesting is bounded";

@@ -19,47 +19,16 @@ const char kOwner[] = "QEN_TDict";
 }
 
 QEN_TDict::QEN_TDict() = default;
-
-QEN_TDict::QEN_TDict(const QEN_TDict& other, unsigned)
-    : QEN_IInterface(other),
-      QEN_IPackable(other),
-      QEN_IHumanReadable(other),
-      QEN_IPrintable(other),
-      QEN_IIteratable(other),
-      QEN_TObject(other),
-      mMap(other.mMap ? new StringMap(*other.mMap) : nullptr) {}
-
-QEN_TDict::QEN_TDict(QEN_TDict&& other) noexcept : mMap(std::move(other.mMap)) {}
-
-QEN_TDict& QEN_TDict::operator=(const QEN_TDict& other) {
-  if (this != &other) mMap.reset(other.mMap ? new StringMap(*other.mMap) : nullptr);
-  return *this;
-}
-
-QEN_TDict& QEN_TDict::operator=(QEN_TDict&& other) noexcept {
-  if (this != &other) mMap = std::move(other.mMap);
-  return *this;
-}
-
-QEN_TDict::~QEN_TDict() = default;
-
-StringMap& QEN_TDict::Map() {
-  if (!mMap) mMap.reset(new StringMap);
-  return *mMap;
-}
-
-unsigned QEN_TDict::Entries() const { return mMap ? mMap->Size() : 0; }
-
-void QEN_TDict::Clear() { mMap.reset(); }
+QEN_DEFINE_MAP_CONTAINER(QEN_TDict)
 
 bool QEN_TDict::HasKey(const QEN_IHashable& key) const { return Lookup(key) != nullptr; }
 bool QEN_TDict::HasKey(const wchar_t* key) const { return Lookup(key) != nullptr; }
 bool QEN_TDict::HasKey(const char* key) const { return Lookup(key) != nullptr; }
 
-QEN_TAny& QEN_TDict::operator[](const char* key) { return Map().Insert(QEN_TString(key)); }
-QEN_TAny& QEN_TDict::operator[](const wchar_t* key) { return Map().Insert(QEN_TString(key)); }
+QEN_TAny& QEN_TDict::operator[](const char* key) { return mMap.Make().Insert(QEN_TString(key)); }
+QEN_TAny& QEN_TDict::operator[](const wchar_t* key) { return mMap.Make().Insert(QEN_TString(key)); }
 QEN_TAny& QEN_TDict::operator[](const QEN_IHashable& key) {
-  return Map().Insert(qen_detail::KeyString(key, kOwner));
+  return mMap.Make().Insert(qen_detail::KeyString(key, kOwner));
 }
 
 const QEN_TAny& QEN_TDict::operator[](const char* key) const {
@@ -76,7 +45,7 @@ const QEN_TAny& QEN_TDict::operator[](const QEN_IHashable& key) const {
 }
 
 QEN_TDict& QEN_TDict::Add(const QEN_IHashable& key, QEN_TAny&& value) {
-  Map().Insert(qen_detail::KeyString(key, kOwner)) = std::move(value);
+  mMap.Make().Insert(qen_detail::KeyString(key, kOwner)) = std::move(value);
   return *this;
 }
 
@@ -119,26 +88,10 @@ QEN_TDict& QEN_TDict::AddAll(const QEN_TDict& other) {
   // From a copy: `other` may be held by one of this dictionary's values, and
   // replacing that value would delete it while it is walked.
   StringMap copy(*other.mMap);
-  for (auto at = copy.Begin(); at != copy.End(); ++at) Map().Insert(at->key) = std::move(at->value);
+  for (auto at = copy.Begin(); at != copy.End(); ++at)
+    mMap.Make().Insert(at->key) = std::move(at->value);
   return *this;
 }
-
-bool QEN_TDict::operator==(const QEN_TDict& other) const {
-  if (Entries() != other.Entries()) return false;
-  return Entries() == 0 || mMap->Equals(*other.mMap);
-}
-
-QEN_IIterationInfo* QEN_TDict::CreateIterationInfo() const {
-  // The cursor may delete entries; the dictionary itself is not otherwise
-  // changed by walking it.
-  return qen_detail::NewMapIterationInfo(mMap.get());
-}
-
-QEN_IPackable* QEN_TDict::QEN_Move(void*) { return new (std::nothrow) QEN_TDict(std::move(*this)); }
-
-void QEN_TDict::QEN_Pack(QEN_IPacking& out) const { qen_detail::PackMap(mMap.get(), out); }
-
-void QEN_TDict::QEN_Unpack(QEN_IUnpacking& in) { mMap = qen_detail::UnpackMap(in, kOwner); }
 
 // ---------------------------------------------------------------------------
 // Text form: "key" = value; ... (see qen_containers.h)
@@ -169,43 +122,15 @@ bool QEN_TDict::ReadFrom(QEN_THumanReadableStream& in) {
   // A framed dictionary read as bare content: the frame reads the name and
   // the braces and comes back here for what lies between them.
   if (qen_detail::StartsFramed(in)) return QEN_IHumanReadable::QEN_ReadFrom(in);
-  std::unique_ptr<StringMap> map(new StringMap);
-  while (!qen_detail::AtFormEnd(in)) {
-    QEN_TUniChar c = 0;
-    in.PeekChar(c);
-    if (c != u'"') {
-      in.ReadChar(c);
-      in.SyntaxError("expected a quoted key or '}' in a dictionary");
-    }
-    QEN_TString key;
-    in.ReadQuoted(key);
-    in.SkipWhiteSpace();
-    in.ReadChar(c);
-    std::string quoted = "\"" + std::string(key.c_str()) + "\"";
-    if (c != u'=') in.SyntaxError(("expected '=' after the key " + quoted).c_str());
+  auto entry = [&in](StringMap& map, QEN_TString&& key, QEN_TUniChar after,
+                     const std::string& quoted) {
+    if (after != u'=') in.SyntaxError(("expected '=' after the key " + quoted).c_str());
     QEN_TAny value;
     value.ReadFrom(in);
-    if (!map->InsertNew(std::move(key), std::move(value)))
+    if (!map.InsertNew(std::move(key), std::move(value)))
       in.SyntaxError(("duplicate key " + quoted + " in a dictionary").c_str());
     qen_detail::ReadSeparator(in, ';', ("the value of " + quoted).c_str());
-  }
-  mMap = std::move(map);
+  };
+  mMap = qen_detail::ReadEntries(in, "expected a quoted key or '}' in a dictionary", entry);
   return false;
-}
-
-void QEN_TDict::PrintOn(std::ostream& out) const {
-  if (Entries() == 0) {
-    out << "{}";
-    return;
-  }
-  out << "{" << std::endl;
-  {
-    qen_detail::PrintIndent indent;
-    for (auto at = mMap->Begin(); at != mMap->End(); ++at) {
-      out << QEN_IPrintable::Prefix() << at->key.c_str() << " = ";
-      at->value.PrintOn(out);
-      out << std::endl;
-    }
-  }
-  out << QEN_IPrintable::Prefix() << "}";
 }

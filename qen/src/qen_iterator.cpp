@@ -4,6 +4,7 @@
 
 #include "qen/qen_containers.h"
 #include "qen/qen_exception.h"
+#include "qen_cursor.h"
 
 QEN_DEFINE_INTERFACE(QEN_IIteratable)
 QEN_DEFINE_INTERFACE(QEN_IIterationInfo)
@@ -28,6 +29,66 @@ void QEN_IIterationInfo::DeleteItem() {
   QEN_THROW(QEN_EException,
             QEN_TString::Format("%s: this iteration cannot delete elements", ClassName()));
 }
+
+// ---------------------------------------------------------------------------
+
+namespace qen_detail {
+
+void Cursor::First() {
+  mGap = false;
+  mState = ToFirst() ? kOn : kDone;
+}
+
+void Cursor::Next() {
+  if (mGap) {
+    mGap = false;
+  } else if (mState == kBeforeFirst) {
+    First();
+  } else if (mState == kOn && !ToNext()) {
+    mState = kDone;
+  }
+}
+
+void Cursor::Previous() {
+  mGap = false;
+  if (mState == kDone)
+    Last();
+  else if (mState == kOn && !ToPrevious())
+    mState = kBeforeFirst;
+}
+
+void Cursor::Last() {
+  mGap = false;
+  mState = ToLast() ? kOn : kBeforeFirst;
+}
+
+QEN_IPackable& Cursor::Key() const {
+  CheckOn("Key");
+  return KeyHere();
+}
+
+QEN_TAny& Cursor::Value() const {
+  CheckOn("Value");
+  return ValueHere();
+}
+
+void Cursor::DeleteItem() {
+  CheckOn("DeleteItem");
+  mState = EraseHere() ? kOn : kDone;
+  mGap = true;
+}
+
+void Cursor::CheckOn(const char* operation) const {
+  if (mGap)
+    QEN_THROW(
+        QEN_EIndexOutOfRange,
+        QEN_TString::Format("%s: the element was deleted; advance the iteration first", operation));
+  if (mState != kOn)
+    QEN_THROW(QEN_EIndexOutOfRange,
+              QEN_TString::Format("%s: the iteration is not on an element", operation));
+}
+
+}  // namespace qen_detail
 
 // ---------------------------------------------------------------------------
 

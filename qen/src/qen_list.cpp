@@ -1,7 +1,7 @@
 // QEN_TList: a doubly linked list of values with stable element handles.
 //
-// Each handle records its list, so that a handle of another list is refused
-// instead of corrupting both; moving a list moves its handles along.
+// Each handle records its list's chain, so that a handle of another list is
+// refused instead of corrupting both; moving a list moves its handles along.
 #include <cstdlib>
 #include <new>
 #include <ostream>
@@ -11,88 +11,64 @@
 #include "qen/qen_containers.h"
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
+#include "qen_cursor.h"
 #include "qen_string_map.h"
 
 QEN_DEFINE_VALUE(QEN_TList, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable,
                  QEN_IIteratable)
 
-QEN_TListKey::QEN_TListKey(QEN_TAny&& value, const QEN_TList* owner)
+QEN_TListKey::QEN_TListKey(QEN_TAny&& value, const qen_detail::ListChain* owner)
     : mValue(std::move(value)), mOwner(owner) {}
 
 QEN_TListKey::~QEN_TListKey() = default;
 
+namespace qen_detail {
+
+// Delegated, so that the destructor cleans up when a copy throws.
+ListChain::ListChain(const ListChain& other) : ListChain() {
+  for (const QEN_TListKey* key = other.head; key != nullptr; key = key->mNext)
+    Link(QEN_TAny(key->mValue), true);
+}
+
+ListChain::~ListChain() {
+  for (QEN_TListKey* key = head; key != nullptr;) {
+    QEN_TListKey* next = key->mNext;
+    delete key;
+    key = next;
+  }
+}
+
+QEN_TListKey* ListChain::Link(QEN_TAny&& value, bool atTail) {
+  QEN_TListKey* key = new QEN_TListKey(std::move(value), this);
+  if (head == nullptr) {
+    head = tail = key;
+  } else if (atTail) {
+    key->mPrevious = tail;
+    tail->mNext = key;
+    tail = key;
+  } else {
+    key->mNext = head;
+    head->mPrevious = key;
+    head = key;
+  }
+  ++entries;
+  return key;
+}
+
+void ListChain::Unlink(QEN_TListKey* key) {
+  (key->mPrevious != nullptr ? key->mPrevious->mNext : head) = key->mNext;
+  (key->mNext != nullptr ? key->mNext->mPrevious : tail) = key->mPrevious;
+  --entries;
+  delete key;
+}
+
+}  // namespace qen_detail
+
 QEN_TList::QEN_TList() = default;
-
-QEN_TList::QEN_TList(const QEN_TList& other)
-    : QEN_IInterface(other),
-      QEN_IPackable(other),
-      QEN_IHumanReadable(other),
-      QEN_IPrintable(other),
-      QEN_IIteratable(other),
-      QEN_TObject(other) {
-  try {
-    for (const QEN_TListKey* key = other.mHead; key != nullptr; key = key->mNext)
-      Link(QEN_TAny(key->mValue), true);
-  } catch (...) {
-    Clear();
-    throw;
-  }
-}
-
-QEN_TList::QEN_TList(QEN_TList&& other) noexcept { Adopt(other); }
-
-QEN_TList& QEN_TList::operator=(const QEN_TList& other) {
-  if (this != &other) {
-    QEN_TList copy(other);
-    Swap(copy);
-  }
-  return *this;
-}
-
-QEN_TList& QEN_TList::operator=(QEN_TList&& other) noexcept {
-  if (this != &other) {
-    // Taken out first: `other` may be held by one of this list's elements.
-    QEN_TList taken(std::move(other));
-    Clear();
-    Adopt(taken);
-  }
-  return *this;
-}
-
-QEN_TList::~QEN_TList() { Clear(); }
-
-void QEN_TList::Adopt(QEN_TList& other) noexcept {
-  mHead = other.mHead;
-  mTail = other.mTail;
-  mEntries = other.mEntries;
-  other.mHead = other.mTail = nullptr;
-  other.mEntries = 0;
-  for (QEN_TListKey* key = mHead; key != nullptr; key = key->mNext) key->mOwner = this;
-}
-
-void QEN_TList::Swap(QEN_TList& other) noexcept {
-  std::swap(mHead, other.mHead);
-  std::swap(mTail, other.mTail);
-  std::swap(mEntries, other.mEntries);
-  for (QEN_TListKey* key = mHead; key != nullptr; key = key->mNext) key->mOwner = this;
-  for (QEN_TListKey* key = other.mHead; key != nullptr; key = key->mNext) key->mOwner = &other;
-}
+QEN_DEFINE_VALUES_CONTAINER(QEN_TList)
 
 QEN_TListKey* QEN_TList::Link(QEN_TAny&& value, bool atTail) {
-  QEN_TListKey* key = new QEN_TListKey(std::move(value), this);
-  if (mHead == nullptr) {
-    mHead = mTail = key;
-  } else if (atTail) {
-    key->mPrevious = mTail;
-    mTail->mNext = key;
-    mTail = key;
-  } else {
-    key->mNext = mHead;
-    mHead->mPrevious = key;
-    mHead = key;
-  }
-  ++mEntries;
-  return key;
+  return mChain.Make().Link(std::move(value), atTail);
 }
 
 QEN_TListKey* QEN_TList::Add(QEN_TAny&& value) { return Link(std::move(value), true); }
@@ -104,40 +80,23 @@ QEN_TListKey* QEN_TList::AddAtHead(const QEN_TAny& value) { return Link(QEN_TAny
 
 bool QEN_TList::Remove(QEN_TListKey* key) {
   if (!Owns(key)) return false;
-  if (key->mPrevious != nullptr)
-    key->mPrevious->mNext = key->mNext;
-  else
-    mHead = key->mNext;
-  if (key->mNext != nullptr)
-    key->mNext->mPrevious = key->mPrevious;
-  else
-    mTail = key->mPrevious;
-  --mEntries;
-  delete key;
+  mChain->Unlink(key);
   return true;
 }
 
-void QEN_TList::Clear() {
-  QEN_TListKey* key = mHead;
-  mHead = mTail = nullptr;
-  mEntries = 0;
-  while (key != nullptr) {
-    QEN_TListKey* next = key->mNext;
-    delete key;
-    key = next;
-  }
-}
+void QEN_TList::Clear() { mChain = {}; }
 
 QEN_TListKey* QEN_TList::KeyAtIndex(unsigned index) {
-  if (index >= mEntries) return nullptr;
+  unsigned entries = Entries();
+  if (index >= entries) return nullptr;
   // From whichever end is nearer.
   QEN_TListKey* key;
-  if (index < mEntries / 2) {
-    key = mHead;
+  if (index < entries / 2) {
+    key = mChain->head;
     for (unsigned i = 0; i < index; ++i) key = key->mNext;
   } else {
-    key = mTail;
-    for (unsigned i = mEntries - 1; i > index; --i) key = key->mPrevious;
+    key = mChain->tail;
+    for (unsigned i = entries - 1; i > index; --i) key = key->mPrevious;
   }
   return key;
 }
@@ -174,38 +133,37 @@ const QEN_TAny& QEN_TList::operator[](const QEN_TListKey* key) const {
 
 QEN_TAny& QEN_TList::operator[](unsigned index) {
   QEN_TListKey* key = KeyAtIndex(index);
-  if (key == nullptr) BadIndex(index, mEntries);
+  if (key == nullptr) BadIndex(index, Entries());
   return key->mValue;
 }
 
 const QEN_TAny& QEN_TList::operator[](unsigned index) const {
   const QEN_TListKey* key = KeyAtIndex(index);
-  if (key == nullptr) BadIndex(index, mEntries);
+  if (key == nullptr) BadIndex(index, Entries());
   return key->mValue;
 }
 
 QEN_TAny& QEN_TList::operator[](int index) {
-  if (index < 0) BadIndex(index, mEntries);
+  if (index < 0) BadIndex(index, Entries());
   return (*this)[static_cast<unsigned>(index)];
 }
 
 const QEN_TAny& QEN_TList::operator[](int index) const {
-  if (index < 0) BadIndex(index, mEntries);
+  if (index < 0) BadIndex(index, Entries());
   return (*this)[static_cast<unsigned>(index)];
 }
 
 bool QEN_TList::operator==(const QEN_TList& other) const {
-  if (mEntries != other.mEntries) return false;
-  for (const QEN_TListKey *a = mHead, *b = other.mHead; a != nullptr; a = a->mNext, b = b->mNext)
+  if (Entries() != other.Entries()) return false;
+  for (const QEN_TListKey *a = KeyAtHead(), *b = other.KeyAtHead(); a != nullptr;
+       a = a->mNext, b = b->mNext)
     if (!(a->mValue == b->mValue)) return false;
   return true;
 }
 
-QEN_IPackable* QEN_TList::QEN_Move(void*) { return new (std::nothrow) QEN_TList(std::move(*this)); }
-
 void QEN_TList::QEN_Pack(QEN_IPacking& out) const {
-  out << mEntries;
-  for (const QEN_TListKey* key = mHead; key != nullptr; key = key->mNext) out << key->mValue;
+  out << Entries();
+  for (const QEN_TListKey* key = KeyAtHead(); key != nullptr; key = key->mNext) out << key->mValue;
 }
 
 void QEN_TList::QEN_Unpack(QEN_IUnpacking& in) {
@@ -224,156 +182,62 @@ void QEN_TList::QEN_Unpack(QEN_IUnpacking& in) {
 // ---------------------------------------------------------------------------
 // Text form: value, value, ... (see qen_containers.h)
 
-namespace {
-// Longer lists of plain values go one per line.
-constexpr unsigned kMaxOnOneLine = 16;
-}  // namespace
-
-bool QEN_TList::QEN_HRMultiLine() const {
-  if (mEntries > kMaxOnOneLine) return true;
-  for (const QEN_TListKey* key = mHead; key != nullptr; key = key->mNext)
-    if (qen_detail::HoldsObject(key->mValue) || key->mValue.QEN_HRMultiLine()) return true;
-  return false;
-}
-
-bool QEN_TList::WriteTo(QEN_THumanReadableStream& out) const {
-  bool multiLine = QEN_HRMultiLine();
-  for (const QEN_TListKey* key = mHead; key != nullptr; key = key->mNext) {
-    key->mValue.WriteTo(out);
-    if (multiLine)
-      out << "," << cr;
-    else if (key->mNext != nullptr)
-      out << ", ";
-  }
-  return false;
-}
-
 bool QEN_TList::ReadFrom(QEN_THumanReadableStream& in) {
   QEN_TList read;
-  while (!qen_detail::AtFormEnd(in)) {
-    QEN_TAny value;
-    value.ReadFrom(in);
-    read.Link(std::move(value), true);
-    qen_detail::ReadSeparator(in, ',', "a list element");
-  }
+  qen_detail::ReadValues(in, "a list element",
+                         [&](QEN_TAny&& value) { read.Link(std::move(value), true); });
   *this = std::move(read);
   return false;
 }
 
-void QEN_TList::PrintOn(std::ostream& out) const {
-  if (mEntries == 0) {
-    out << "[]";
-    return;
-  }
-  out << "[" << std::endl;
-  {
-    qen_detail::PrintIndent indent;
-    for (const QEN_TListKey* key = mHead; key != nullptr; key = key->mNext) {
-      out << QEN_IPrintable::Prefix();
-      key->mValue.PrintOn(out);
-      out << std::endl;
-    }
-  }
-  out << QEN_IPrintable::Prefix() << "]";
-}
-
 // ---------------------------------------------------------------------------
 // The cursor over a list; Key() is the element's index.
-class QEN_TListIterationInfo : public QEN_TObject, public virtual QEN_IIterationInfo {
+class QEN_TListIterationInfo : public qen_detail::Cursor {
   QEN_OBJECT_FRAME(QEN_TListIterationInfo)
 
  public:
-  QEN_TListIterationInfo() = default;
-  explicit QEN_TListIterationInfo(QEN_TList* list) : mList(list) { First(); }
+  explicit QEN_TListIterationInfo(QEN_TList* list = nullptr) : mList(list) { First(); }
+  QEN_IIterationInfo* Clone() const override { return new QEN_TListIterationInfo(*this); }
 
-  QEN_IIterationInfo* Clone() const override {
-    QEN_TListIterationInfo* copy = new QEN_TListIterationInfo;
-    copy->mList = mList;
-    copy->mAt = mAt;
-    copy->mIndex = mIndex;
-    copy->mBeforeFirst = mBeforeFirst;
-    copy->mGap = mGap;
-    return copy;
-  }
-
-  void First() override {
-    mGap = false;
-    mBeforeFirst = false;
+ private:
+  bool ToFirst() override {
     mAt = mList != nullptr ? mList->KeyAtHead() : nullptr;
     mIndex = 0;
+    return mAt != nullptr;
   }
-
-  void Next() override {
-    if (mGap) {
-      mGap = false;
-    } else if (mBeforeFirst) {
-      First();
-    } else if (mAt != nullptr) {
-      mAt = mAt->Next();
-      ++mIndex;
-    }
-  }
-
-  void Previous() override {
-    mGap = false;
-    if (mBeforeFirst) return;
-    if (mAt == nullptr) {
-      Last();
-    } else if (mAt->Previous() == nullptr) {
-      mAt = nullptr;
-      mBeforeFirst = true;
-    } else {
-      mAt = mAt->Previous();
-      --mIndex;
-    }
-  }
-
-  void Last() override {
-    mGap = false;
+  bool ToLast() override {
     mAt = mList != nullptr ? mList->KeyAtTail() : nullptr;
-    mBeforeFirst = mAt == nullptr;
     mIndex = mAt != nullptr ? mList->Entries() - 1 : 0;
+    return mAt != nullptr;
   }
-
-  bool IsBeforeFirst() const override { return mBeforeFirst; }
-  bool IsDone() const override { return mAt == nullptr && !mBeforeFirst; }
-
-  QEN_IPackable& Key() const override {
-    CheckOn("Key");
-    mKey = mIndex;
-    return mKey;
+  bool ToNext() override {
+    if (mAt->Next() == nullptr) return false;
+    mAt = mAt->Next();
+    ++mIndex;
+    return true;
   }
-
-  QEN_TAny& Value() const override {
-    CheckOn("Value");
-    return mAt->Value();
+  bool ToPrevious() override {
+    if (mAt->Previous() == nullptr) return false;
+    mAt = mAt->Previous();
+    --mIndex;
+    return true;
   }
-
   // The element behind takes the removed one's index.
-  void DeleteItem() override {
-    CheckOn("DeleteItem");
+  bool EraseHere() override {
     QEN_TListKey* behind = mAt->Next();
     mList->Remove(mAt);
     mAt = behind;
-    mGap = true;
+    return mAt != nullptr;
   }
-
- private:
-  void CheckOn(const char* operation) const {
-    if (mGap)
-      QEN_THROW(QEN_EIndexOutOfRange,
-                QEN_TString::Format("%s: the element was deleted; advance the iteration first",
-                                    operation));
-    if (mAt == nullptr)
-      QEN_THROW(QEN_EIndexOutOfRange,
-                QEN_TString::Format("%s: the iteration is not on an element", operation));
+  QEN_IPackable& KeyHere() const override {
+    mKey = mIndex;
+    return mKey;
   }
+  QEN_TAny& ValueHere() const override { return mAt->Value(); }
 
   QEN_TList* mList = nullptr;
-  QEN_TListKey* mAt = nullptr;  // null before the first and when done
+  QEN_TListKey* mAt = nullptr;
   unsigned mIndex = 0;
-  bool mBeforeFirst = false;
-  bool mGap = false;
   mutable QEN_TAny mKey;
 };
 

@@ -8,10 +8,13 @@ QEN_TRWLock::QEN_TRWLock() = default;
 
 QEN_TRWLock::~QEN_TRWLock() = default;
 
+bool QEN_TRWLock::CallerWrites() const {
+  return mWriteDepth > 0 && mWriter == std::this_thread::get_id();
+}
+
 void QEN_TRWLock::ReadLock() {
   std::unique_lock<std::mutex> lock(mMutex);
-  const std::thread::id self = std::this_thread::get_id();
-  if (mWriteDepth > 0 && mWriter == self) {
+  if (CallerWrites()) {
     ++mWriterReads;
     return;
   }
@@ -21,7 +24,7 @@ void QEN_TRWLock::ReadLock() {
 
 void QEN_TRWLock::ReadUnlock() {
   std::lock_guard<std::mutex> lock(mMutex);
-  if (mWriteDepth > 0 && mWriter == std::this_thread::get_id()) {
+  if (CallerWrites()) {
     assert(mWriterReads > 0 && "read side released more often than taken");
     if (mWriterReads > 0) --mWriterReads;
     return;
@@ -33,19 +36,18 @@ void QEN_TRWLock::ReadUnlock() {
 
 void QEN_TRWLock::WriteLock() {
   std::unique_lock<std::mutex> lock(mMutex);
-  const std::thread::id self = std::this_thread::get_id();
-  if (mWriteDepth > 0 && mWriter == self) {
+  if (CallerWrites()) {
     ++mWriteDepth;
     return;
   }
   mChanged.wait(lock, [this] { return mWriteDepth == 0 && mReaders == 0; });
-  mWriter = self;
+  mWriter = std::this_thread::get_id();
   mWriteDepth = 1;
 }
 
 void QEN_TRWLock::WriteUnlock() {
   std::lock_guard<std::mutex> lock(mMutex);
-  if (mWriteDepth == 0 || mWriter != std::this_thread::get_id()) {
+  if (!CallerWrites()) {
     assert(false && "write side released by a thread that doesn't hold it");
     return;
   }
@@ -59,5 +61,5 @@ void QEN_TRWLock::WriteUnlock() {
 
 bool QEN_TRWLock::HoldsWriteLock() const {
   std::lock_guard<std::mutex> lock(mMutex);
-  return mWriteDepth > 0 && mWriter == std::this_thread::get_id();
+  return CallerWrites();
 }

@@ -8,10 +8,12 @@
 #include <cstring>
 #include <iterator>
 #include <new>
+#include <ostream>
 #include <string>
 
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
+#include "qen_cursor.h"
 
 namespace qen_detail {
 
@@ -286,10 +288,10 @@ void PackMap(const StringMap* map, QEN_IPacking& out) {
   for (auto at = map->Begin(); at != map->End(); ++at) out << at->key << at->value;
 }
 
-std::unique_ptr<StringMap> UnpackMap(QEN_IUnpacking& in, const char* owner) {
+Content<StringMap> UnpackMap(QEN_IUnpacking& in, const char* owner) {
   unsigned count = 0;
   in >> &count;
-  std::unique_ptr<StringMap> map(new StringMap);
+  Content<StringMap> map(new StringMap);
   // The count is only a claim: the index is sized for a few hundred entries
   // at most, and each entry is read in place before the next one takes room,
   // so a short stream ends in the stream's own error.
@@ -308,6 +310,28 @@ std::unique_ptr<StringMap> UnpackMap(QEN_IUnpacking& in, const char* owner) {
                                     entry.key.c_str(), i + 1, count));
   }
   return map;
+}
+
+bool SameMaps(const Content<StringMap>& a, const Content<StringMap>& b) {
+  if (EntriesOf(a) != EntriesOf(b)) return false;
+  return EntriesOf(a) == 0 || a->Equals(*b);
+}
+
+void PrintMap(const StringMap* map, std::ostream& out) {
+  if (map == nullptr || map->Size() == 0) {
+    out << "{}";
+    return;
+  }
+  out << "{" << std::endl;
+  {
+    PrintIndent indent;
+    for (auto at = map->Begin(); at != map->End(); ++at) {
+      out << QEN_IPrintable::Prefix() << at->key.c_str() << " = ";
+      at->value.PrintOn(out);
+      out << std::endl;
+    }
+  }
+  out << QEN_IPrintable::Prefix() << "}";
 }
 
 const QEN_TString& KeyString(const QEN_IHashable& key, const char* owner) {
@@ -342,115 +366,106 @@ bool StartsFramed(QEN_THumanReadableStream& in) {
   return in.PeekChar(c) && ((c >= u'A' && c <= u'Z') || c == u'_');
 }
 
+std::string ReadKey(QEN_THumanReadableStream& in, QEN_TString& key, QEN_TUniChar& after,
+                    const char* missing) {
+  QEN_TUniChar c = 0;
+  in.PeekChar(c);
+  if (c != u'"') {
+    in.ReadChar(c);
+    in.SyntaxError(missing);
+  }
+  in.ReadQuoted(key);
+  in.SkipWhiteSpace();
+  in.ReadChar(after);
+  return "\"" + std::string(key.c_str()) + "\"";
+}
+
 bool HoldsObject(const QEN_TAny& value) {
   const QEN_IPackable* object = value.Object();
   return object != nullptr && std::strcmp(object->ClassName(), "QEN_TString") != 0;
 }
 
+namespace {
+// Longer lists of plain values go one per line.
+constexpr unsigned kMaxOnOneLine = 16;
+}  // namespace
+
+bool ValuesMultiLine(const QEN_IIteratable& values, unsigned entries) {
+  if (entries > kMaxOnOneLine) return true;
+  for (QEN_TConstIterator at(values); !at.IsDone(); ++at)
+    if (HoldsObject(at.Value()) || at.Value().QEN_HRMultiLine()) return true;
+  return false;
+}
+
+void WriteValues(const QEN_IIteratable& values, bool multiLine, QEN_THumanReadableStream& out) {
+  for (QEN_TConstIterator at(values); !at.IsDone();) {
+    at.Value().WriteTo(out);
+    ++at;
+    if (multiLine)
+      out << "," << cr;
+    else if (!at.IsDone())
+      out << ", ";
+  }
+}
+
+void PrintValues(const QEN_IIteratable& values, std::ostream& out) {
+  QEN_TConstIterator at(values);
+  if (at.IsDone()) {
+    out << "[]";
+    return;
+  }
+  out << "[" << std::endl;
+  {
+    PrintIndent indent;
+    for (; !at.IsDone(); ++at) {
+      out << QEN_IPrintable::Prefix();
+      at.Value().PrintOn(out);
+      out << std::endl;
+    }
+  }
+  out << QEN_IPrintable::Prefix() << "]";
+}
+
 }  // namespace qen_detail
 
 // ---------------------------------------------------------------------------
-// The cursor over a map. Between DeleteItem and the next move it stands in
-// the gap: mAt is already the entry behind the removed one (or the state is
-// done), and the next Next only clears the gap.
-class QEN_TMapIterationInfo : public QEN_TObject, public virtual QEN_IIterationInfo {
+// The cursor over a map, which may be null for an empty container.
+class QEN_TMapIterationInfo : public qen_detail::Cursor {
   QEN_OBJECT_FRAME(QEN_TMapIterationInfo)
 
  public:
-  QEN_TMapIterationInfo() = default;
-  explicit QEN_TMapIterationInfo(qen_detail::StringMap* map) : mMap(map) { First(); }
+  explicit QEN_TMapIterationInfo(qen_detail::StringMap* map = nullptr) : mMap(map) { First(); }
+  QEN_IIterationInfo* Clone() const override { return new QEN_TMapIterationInfo(*this); }
 
-  QEN_IIterationInfo* Clone() const override {
-    QEN_TMapIterationInfo* copy = new QEN_TMapIterationInfo;
-    copy->mMap = mMap;
-    copy->mAt = mAt;
-    copy->mState = mState;
-    copy->mGap = mGap;
-    return copy;
+ private:
+  bool ToFirst() override {
+    if (mMap == nullptr || mMap->Size() == 0) return false;
+    mAt = mMap->Begin();
+    return true;
   }
-
-  void First() override {
-    mGap = false;
-    if (mMap != nullptr && mMap->Size() > 0) {
-      mAt = mMap->Begin();
-      mState = kOn;
-    } else {
-      mState = kDone;
-    }
+  bool ToLast() override {
+    if (mMap == nullptr || mMap->Size() == 0) return false;
+    mAt = std::prev(mMap->End());
+    return true;
   }
-
-  void Next() override {
-    if (mGap) {
-      mGap = false;
-      return;
-    }
-    if (mState == kBeforeFirst) {
-      First();
-    } else if (mState == kOn && ++mAt == mMap->End()) {
-      mState = kDone;
-    }
+  bool ToNext() override { return ++mAt != mMap->End(); }
+  bool ToPrevious() override {
+    if (mAt == mMap->Begin()) return false;
+    --mAt;
+    return true;
   }
-
-  void Previous() override {
-    mGap = false;
-    if (mState == kDone) {
-      Last();
-    } else if (mState == kOn) {
-      if (mAt == mMap->Begin())
-        mState = kBeforeFirst;
-      else
-        --mAt;
-    }
+  bool EraseHere() override {
+    mAt = mMap->Erase(mAt);
+    return mAt != mMap->End();
   }
-
-  void Last() override {
-    mGap = false;
-    if (mMap != nullptr && mMap->Size() > 0) {
-      mAt = std::prev(mMap->End());
-      mState = kOn;
-    } else {
-      mState = kBeforeFirst;
-    }
-  }
-
-  bool IsBeforeFirst() const override { return mState == kBeforeFirst; }
-  bool IsDone() const override { return mState == kDone; }
-
-  QEN_IPackable& Key() const override {
-    CheckOn("Key");
+  QEN_IPackable& KeyHere() const override {
     mKey = mAt->key;
     return mKey;
   }
-
-  QEN_TAny& Value() const override {
-    CheckOn("Value");
-    return mAt->value;
-  }
-
-  void DeleteItem() override {
-    CheckOn("DeleteItem");
-    mAt = mMap->Erase(mAt);
-    if (mAt == mMap->End()) mState = kDone;
-    mGap = true;
-  }
-
- private:
-  enum State { kBeforeFirst, kOn, kDone };
-
-  void CheckOn(const char* operation) const {
-    if (mGap)
-      QEN_THROW(QEN_EIndexOutOfRange,
-                QEN_TString::Format("%s: the element was deleted; advance the iteration first",
-                                    operation));
-    if (mState != kOn)
-      QEN_THROW(QEN_EIndexOutOfRange,
-                QEN_TString::Format("%s: the iteration is not on an element", operation));
-  }
+  QEN_TAny& ValueHere() const override { return mAt->value; }
 
   qen_detail::StringMap* mMap = nullptr;
   qen_detail::StringMap::Iterator mAt{};
-  State mState = kDone;
-  bool mGap = false;
   // The cursor's own copy of the key, so that a change to it cannot break
   // the map's index.
   mutable QEN_TString mKey;

@@ -5,9 +5,10 @@
 #define QEN_STRING_MAP_H
 
 #include <cstddef>
+#include <iosfwd>
 #include <iterator>
-#include <memory>
 #include <string>
+#include <utility>
 
 #include "qen/qen_any.h"
 #include "qen/qen_containers.h"
@@ -126,10 +127,32 @@ class StringMap {
 // The binary form shared by the dictionary and the tree: count, then key and
 // value objects. `owner` names the class in messages.
 void PackMap(const StringMap* map, QEN_IPacking& out);
-std::unique_ptr<StringMap> UnpackMap(QEN_IUnpacking& in, const char* owner);
+Content<StringMap> UnpackMap(QEN_IUnpacking& in, const char* owner);
+
+inline unsigned EntriesOf(const Content<StringMap>& map) { return map ? map->Size() : 0; }
+// The same keys with equal values, in any order; no map is an empty one.
+bool SameMaps(const Content<StringMap>& a, const Content<StringMap>& b);
+// The printed form: "{}", or one "key = value" line each in braces.
+void PrintMap(const StringMap* map, std::ostream& out);
 
 // A cursor over a map, which may be null for an empty container.
 QEN_IIterationInfo* NewMapIterationInfo(StringMap* map);
+
+// The members that a dictionary and a tree, both a map in mMap, define
+// alike; messages name the class.
+#define QEN_DEFINE_MAP_CONTAINER(X)                                                           \
+  QEN_DEFINE_DEFAULT_COPY_MOVE(X)                                                             \
+  X::X(const X& other, unsigned) : X(other) {}                                                \
+  unsigned X::Entries() const { return qen_detail::EntriesOf(mMap); }                         \
+  void X::Clear() { mMap = {}; }                                                              \
+  bool X::operator==(const X& other) const { return qen_detail::SameMaps(mMap, other.mMap); } \
+  QEN_IIterationInfo* X::CreateIterationInfo() const {                                        \
+    return qen_detail::NewMapIterationInfo(mMap.Get());                                       \
+  }                                                                                           \
+  QEN_IPackable* X::QEN_Move(void*) { return new (std::nothrow) X(std::move(*this)); }        \
+  void X::QEN_Pack(QEN_IPacking& out) const { qen_detail::PackMap(mMap.Get(), out); }         \
+  void X::QEN_Unpack(QEN_IUnpacking& in) { mMap = qen_detail::UnpackMap(in, #X); }            \
+  void X::PrintOn(std::ostream& out) const { qen_detail::PrintMap(mMap.Get(), out); }
 
 // The string that a key object must be; throws QEN_EAnyConversion for any
 // other hashable.
@@ -145,8 +168,57 @@ void ReadSeparator(QEN_THumanReadableStream& in, char separator, const char* wha
 // True when the text starts with a class name: the form is framed although
 // it is read as bare content.
 bool StartsFramed(QEN_THumanReadableStream& in);
+// Reads a quoted key and the character after it, which lands in `after`;
+// `missing` is the error when no quoted key starts here. Gives the key in
+// quotes, for messages.
+std::string ReadKey(QEN_THumanReadableStream& in, QEN_TString& key, QEN_TUniChar& after,
+                    const char* missing);
+// Reads the entries of a dictionary's or a tree's text form into a new map,
+// up to the form's end. For each a quoted key, then entry(map, key, after,
+// quoted) with the character after the key, to read the rest and add the
+// entry; `missing` is the error where no quoted key starts.
+template <class Entry>
+Content<StringMap> ReadEntries(QEN_THumanReadableStream& in, const char* missing, Entry entry) {
+  Content<StringMap> map(new StringMap);
+  while (!AtFormEnd(in)) {
+    QEN_TString key;
+    QEN_TUniChar after = 0;
+    std::string quoted = ReadKey(in, key, after, missing);
+    entry(*map, std::move(key), after, quoted);
+  }
+  return map;
+}
 // A value that holds an object other than a plain string.
 bool HoldsObject(const QEN_TAny& value);
+
+// The members that a list and an array define alike.
+#define QEN_DEFINE_VALUES_CONTAINER(X)                                                      \
+  QEN_DEFINE_DEFAULT_COPY_MOVE(X)                                                           \
+  QEN_IPackable* X::QEN_Move(void*) { return new (std::nothrow) X(std::move(*this)); }      \
+  bool X::QEN_HRMultiLine() const { return qen_detail::ValuesMultiLine(*this, Entries()); } \
+  bool X::WriteTo(QEN_THumanReadableStream& out) const {                                    \
+    qen_detail::WriteValues(*this, QEN_HRMultiLine(), out);                                 \
+    return false;                                                                           \
+  }                                                                                         \
+  void X::PrintOn(std::ostream& out) const { qen_detail::PrintValues(*this, out); }
+
+// The text form of a list and an array: the values parted by ", ", or one a
+// line, each ending in ',', when they are many or hold objects.
+bool ValuesMultiLine(const QEN_IIteratable& values, unsigned entries);
+void WriteValues(const QEN_IIteratable& values, bool multiLine, QEN_THumanReadableStream& out);
+// Reads their values up to the form's end, each handed to `add`; `what`
+// names an element in messages.
+template <class Add>
+void ReadValues(QEN_THumanReadableStream& in, const char* what, Add add) {
+  while (!AtFormEnd(in)) {
+    QEN_TAny value;
+    value.ReadFrom(in);
+    add(std::move(value));
+    ReadSeparator(in, ',', what);
+  }
+}
+// Their printed form: "[]", or one value a line in brackets.
+void PrintValues(const QEN_IIteratable& values, std::ostream& out);
 
 // One level of print indentation, given back also when a print throws.
 class PrintIndent {

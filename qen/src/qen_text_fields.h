@@ -1,5 +1,6 @@
-// Reading helpers for the text forms of the file and volume values: fields
-// separated by single characters, and the words true and false.
+// Reading helpers for text forms: fields separated by single characters and
+// the words true and false (the file and volume values), and the guard of
+// nesting depth (the stream's objects and the tree's branches).
 #ifndef QEN_TEXT_FIELDS_H
 #define QEN_TEXT_FIELDS_H
 
@@ -15,6 +16,19 @@ inline void Expect(QEN_THumanReadableStream& in, char expected, const char* what
   in.ReadChar(c);
   if (c != static_cast<QEN_TUniChar>(expected)) in.SyntaxError(what);
 }
+
+// One level of nesting while reading: Enter throws past the stream's
+// deepest level, and the level is given back also when the reading throws.
+class Nesting {
+ public:
+  explicit Nesting(QEN_THumanReadableStream& in) : mIn(in) { in.Enter(); }
+  ~Nesting() { mIn.Leave(); }
+  Nesting(const Nesting&) = delete;
+  Nesting& operator=(const Nesting&) = delete;
+
+ private:
+  QEN_THumanReadableStream& mIn;
+};
 
 inline bool ReadBool(QEN_THumanReadableStream& in) {
   static const QEN_TString letters("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ");

@@ -117,6 +117,17 @@ const QEN_TString& TimeCharacters() {
   return characters;
 }
 
+// Both binary forms: the microseconds as an unsigned 64 (two's complement).
+void PackMicros(QEN_IPacking& out, long long micros) {
+  out << static_cast<unsigned long long>(micros);
+}
+
+long long UnpackMicros(QEN_IUnpacking& in) {
+  unsigned long long value = 0;
+  in >> &value;
+  return static_cast<long long>(value);
+}
+
 }  // namespace
 
 QEN_TTime::~QEN_TTime() = default;
@@ -183,15 +194,9 @@ QEN_TString QEN_TTime::AsString() const {
                              secondOfDay / 60 % 60, secondOfDay % 60, Micros());
 }
 
-void QEN_TTime::QEN_Pack(QEN_IPacking& out) const {
-  out << static_cast<unsigned long long>(mMicros);
-}
+void QEN_TTime::QEN_Pack(QEN_IPacking& out) const { PackMicros(out, mMicros); }
 
-void QEN_TTime::QEN_Unpack(QEN_IUnpacking& in) {
-  unsigned long long value = 0;
-  in >> &value;
-  mMicros = static_cast<long long>(value);
-}
+void QEN_TTime::QEN_Unpack(QEN_IUnpacking& in) { mMicros = UnpackMicros(in); }
 
 bool QEN_TTime::WriteTo(QEN_THumanReadableStream& out) const {
   out << AsString().c_str();
@@ -221,15 +226,9 @@ QEN_TInterval::QEN_TInterval(const QEN_TTime& from, const QEN_TTime& to) {
 
 QEN_TInterval::~QEN_TInterval() = default;
 
-void QEN_TInterval::QEN_Pack(QEN_IPacking& out) const {
-  out << static_cast<unsigned long long>(mMicros);
-}
+void QEN_TInterval::QEN_Pack(QEN_IPacking& out) const { PackMicros(out, mMicros); }
 
-void QEN_TInterval::QEN_Unpack(QEN_IUnpacking& in) {
-  unsigned long long value = 0;
-  in >> &value;
-  mMicros = static_cast<long long>(value);
-}
+void QEN_TInterval::QEN_Unpack(QEN_IUnpacking& in) { mMicros = UnpackMicros(in); }
 
 bool QEN_TInterval::WriteTo(QEN_THumanReadableStream& out) const {
   out << mMicros;

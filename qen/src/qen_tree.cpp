@@ -11,6 +11,7 @@
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
 #include "qen_string_map.h"
+#include "qen_text_fields.h"
 
 using qen_detail::StringMap;
 
@@ -57,44 +58,7 @@ const QEN_TTree* BranchOf(const QEN_TAny& value) {
 }  // namespace
 
 QEN_TTree::QEN_TTree() = default;
-
-QEN_TTree::QEN_TTree(const QEN_TTree& other, unsigned)
-    : QEN_IInterface(other),
-      QEN_IPackable(other),
-      QEN_IHumanReadable(other),
-      QEN_IPrintable(other),
-      QEN_IIteratable(other),
-      QEN_TObject(other),
-      mMap(other.mMap ? new StringMap(*other.mMap) : nullptr) {}
-
-QEN_TTree::QEN_TTree(QEN_TTree&& other) noexcept : mMap(std::move(other.mMap)) {}
-
-QEN_TTree& QEN_TTree::operator=(const QEN_TTree& other) {
-  // The copy is made first: `other` may lie inside this tree.
-  if (this != &other) mMap.reset(other.mMap ? new StringMap(*other.mMap) : nullptr);
-  return *this;
-}
-
-QEN_TTree& QEN_TTree::operator=(QEN_TTree&& other) noexcept {
-  if (this != &other) {
-    // Taken out first: `other` may lie inside this tree, and resetting our
-    // map would delete it while it is being read.
-    std::unique_ptr<StringMap> taken(std::move(other.mMap));
-    mMap.swap(taken);
-  }
-  return *this;
-}
-
-QEN_TTree::~QEN_TTree() = default;
-
-StringMap& QEN_TTree::Map() {
-  if (!mMap) mMap.reset(new StringMap);
-  return *mMap;
-}
-
-unsigned QEN_TTree::Entries() const { return mMap ? mMap->Size() : 0; }
-
-void QEN_TTree::Clear() { mMap.reset(); }
+QEN_DEFINE_MAP_CONTAINER(QEN_TTree)
 
 QEN_TAny& QEN_TTree::Value(const QEN_TString& path, QEN_TUniChar separator) {
   std::vector<std::u16string> names = Split(path, separator);
@@ -105,7 +69,7 @@ QEN_TAny& QEN_TTree::Value(const QEN_TString& path, QEN_TUniChar separator) {
                                   sMaxPathDepth));
   QEN_TTree* level = this;
   for (std::size_t i = 0; i + 1 < names.size(); ++i) {
-    QEN_TAny& slot = level->Map().Insert(QEN_TString(names[i]));
+    QEN_TAny& slot = level->mMap.Make().Insert(QEN_TString(names[i]));
     if (slot.IsNothing()) slot = static_cast<QEN_IPackable*>(new QEN_TTree);
     level = BranchOf(slot);
     if (level == nullptr)
@@ -114,7 +78,7 @@ QEN_TAny& QEN_TTree::Value(const QEN_TString& path, QEN_TUniChar separator) {
           QEN_TString::Format("QEN_TTree: \"%s\" on the path \"%s\" holds a value, not a branch",
                               QEN_TString(names[i]).c_str(), path.c_str()));
   }
-  return level->Map().Insert(QEN_TString(names.back()));
+  return level->mMap.Make().Insert(QEN_TString(names.back()));
 }
 
 const QEN_TAny* QEN_TTree::Find(const QEN_TString& path, QEN_TUniChar separator) const {
@@ -166,21 +130,6 @@ QEN_TList QEN_TTree::KeysAt(const QEN_TString& path, QEN_TUniChar separator) con
   return keys;
 }
 
-bool QEN_TTree::operator==(const QEN_TTree& other) const {
-  if (Entries() != other.Entries()) return false;
-  return Entries() == 0 || mMap->Equals(*other.mMap);
-}
-
-QEN_IIterationInfo* QEN_TTree::CreateIterationInfo() const {
-  return qen_detail::NewMapIterationInfo(mMap.get());
-}
-
-QEN_IPackable* QEN_TTree::QEN_Move(void*) { return new (std::nothrow) QEN_TTree(std::move(*this)); }
-
-void QEN_TTree::QEN_Pack(QEN_IPacking& out) const { qen_detail::PackMap(mMap.get(), out); }
-
-void QEN_TTree::QEN_Unpack(QEN_IUnpacking& in) { mMap = qen_detail::UnpackMap(in, kOwner); }
-
 // ---------------------------------------------------------------------------
 // Text form: "leaf" = value; "branch" { ... } (see qen_containers.h)
 
@@ -193,18 +142,26 @@ const QEN_TTree* ShortBranch(const QEN_TAny& value) {
   return static_cast<const QEN_TTree*>(object->DynamicCast("QEN_TTree"));
 }
 
-class Nesting {
- public:
-  explicit Nesting(QEN_THumanReadableStream& in) : mIn(in) { in.Enter(); }
-  ~Nesting() { mIn.Leave(); }
-  Nesting(const Nesting&) = delete;
-  Nesting& operator=(const Nesting&) = delete;
-
- private:
-  QEN_THumanReadableStream& mIn;
-};
+// A branch's entries after its '{', and the '}' that closes it; a ';'
+// after it is allowed, as after a value.
+QEN_TTree* ReadBranch(QEN_THumanReadableStream& in, const std::string& quoted) {
+  std::unique_ptr<QEN_TTree> branch(new QEN_TTree);
+  {
+    qen_text::Nesting nesting(in);
+    branch->ReadFrom(in);
+  }
+  in.SkipWhiteSpace();
+  QEN_TUniChar c = 0;
+  in.ReadChar(c);
+  if (c != u'}') in.SyntaxError(("expected '}' to close the branch " + quoted).c_str());
+  if (!qen_detail::AtFormEnd(in) && in.PeekChar(c) && c == u';') in.ReadChar(c);
+  return branch.release();
+}
 
 }  // namespace
+
+// Branches are written one per line.
+bool QEN_TTree::QEN_HRMultiLine() const { return true; }
 
 bool QEN_TTree::WriteTo(QEN_THumanReadableStream& out) const {
   if (!mMap) return false;
@@ -234,58 +191,20 @@ bool QEN_TTree::ReadFrom(QEN_THumanReadableStream& in) {
   // A framed tree read as bare content, as from a file written by
   // WriteObject: the frame reads the name and braces and comes back here.
   if (qen_detail::StartsFramed(in)) return QEN_IHumanReadable::QEN_ReadFrom(in);
-  std::unique_ptr<StringMap> map(new StringMap);
-  while (!qen_detail::AtFormEnd(in)) {
-    QEN_TUniChar c = 0;
-    in.PeekChar(c);
-    if (c != u'"') {
-      in.ReadChar(c);
-      in.SyntaxError("expected a quoted name or '}' in a tree");
-    }
-    QEN_TString name;
-    in.ReadQuoted(name);
-    std::string quoted = "\"" + std::string(name.c_str()) + "\"";
-    in.SkipWhiteSpace();
-    in.ReadChar(c);
+  auto entry = [&in](StringMap& map, QEN_TString&& name, QEN_TUniChar after,
+                     const std::string& quoted) {
     QEN_TAny value;
-    if (c == u'{') {
-      std::unique_ptr<QEN_TTree> branch(new QEN_TTree);
-      {
-        Nesting nesting(in);
-        branch->ReadFrom(in);
-      }
-      in.SkipWhiteSpace();
-      in.ReadChar(c);
-      if (c != u'}') in.SyntaxError(("expected '}' to close the branch " + quoted).c_str());
-      value = static_cast<QEN_IPackable*>(branch.release());
-      // A ';' after a branch is allowed, as after a value.
-      if (!qen_detail::AtFormEnd(in) && in.PeekChar(c) && c == u';') in.ReadChar(c);
-    } else if (c == u'=') {
+    if (after == u'{') {
+      value = static_cast<QEN_IPackable*>(ReadBranch(in, quoted));
+    } else if (after == u'=') {
       value.ReadFrom(in);
       qen_detail::ReadSeparator(in, ';', ("the value of " + quoted).c_str());
     } else {
       in.SyntaxError(("expected '=' or '{' after the name " + quoted).c_str());
     }
-    if (!map->InsertNew(std::move(name), std::move(value)))
+    if (!map.InsertNew(std::move(name), std::move(value)))
       in.SyntaxError(("duplicate name " + quoted + " in a tree").c_str());
-  }
-  mMap = std::move(map);
+  };
+  mMap = qen_detail::ReadEntries(in, "expected a quoted name or '}' in a tree", entry);
   return false;
-}
-
-void QEN_TTree::PrintOn(std::ostream& out) const {
-  if (Entries() == 0) {
-    out << "{}";
-    return;
-  }
-  out << "{" << std::endl;
-  {
-    qen_detail::PrintIndent indent;
-    for (auto at = mMap->Begin(); at != mMap->End(); ++at) {
-      out << QEN_IPrintable::Prefix() << at->key.c_str() << " = ";
-      at->value.PrintOn(out);
-      out << std::endl;
-    }
-  }
-  out << QEN_IPrintable::Prefix() << "}";
 }

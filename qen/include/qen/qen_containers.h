@@ -37,14 +37,25 @@
 #define QEN_CONTAINERS_H
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "qen/qen_any.h"
 #include "qen/qen_object.h"
 #include "qen/qen_string.h"
+#include "qen/qen_value.h"
 
 class QEN_IIterationInfo;
 class QEN_TList;
+
+// What every container declares besides its own operations: its cursor, its
+// move into a new object (QEN_Move), whether its text takes lines, and its
+// forms.
+#define QEN_CONTAINER_MEMBERS                               \
+  QEN_IIterationInfo* CreateIterationInfo() const override; \
+  QEN_IPackable* QEN_Move(void* = nullptr) override;        \
+  bool QEN_HRMultiLine() const override;                    \
+  QEN_VALUE_FORMS
 
 // A cursor over a container. It stands on an element, before the first one,
 // or behind the last one (done). Next from before the first goes to the
@@ -151,7 +162,45 @@ class QEN_API QEN_TIterator : public QEN_TConstIterator {
 
 namespace qen_detail {
 class StringMap;
-}
+
+// A container's content as a member that copies and moves as a value, so
+// that the container's own copy and move members are the defaults. The
+// content lives behind a pointer, null while there is none, and a copy is
+// deep. An assignment takes the new content in before it lets the old one
+// go: the source may lie inside the old content, as a container held by one
+// of its own values.
+template <class T>
+class Content {
+ public:
+  Content() = default;
+  explicit Content(T* content) : mAt(content) {}
+  Content(const Content& other) : mAt(other.mAt ? new T(*other.mAt) : nullptr) {}
+  Content(Content&& other) noexcept = default;
+  // A self-assignment keeps the content itself: a list's handles stay valid.
+  Content& operator=(const Content& other) {
+    return this == &other ? *this : *this = Content(other);
+  }
+  Content& operator=(Content&& other) noexcept {
+    std::unique_ptr<T> taken(std::move(other.mAt));
+    mAt.swap(taken);
+    return *this;
+  }
+  ~Content() = default;
+
+  T* Get() const { return mAt.get(); }
+  T& operator*() const { return *mAt; }
+  T* operator->() const { return mAt.get(); }
+  explicit operator bool() const { return mAt != nullptr; }
+  // The content, made empty when there is none.
+  T& Make() {
+    if (!mAt) mAt.reset(new T);
+    return *mAt;
+  }
+
+ private:
+  std::unique_ptr<T> mAt;
+};
+}  // namespace qen_detail
 
 // A dictionary from string keys to values. Any QEN_IHashable is accepted as a
 // key where the operations take one, but it must be a QEN_TString; another
@@ -166,12 +215,9 @@ class QEN_API QEN_TDict : public QEN_TObject,
 
  public:
   QEN_TDict();
+  QEN_VALUE_COPY_MOVE(QEN_TDict)
   // A copy; the number is not used.
-  QEN_TDict(const QEN_TDict& other, unsigned = 0);
-  QEN_TDict(QEN_TDict&& other) noexcept;
-  QEN_TDict& operator=(const QEN_TDict& other);
-  QEN_TDict& operator=(QEN_TDict&& other) noexcept;
-  ~QEN_TDict() override;
+  QEN_TDict(const QEN_TDict& other, unsigned);
 
   unsigned Entries() const;
   bool IsEmpty() const { return Entries() == 0; }
@@ -208,22 +254,33 @@ class QEN_API QEN_TDict : public QEN_TObject,
   QEN_TDict& AddAll(const QEN_TDict& other);
 
   // The same keys with equal values, in any order.
-  bool operator==(const QEN_TDict& other) const;
-  bool operator!=(const QEN_TDict& other) const { return !(*this == other); }
+  QEN_VALUE_EQUALITY(QEN_TDict)
 
-  QEN_IIterationInfo* CreateIterationInfo() const override;
-  QEN_IPackable* QEN_Move(void* = nullptr) override;
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  bool QEN_HRMultiLine() const override;
-  void PrintOn(std::ostream& out) const override;
+  QEN_CONTAINER_MEMBERS
 
  private:
-  qen_detail::StringMap& Map();
-  std::unique_ptr<qen_detail::StringMap> mMap;  // null while empty
+  qen_detail::Content<qen_detail::StringMap> mMap;
 };
+
+class QEN_TListKey;
+
+namespace qen_detail {
+// The elements of a list: a chain of handles, each of which records its
+// chain. The list holds the chain as its Content, so the chain stays where
+// it is when the list moves and the handles move along untouched.
+struct QEN_API ListChain {
+  ListChain() = default;
+  ListChain(const ListChain& other);
+  ListChain& operator=(const ListChain&) = delete;
+  ~ListChain();
+  QEN_TListKey* Link(QEN_TAny&& value, bool atTail);
+  void Unlink(QEN_TListKey* key);
+
+  QEN_TListKey* head = nullptr;
+  QEN_TListKey* tail = nullptr;
+  unsigned entries = 0;
+};
+}  // namespace qen_detail
 
 // A handle of one element of a QEN_TList. It stays valid while its element
 // is in the list, also when other elements come and go and when the list is
@@ -243,13 +300,14 @@ class QEN_API QEN_TListKey {
 
  private:
   friend class QEN_TList;
-  QEN_TListKey(QEN_TAny&& value, const QEN_TList* owner);
+  friend struct qen_detail::ListChain;
+  QEN_TListKey(QEN_TAny&& value, const qen_detail::ListChain* owner);
   ~QEN_TListKey();
 
   QEN_TAny mValue;
   QEN_TListKey* mNext = nullptr;
   QEN_TListKey* mPrevious = nullptr;
-  const QEN_TList* mOwner;
+  const qen_detail::ListChain* mOwner;
 };
 
 // A doubly linked list of values.
@@ -262,12 +320,8 @@ class QEN_API QEN_TList : public QEN_TObject,
 
  public:
   QEN_TList();
-  QEN_TList(const QEN_TList& other);
   // The handles move along with their elements.
-  QEN_TList(QEN_TList&& other) noexcept;
-  QEN_TList& operator=(const QEN_TList& other);
-  QEN_TList& operator=(QEN_TList&& other) noexcept;
-  ~QEN_TList() override;
+  QEN_VALUE_COPY_MOVE(QEN_TList)
 
   // Add puts the element at the tail, like AddAtTail.
   QEN_TListKey* Add(QEN_TAny&& value);
@@ -280,17 +334,19 @@ class QEN_API QEN_TList : public QEN_TObject,
   bool Remove(QEN_TListKey* key);
   void Clear();
 
-  unsigned Entries() const { return mEntries; }
-  bool IsEmpty() const { return mEntries == 0; }
-  QEN_TListKey* KeyAtHead() { return mHead; }
-  const QEN_TListKey* KeyAtHead() const { return mHead; }
-  QEN_TListKey* KeyAtTail() { return mTail; }
-  const QEN_TListKey* KeyAtTail() const { return mTail; }
+  unsigned Entries() const { return mChain ? mChain->entries : 0; }
+  bool IsEmpty() const { return Entries() == 0; }
+  QEN_TListKey* KeyAtHead() { return mChain ? mChain->head : nullptr; }
+  const QEN_TListKey* KeyAtHead() const { return mChain ? mChain->head : nullptr; }
+  QEN_TListKey* KeyAtTail() { return mChain ? mChain->tail : nullptr; }
+  const QEN_TListKey* KeyAtTail() const { return mChain ? mChain->tail : nullptr; }
   // The key at a zero-based index, null at or beyond Entries().
   QEN_TListKey* KeyAtIndex(unsigned index);
   const QEN_TListKey* KeyAtIndex(unsigned index) const;
   // Whether the key is one of this list's.
-  bool Owns(const QEN_TListKey* key) const { return key != nullptr && key->mOwner == this; }
+  bool Owns(const QEN_TListKey* key) const {
+    return key != nullptr && mChain && key->mOwner == mChain.Get();
+  }
 
   // The value under a key of this list, or at an index; a null or foreign
   // key, or an index out of range, throws QEN_EIndexOutOfRange.
@@ -303,26 +359,14 @@ class QEN_API QEN_TList : public QEN_TObject,
   const QEN_TAny& operator[](int index) const;
 
   // Equal values in the same order.
-  bool operator==(const QEN_TList& other) const;
-  bool operator!=(const QEN_TList& other) const { return !(*this == other); }
+  QEN_VALUE_EQUALITY(QEN_TList)
 
-  QEN_IIterationInfo* CreateIterationInfo() const override;
-  QEN_IPackable* QEN_Move(void* = nullptr) override;
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  bool QEN_HRMultiLine() const override;
-  void PrintOn(std::ostream& out) const override;
+  QEN_CONTAINER_MEMBERS
 
  private:
   QEN_TListKey* Link(QEN_TAny&& value, bool atTail);
-  void Adopt(QEN_TList& other) noexcept;
-  void Swap(QEN_TList& other) noexcept;
 
-  QEN_TListKey* mHead = nullptr;
-  QEN_TListKey* mTail = nullptr;
-  unsigned mEntries = 0;
+  qen_detail::Content<qen_detail::ListChain> mChain;
 };
 
 // An array of values of the size it was made with.
@@ -336,34 +380,22 @@ class QEN_API QEN_TArray : public QEN_TObject,
  public:
   // `size` elements, each holding nothing.
   explicit QEN_TArray(unsigned size = 0);
-  QEN_TArray(const QEN_TArray& other);
-  QEN_TArray(QEN_TArray&& other) noexcept;
-  QEN_TArray& operator=(const QEN_TArray& other);
-  QEN_TArray& operator=(QEN_TArray&& other) noexcept;
-  ~QEN_TArray() override;
+  QEN_VALUE_COPY_MOVE(QEN_TArray)
 
-  unsigned Size() const { return static_cast<unsigned>(mValues.size()); }
+  unsigned Size() const { return mValues ? static_cast<unsigned>(mValues->size()) : 0; }
   unsigned Entries() const { return Size(); }
   // Throws QEN_EIndexOutOfRange for an index at or beyond Size().
   QEN_TAny& operator[](unsigned index);
   const QEN_TAny& operator[](unsigned index) const;
 
-  bool operator==(const QEN_TArray& other) const { return mValues == other.mValues; }
-  bool operator!=(const QEN_TArray& other) const { return !(*this == other); }
+  QEN_VALUE_EQUALITY(QEN_TArray)
 
   // Deleting an element through an iterator shortens the array.
-  QEN_IIterationInfo* CreateIterationInfo() const override;
-  QEN_IPackable* QEN_Move(void* = nullptr) override;
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  bool QEN_HRMultiLine() const override;
-  void PrintOn(std::ostream& out) const override;
+  QEN_CONTAINER_MEMBERS
 
  private:
   friend class QEN_TArrayIterationInfo;
-  std::vector<QEN_TAny> mValues;
+  qen_detail::Content<std::vector<QEN_TAny>> mValues;
 };
 
 // A tree of named entries. A branch is an entry whose value holds a QEN_TTree;
@@ -383,12 +415,9 @@ class QEN_API QEN_TTree : public QEN_TObject,
   static const unsigned sMaxPathDepth;
 
   QEN_TTree();
+  QEN_VALUE_COPY_MOVE(QEN_TTree)
   // A copy; the number is not used.
-  QEN_TTree(const QEN_TTree& other, unsigned = 0);
-  QEN_TTree(QEN_TTree&& other) noexcept;
-  QEN_TTree& operator=(const QEN_TTree& other);
-  QEN_TTree& operator=(QEN_TTree&& other) noexcept;
-  ~QEN_TTree() override;
+  QEN_TTree(const QEN_TTree& other, unsigned);
 
   // The value at the path, to read or assign. Missing entries on the way,
   // and entries that hold nothing, are made branches; a missing last entry
@@ -410,23 +439,14 @@ class QEN_API QEN_TTree : public QEN_TObject,
   bool IsEmpty() const { return Entries() == 0; }
   void Clear();
 
-  bool operator==(const QEN_TTree& other) const;
-  bool operator!=(const QEN_TTree& other) const { return !(*this == other); }
+  QEN_VALUE_EQUALITY(QEN_TTree)
 
   // Walks the top-level entries: Key() a QEN_TString name, Value() its value.
-  QEN_IIterationInfo* CreateIterationInfo() const override;
-  QEN_IPackable* QEN_Move(void* = nullptr) override;
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  bool QEN_HRMultiLine() const override { return true; }
-  void PrintOn(std::ostream& out) const override;
+  QEN_CONTAINER_MEMBERS
 
  private:
-  qen_detail::StringMap& Map();
   const QEN_TAny* Find(const QEN_TString& path, QEN_TUniChar separator) const;
-  std::unique_ptr<qen_detail::StringMap> mMap;  // null while empty
+  qen_detail::Content<qen_detail::StringMap> mMap;
 };
 
 #endif

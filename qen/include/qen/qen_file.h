@@ -11,6 +11,7 @@
 #include "qen/qen_object.h"
 #include "qen/qen_string.h"
 #include "qen/qen_time.h"
+#include "qen/qen_value.h"
 
 class QEN_TURL;
 
@@ -45,11 +46,7 @@ class QEN_API QEN_TDataBlock : public QEN_TObject,
   bool operator==(const QEN_TDataBlock& other) const { return mBytes == other.mBytes; }
   bool operator!=(const QEN_TDataBlock& other) const { return mBytes != other.mBytes; }
 
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  void PrintOn(std::ostream& out) const override;
+  QEN_VALUE_FORMS
 
  private:
   std::vector<unsigned char> mBytes;
@@ -81,11 +78,7 @@ class QEN_API QEN_TFileInfo : public QEN_TObject,
   // QEN_EFileException with the path and the system's text of the error;
   // false gives an object that describes no file, with Exists() false.
   QEN_TFileInfo(const QEN_TURL& url, bool mustExist);
-  QEN_TFileInfo(const QEN_TFileInfo& other);
-  QEN_TFileInfo(QEN_TFileInfo&& other) noexcept;
-  QEN_TFileInfo& operator=(const QEN_TFileInfo& other);
-  QEN_TFileInfo& operator=(QEN_TFileInfo&& other) noexcept;
-  ~QEN_TFileInfo() override;
+  QEN_VALUE_COPY_MOVE(QEN_TFileInfo)
 
   const QEN_TString& Path() const { return mPath; }
   bool Exists() const { return mExists; }
@@ -99,14 +92,9 @@ class QEN_API QEN_TFileInfo : public QEN_TObject,
   // The digest behind SmartID, for a device and inode number.
   static unsigned SmartIDOf(unsigned long long device, unsigned long long inode);
 
-  bool operator==(const QEN_TFileInfo& other) const;
-  bool operator!=(const QEN_TFileInfo& other) const { return !(*this == other); }
+  QEN_VALUE_EQUALITY(QEN_TFileInfo)
 
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  void PrintOn(std::ostream& out) const override;
+  QEN_VALUE_FORMS
 
  private:
   QEN_TString mPath;
@@ -162,14 +150,9 @@ class QEN_API QEN_TVolumeInfo : public QEN_TObject,
   unsigned long long FreeBytes() const { return mFree; }
   unsigned long long TotalBytes() const { return mTotal; }
 
-  bool operator==(const QEN_TVolumeInfo& other) const;
-  bool operator!=(const QEN_TVolumeInfo& other) const { return !(*this == other); }
+  QEN_VALUE_EQUALITY(QEN_TVolumeInfo)
 
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  void PrintOn(std::ostream& out) const override;
+  QEN_VALUE_FORMS
 
  private:
   // Only the class frame builds one by name, to unpack into.

@@ -44,6 +44,9 @@ class QEN_API QEN_TRWLock : public QEN_TObject {
   bool HoldsWriteLock() const;
 
  private:
+  // Under mMutex: whether the calling thread holds the write side.
+  bool CallerWrites() const;
+
   mutable std::mutex mMutex;
   std::condition_variable mChanged;
   std::thread::id mWriter;    // holder of the write side, or none
@@ -52,28 +55,34 @@ class QEN_API QEN_TRWLock : public QEN_TObject {
   unsigned mReaders = 0;      // takes of the read side by all other threads
 };
 
-// Holds the write side for a scope.
-class QEN_TWriteGuard {
+namespace qen_detail {
+// Holds one side of the lock for a scope: takes it on construction and
+// releases it on every way out.
+template <void (QEN_TRWLock::*kTake)(), void (QEN_TRWLock::*kRelease)()>
+class LockSideGuard {
  public:
-  explicit QEN_TWriteGuard(QEN_TRWLock& lock) : mLock(lock) { mLock.WriteLock(); }
-  QEN_TWriteGuard(const QEN_TWriteGuard&) = delete;
-  QEN_TWriteGuard& operator=(const QEN_TWriteGuard&) = delete;
-  ~QEN_TWriteGuard() { mLock.WriteUnlock(); }
+  explicit LockSideGuard(QEN_TRWLock& lock) : mLock(lock) { (mLock.*kTake)(); }
+  LockSideGuard(const LockSideGuard&) = delete;
+  LockSideGuard& operator=(const LockSideGuard&) = delete;
+  ~LockSideGuard() { (mLock.*kRelease)(); }
 
  private:
   QEN_TRWLock& mLock;
 };
+}  // namespace qen_detail
+
+// Holds the write side for a scope.
+class QEN_TWriteGuard
+    : public qen_detail::LockSideGuard<&QEN_TRWLock::WriteLock, &QEN_TRWLock::WriteUnlock> {
+ public:
+  using LockSideGuard::LockSideGuard;
+};
 
 // Holds the read side for a scope.
-class QEN_TReadGuard {
+class QEN_TReadGuard
+    : public qen_detail::LockSideGuard<&QEN_TRWLock::ReadLock, &QEN_TRWLock::ReadUnlock> {
  public:
-  explicit QEN_TReadGuard(QEN_TRWLock& lock) : mLock(lock) { mLock.ReadLock(); }
-  QEN_TReadGuard(const QEN_TReadGuard&) = delete;
-  QEN_TReadGuard& operator=(const QEN_TReadGuard&) = delete;
-  ~QEN_TReadGuard() { mLock.ReadUnlock(); }
-
- private:
-  QEN_TRWLock& mLock;
+  using LockSideGuard::LockSideGuard;
 };
 
 #endif

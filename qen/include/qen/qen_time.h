@@ -4,6 +4,7 @@
 
 #include "qen/qen_object.h"
 #include "qen/qen_string.h"
+#include "qen/qen_value.h"
 
 // A point in time: microseconds since 1970-01-01T00:00:00Z, leap seconds not
 // counted. 0 stands for "no time". Times before 1970 are negative; their
@@ -52,11 +53,7 @@ class QEN_API QEN_TTime : public QEN_TObject,
   bool operator>(const QEN_TTime& other) const { return mMicros > other.mMicros; }
   bool operator>=(const QEN_TTime& other) const { return mMicros >= other.mMicros; }
 
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  void PrintOn(std::ostream& out) const override;
+  QEN_VALUE_FORMS
 
  private:
   long long mMicros = 0;
@@ -92,11 +89,7 @@ class QEN_API QEN_TInterval : public QEN_TObject,
   bool operator!=(const QEN_TInterval& other) const { return mMicros != other.mMicros; }
   bool operator<(const QEN_TInterval& other) const { return mMicros < other.mMicros; }
 
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  void PrintOn(std::ostream& out) const override;
+  QEN_VALUE_FORMS
 
  private:
   long long mMicros = 0;

@@ -62,6 +62,7 @@
 #include "qen/qen_containers.h"
 #include "qen/qen_object.h"
 #include "qen/qen_string.h"
+#include "qen/qen_value.h"
 
 class QEN_API QEN_TURL : public QEN_TObject,
                          public virtual QEN_IPackable,
@@ -85,11 +86,7 @@ class QEN_API QEN_TURL : public QEN_TObject,
   QEN_TURL(const QEN_TString& protocol, const QEN_TString& host, const QEN_TString& path,
            const QEN_TString& query, unsigned port, const QEN_TString& user,
            const QEN_TString& password);
-  QEN_TURL(const QEN_TURL& other);
-  QEN_TURL(QEN_TURL&& other) noexcept;
-  QEN_TURL& operator=(const QEN_TURL& other);
-  QEN_TURL& operator=(QEN_TURL&& other) noexcept;
-  ~QEN_TURL() override;
+  QEN_VALUE_COPY_MOVE(QEN_TURL)
 
   // No protocol, authority, path, parameters or fragment.
   bool Empty() const;
@@ -151,17 +148,11 @@ class QEN_API QEN_TURL : public QEN_TObject,
   // The "file" URL of a local path.
   static QEN_TURL LocalToURL(const QEN_TString& localPath);
 
-  bool operator==(const QEN_TURL& other) const;
-  bool operator!=(const QEN_TURL& other) const { return !(*this == other); }
+  QEN_VALUE_EQUALITY(QEN_TURL)
 
-  // Binary form: the URL text, packed as a string.
-  void QEN_Pack(QEN_IPacking& out) const override;
-  void QEN_Unpack(QEN_IUnpacking& in) override;
-  // Text form: the URL text, quoted as a string.
-  bool WriteTo(QEN_THumanReadableStream& out) const override;
-  bool ReadFrom(QEN_THumanReadableStream& in) override;
-  // The URL text.
-  void PrintOn(std::ostream& out) const override;
+  // Binary form: the URL text, packed as a string. Text form: the URL text,
+  // quoted as a string. Printed: the URL text.
+  QEN_VALUE_FORMS
 
  private:
   struct Parsed;
