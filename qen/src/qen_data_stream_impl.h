@@ -27,8 +27,9 @@ constexpr unsigned char kVersion = 2;
 constexpr unsigned char kLongClassNumber = 0x80;
 constexpr unsigned char kNewClass = 0x81;
 constexpr unsigned kMaxClasses = 0x10000;
-// Room for the classes of a ticket before the tables grow.
-constexpr std::size_t kFirstClasses = 16;
+// Room for the classes of a ticket before the tables grow; the tables stay
+// small enough for the allocator's per-thread cache of small blocks.
+constexpr std::size_t kFirstClasses = 12;
 // Characters are copied through a block of this many units where they can't
 // be read in place.
 constexpr unsigned kChunkUnits = 4096;

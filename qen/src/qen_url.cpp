@@ -58,20 +58,27 @@ struct QEN_TURL::Parsed {
     return true;
   }
 
-  // The text of the usual URL (protocol, authority with a host at most, a
-  // path and nothing else, all in characters that stand as they are), put
-  // together directly; false for any other.
-  static bool PlainText(const QEN_TURL& url, std::u16string& text) {
+  // The length of the text of the usual URL (protocol, authority with a
+  // host at most, a path and nothing else), or npos for any other.
+  static Pos PlainLength(const QEN_TURL& url) {
     if (!url.mHasAuthority || url.mProtocol.Empty() || !url.mUser.Empty() ||
         !url.mPassword.Empty() || url.mPort != 0 || !url.mParams.empty() || !url.mFragment.Empty())
-      return false;
+      return npos;
     for (char16_t c : url.mProtocol.Chars())
-      if (c >= 0x80) return false;
-    text.reserve(url.mProtocol.Length() + 3 + url.mHost.Length() + url.mPath.Length());
-    text = url.mProtocol.Chars();
-    text += u"://";
-    return AppendPlain(text, url.mHost.Chars(), kHost) &&
-           AppendPlain(text, url.mPath.Chars(), kPath);
+      if (c >= 0x80) return npos;
+    return url.mProtocol.Length() + 3 + url.mHost.Length() + url.mPath.Length();
+  }
+
+  // Puts the usual URL's text together in `out` (PlainLength units), where
+  // all its characters stand as they are; false where some need encoding.
+  static bool PlainText(const QEN_TURL& url, char16_t* out) {
+    const std::u16string& protocol = url.mProtocol.Chars();
+    out = std::copy(protocol.begin(), protocol.end(), out);
+    *out++ = u':';
+    *out++ = u'/';
+    *out++ = u'/';
+    out = CopyPlain(out, url.mHost.Chars(), kHost);
+    return out != nullptr && CopyPlain(out, url.mPath.Chars(), kPath) != nullptr;
   }
 
   explicit Parsed(const std::u16string& text) {
@@ -305,8 +312,11 @@ QEN_TString QEN_TURL::Query() const {
 
 QEN_TString QEN_TURL::AsString() const {
   // The usual URL directly; anything else through the full encoding below.
-  std::u16string text;
-  if (Parsed::PlainText(*this, text)) return QEN_TString(std::move(text));
+  const Pos length = Parsed::PlainLength(*this);
+  if (length != npos) {
+    std::u16string text(length, u'\0');
+    if (Parsed::PlainText(*this, &text[0])) return QEN_TString(std::move(text));
+  }
   std::string out;
   if (!mProtocol.Empty()) {
     out += mProtocol.Utf8();
@@ -380,9 +390,21 @@ bool QEN_TURL::operator==(const QEN_TURL& other) const {
 // The text as a QEN_TString packs it; the usual URL with no string object
 // in between, either way.
 void QEN_TURL::QEN_Pack(QEN_IPacking& out) const {
-  std::u16string text;
-  if (!Parsed::PlainText(*this, text)) return AsString().QEN_Pack(out);
-  out.PutChars(text.data(), static_cast<unsigned>(text.size()));
+  const Pos length = Parsed::PlainLength(*this);
+  if (length != npos) {
+    char16_t local[256];
+    std::u16string heap;
+    char16_t* text = local;
+    if (length > sizeof local / sizeof local[0]) {
+      heap.resize(length);
+      text = &heap[0];
+    }
+    if (Parsed::PlainText(*this, text)) {
+      out.PutChars(text, static_cast<unsigned>(length));
+      return;
+    }
+  }
+  AsString().QEN_Pack(out);
 }
 
 void QEN_TURL::QEN_Unpack(QEN_IUnpacking& in) {

@@ -38,9 +38,10 @@ inline bool Keeps(Part part, unsigned char c) {
 void AppendEncoded(std::string& out, const QEN_TString& text, Part part);
 void AppendHost(std::string& out, const QEN_TString& host);
 std::string EncodePath(const QEN_TString& path, bool hasProtocol, bool hasAuthority);
-// Appends text that is ASCII and kept as it is in `part`; false, with `out`
-// as it may stand then, when some character needs more.
-bool AppendPlain(std::u16string& out, const std::u16string& text, Part part);
+// Copies text that is ASCII and kept as it is in `part` to `out`, and gives
+// the end of the copy; null, with `out` as it may stand then, when some
+// character needs more.
+char16_t* CopyPlain(char16_t* out, const std::u16string& text, Part part);
 
 bool IsLocalFileProtocol(const QEN_TString& protocol);
 // A port: up to five digits, at most 65535. An empty text is no port.
