@@ -1,5 +1,7 @@
-// The binary stream. docs/formats.md describes the layout. Version 2, which
-// is written:
+// The binary stream: its bytes and items, objects written and read. The
+// class identification is in qen_data_stream_classes.cpp, what both share in
+// qen_data_stream_impl.h. docs/formats.md describes the layout. Version 2,
+// which is written:
 //
 //   mark         B5 02 at the start of what one QEN_TDataStream wrote
 //   numbers      little-endian, fixed width; a double is its IEEE-754 bits
@@ -23,6 +25,7 @@
 // says what was wrong and at which offset.
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -38,6 +41,25 @@ QEN_IUnpacking::~QEN_IUnpacking() = default;
 
 const unsigned QEN_TDataStream::sMaxDepth = 64;
 const unsigned char QEN_TDataStream::sVersion = kVersion;
+
+namespace {
+
+// The classes this thread built objects of. A class object stays for the
+// life of the process, so the checks it passed once hold ever after, and an
+// object of the same type has its packable part at the same place.
+struct BuiltClass {
+  const QEN_TClass* cls;
+  const std::type_info* type;
+  std::ptrdiff_t packable;
+};
+constexpr unsigned kBuiltClasses = 64;  // the top six bits of a hash pick one
+thread_local BuiltClass tBuiltClasses[kBuiltClasses];
+
+BuiltClass& BuiltSlot(const QEN_TClass* cls) {
+  return tBuiltClasses[(reinterpret_cast<std::uintptr_t>(cls) * 0x9E3779B97F4A7C15ull) >> 58];
+}
+
+}  // namespace
 
 QEN_TDataStream::QEN_TDataStream(QEN_IStream& stream) : mStream(stream) {
   if (typeid(stream) == typeid(QEN_TMemoryStream))
@@ -339,10 +361,15 @@ QEN_IPackable* QEN_TDataStream::Impl::Build(QEN_TDataStream& s, std::size_t inde
     if (found == nullptr)
       QEN_THROW(QEN_EUnknownClass,
                 QEN_TString::Format("unknown class \"%s\" at offset %llu", name, start));
-    if (found->isInterface || found->factory == nullptr)
+    const BuiltClass& built = BuiltSlot(found);
+    if (built.cls == found) {
+      entry.madeType = built.type;
+      entry.packable = built.packable;
+    } else if (found->isInterface || found->factory == nullptr) {
       Fail(QEN_TString::Format("class \"%s\" at offset %llu has no factory", name, start));
-    if (!found->Implements("QEN_IPackable"))
+    } else if (!found->Implements("QEN_IPackable")) {
       Fail(QEN_TString::Format("class \"%s\" at offset %llu is not packable", name, start));
+    }
   }
   if (!Admitted(s, name))
     Fail(QEN_TString::Format("class \"%s\" at offset %llu is not expected here", name, start));
@@ -354,7 +381,7 @@ QEN_IPackable* QEN_TDataStream::Impl::Build(QEN_TDataStream& s, std::size_t inde
   // Deleted through its QEN_IInterface part unless it is handed out.
   std::unique_ptr<QEN_IInterface> owner(made);
   QEN_IPackable* object;
-  if (entry.madeType != nullptr && typeid(*made) == *entry.madeType) {
+  if (&typeid(*made) == entry.madeType) {
     object = reinterpret_cast<QEN_IPackable*>(reinterpret_cast<char*>(made) + entry.packable);
   } else {
     object = static_cast<QEN_IPackable*>(owner->DynamicCast("QEN_IPackable"));
@@ -362,6 +389,7 @@ QEN_IPackable* QEN_TDataStream::Impl::Build(QEN_TDataStream& s, std::size_t inde
       Fail(QEN_TString::Format("class \"%s\" at offset %llu is not packable", name, start));
     entry.madeType = &typeid(*made);
     entry.packable = reinterpret_cast<char*>(object) - reinterpret_cast<char*>(made);
+    BuiltSlot(found) = BuiltClass{found, entry.madeType, entry.packable};
   }
   entry.buildable = true;
   Unpack(s, *object, index, scratch, start);
