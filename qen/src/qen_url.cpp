@@ -10,222 +10,11 @@
 
 #include "qen/qen_containers.h"
 #include "qen/qen_stream.h"
-#include "vyr_system.h"
+#include "qen_url_text.h"
 
 QEN_DEFINE_VALUE(QEN_TURL, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable)
 
-namespace {
-
-typedef std::u16string::size_type Pos;
-constexpr Pos npos = std::u16string::npos;
-
-bool IsAsciiAlpha(char16_t c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool IsAsciiDigit(char16_t c) { return c >= '0' && c <= '9'; }
-bool IsSchemeChar(char16_t c) {
-  return IsAsciiAlpha(c) || IsAsciiDigit(c) || c == '+' || c == '-' || c == '.';
-}
-int HexValue(unsigned char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-char16_t AsciiLower(char16_t c) { return (c >= 'A' && c <= 'Z') ? c + 32 : c; }
-
-QEN_TString LowerAscii(const std::u16string& text) {
-  std::u16string out(text);
-  for (char16_t& c : out) c = AsciiLower(c);
-  return QEN_TString(std::move(out));
-}
-
-bool EqualIgnoringAsciiCase(const std::u16string& a, const std::u16string& b) {
-  if (a.size() != b.size()) return false;
-  for (Pos i = 0; i < a.size(); ++i)
-    if (AsciiLower(a[i]) != AsciiLower(b[i])) return false;
-  return true;
-}
-
-// "%XX" decoding on UTF-8 bytes; '%' and hex digits are ASCII, so escapes
-// and literal non-ASCII characters mix freely.
-std::string DecodeBytes(const std::string& in) {
-  std::string out;
-  out.reserve(in.size());
-  for (std::size_t i = 0; i < in.size(); ++i) {
-    if (in[i] == '%' && i + 2 < in.size()) {
-      int hi = HexValue(static_cast<unsigned char>(in[i + 1]));
-      int lo = HexValue(static_cast<unsigned char>(in[i + 2]));
-      if (hi >= 0 && lo >= 0) {
-        out += static_cast<char>(hi * 16 + lo);
-        i += 2;
-        continue;
-      }
-    }
-    out += in[i];
-  }
-  return out;
-}
-
-QEN_TString Decode(const std::u16string& text, Pos from, Pos to) {
-  std::u16string piece(text, from, to - from);
-  if (piece.find(u'%') == npos) return QEN_TString(std::move(piece));
-  return QEN_TString(DecodeBytes(QEN_TString(std::move(piece)).Utf8()));
-}
-
-// Which ASCII characters a part keeps as they are. Everything else, and
-// every byte of a non-ASCII character, is written as "%XX".
-enum Part { kUser, kPassword, kHost, kPath, kParam, kFragment };
-
-bool IsUnreserved(unsigned char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-         c == '.' || c == '_' || c == '~';
-}
-bool IsSubDelim(unsigned char c) { return c != 0 && std::strchr("!$&'()*+,;=", c) != nullptr; }
-
-bool Keeps(Part part, unsigned char c) {
-  if (c >= 0x80) return false;
-  switch (part) {
-    case kParam:
-      return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-             c == '*' || c == '-' || c == '.' || c == '_';
-    case kUser:
-    case kHost:
-      return IsUnreserved(c) || IsSubDelim(c);
-    case kPassword:
-      return IsUnreserved(c) || IsSubDelim(c) || c == ':';
-    case kPath:
-      return IsUnreserved(c) || IsSubDelim(c) || c == ':' || c == '@' || c == '/';
-    case kFragment:
-      return IsUnreserved(c) || IsSubDelim(c) || c == ':' || c == '@' || c == '/' || c == '?';
-  }
-  return false;
-}
-
-void AppendEscaped(std::string& out, unsigned char c) {
-  static const char kHex[] = "0123456789ABCDEF";
-  out += '%';
-  out += kHex[c >> 4];
-  out += kHex[c & 0xF];
-}
-
-void AppendEncoded(std::string& out, const QEN_TString& text, Part part) {
-  for (unsigned char c : text.Utf8()) {
-    if (Keeps(part, c)) {
-      out += static_cast<char>(c);
-    } else {
-      AppendEscaped(out, c);
-    }
-  }
-}
-
-// A host in brackets keeps them and its colons, so "[::1]" stays readable;
-// brackets anywhere else are escaped, so the first ']' still ends it.
-void AppendHost(std::string& out, const QEN_TString& host) {
-  std::string bytes = host.Utf8();
-  bool bracketed = bytes.size() >= 2 && bytes.front() == '[' && bytes.back() == ']';
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    unsigned char c = static_cast<unsigned char>(bytes[i]);
-    bool keep =
-        Keeps(kHost, c) ||
-        (bracketed && (c == ':' || (c == '[' && i == 0) || (c == ']' && i + 1 == bytes.size())));
-    if (keep) {
-      out += static_cast<char>(c);
-    } else {
-      AppendEscaped(out, c);
-    }
-  }
-}
-
-// The path as it stands in URL text. Without an authority, a path that starts
-// with "//" would read as one, and without a protocol a ':' in the first
-// segment would read as the end of one; those characters are escaped.
-std::string EncodePath(const QEN_TString& path, bool hasProtocol, bool hasAuthority) {
-  std::string bytes = path.Utf8();
-  std::string out;
-  out.reserve(bytes.size());
-  std::size_t firstSlash = bytes.find('/');
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    unsigned char c = static_cast<unsigned char>(bytes[i]);
-    bool keep = Keeps(kPath, c);
-    if (c == '/' && i == 1 && !hasAuthority && bytes[0] == '/') keep = false;
-    // A drive letter ("C:") never reads as a protocol, so its colon may stay.
-    if (c == ':' && !hasProtocol && !hasAuthority && i < firstSlash && i != 1) keep = false;
-    if (keep) {
-      out += static_cast<char>(c);
-    } else {
-      AppendEscaped(out, c);
-    }
-  }
-  return out;
-}
-
-bool IsLocalFileProtocol(const QEN_TString& protocol) {
-  return protocol == "file" || protocol == "embed";
-}
-
-// A port: up to five digits, at most 65535. An empty text is no port.
-bool ReadPort(const std::u16string& text, Pos from, Pos to, unsigned& port) {
-  if (to - from > 5) return false;
-  unsigned value = 0;
-  for (Pos i = from; i < to; ++i) {
-    if (!IsAsciiDigit(text[i])) return false;
-    value = value * 10 + (text[i] - '0');
-  }
-  if (value > 65535) return false;
-  port = value;
-  return true;
-}
-
-// Removes "." and ".." segments, as resolution of references does. One pass
-// over the input; the output only shrinks by what it last received.
-std::u16string RemoveDotSegments(const std::u16string& in) {
-  std::u16string out;
-  out.reserve(in.size());
-  const Pos n = in.size();
-  Pos i = 0;
-  auto startsWith = [&](const char16_t* p) {
-    Pos k = 0;
-    for (; p[k] != 0; ++k)
-      if (i + k >= n || in[i + k] != p[k]) return false;
-    return true;
-  };
-  auto restIs = [&](const char16_t* p) {
-    return startsWith(p) && n - i == std::char_traits<char16_t>::length(p);
-  };
-  auto dropLastSegment = [&out]() {
-    Pos slash = out.rfind(u'/');
-    out.erase(slash == npos ? 0 : slash);
-  };
-  while (i < n) {
-    if (startsWith(u"../")) {
-      i += 3;
-    } else if (startsWith(u"./")) {
-      i += 2;
-    } else if (startsWith(u"/./")) {
-      i += 2;  // leaves the '/' in front
-    } else if (restIs(u"/.")) {
-      out += u'/';
-      i = n;
-    } else if (startsWith(u"/../")) {
-      i += 3;
-      dropLastSegment();
-    } else if (restIs(u"/..")) {
-      dropLastSegment();
-      out += u'/';
-      i = n;
-    } else if (restIs(u".") || restIs(u"..")) {
-      i = n;
-    } else {
-      Pos next = in.find(u'/', in[i] == u'/' ? i + 1 : i);
-      if (next == npos) next = n;
-      out.append(in, i, next - i);
-      i = next;
-    }
-  }
-  return out;
-}
-
-}  // namespace
+using namespace qen_url;
 
 // The parts of one URL text, with what was written at all.
 struct QEN_TURL::Parsed {
@@ -237,6 +26,60 @@ struct QEN_TURL::Parsed {
   QEN_TString path;
   Params params;
   QEN_TString fragment;
+
+  // The usual URL, as PlainText writes it: a protocol, "//", a host and a
+  // path, all of characters that stand as they are. Nothing in it is
+  // encoded, so its parts are pieces of the text; they go straight into
+  // `url`. False, with `url` as it was, for any other text.
+  static bool TakePlain(QEN_TURL& url, const std::u16string& text) {
+    const Pos n = text.size();
+    Pos j = 0;
+    while (j < n && IsSchemeChar(text[j])) ++j;
+    if (j < 2 || !IsAsciiAlpha(text[0]) || n - j < 3 || text[j] != ':' || text[j + 1] != '/' ||
+        text[j + 2] != '/')
+      return false;
+    const Pos host = j + 3;
+    Pos path = host;
+    for (; path < n && text[path] != '/'; ++path)
+      if (text[path] >= 0x80 || !Keeps(kHost, static_cast<unsigned char>(text[path]))) return false;
+    for (Pos k = path; k < n; ++k)
+      if (text[k] >= 0x80 || !Keeps(kPath, static_cast<unsigned char>(text[k]))) return false;
+    std::u16string protocol(text, 0, j);
+    for (char16_t& c : protocol) c = AsciiLower(c);
+    url.mProtocol = QEN_TString(std::move(protocol));
+    if (!url.mUser.Empty()) url.mUser = QEN_TString();
+    if (!url.mPassword.Empty()) url.mPassword = QEN_TString();
+    url.mHost = QEN_TString(text.data() + host, static_cast<unsigned>(path - host));
+    url.mPort = 0;
+    url.mHasAuthority = true;
+    url.mPath = QEN_TString(text.data() + path, static_cast<unsigned>(n - path));
+    url.mParams.clear();
+    if (!url.mFragment.Empty()) url.mFragment = QEN_TString();
+    return true;
+  }
+
+  // The length of the text of the usual URL (protocol, authority with a
+  // host at most, a path and nothing else), or npos for any other.
+  static Pos PlainLength(const QEN_TURL& url) {
+    if (!url.mHasAuthority || url.mProtocol.Empty() || !url.mUser.Empty() ||
+        !url.mPassword.Empty() || url.mPort != 0 || !url.mParams.empty() || !url.mFragment.Empty())
+      return npos;
+    for (char16_t c : url.mProtocol.Chars())
+      if (c >= 0x80) return npos;
+    return url.mProtocol.Length() + 3 + url.mHost.Length() + url.mPath.Length();
+  }
+
+  // Puts the usual URL's text together in `out` (PlainLength units), where
+  // all its characters stand as they are; false where some need encoding.
+  static bool PlainText(const QEN_TURL& url, char16_t* out) {
+    const std::u16string& protocol = url.mProtocol.Chars();
+    out = std::copy(protocol.begin(), protocol.end(), out);
+    *out++ = u':';
+    *out++ = u'/';
+    *out++ = u'/';
+    out = CopyPlain(out, url.mHost.Chars(), kHost);
+    return out != nullptr && CopyPlain(out, url.mPath.Chars(), kPath) != nullptr;
+  }
 
   explicit Parsed(const std::u16string& text) {
     const Pos n = text.size();
@@ -330,7 +173,9 @@ struct QEN_TURL::Parsed {
 
 QEN_TURL::QEN_TURL() = default;
 
-QEN_TURL::QEN_TURL(const QEN_TString& text) { Assign(Parsed(text.Chars())); }
+QEN_TURL::QEN_TURL(const QEN_TString& text) {
+  if (!Parsed::TakePlain(*this, text.Chars())) Assign(Parsed(text.Chars()));
+}
 
 QEN_TURL::QEN_TURL(const QEN_TURL& base, const QEN_TString& relative) {
   Parsed ref(relative.Chars());
@@ -425,46 +270,12 @@ bool QEN_TURL::Empty() const {
 }
 
 // ---------------------------------------------------------------------------
-// Parts.
+// Parts and the query as text.
 
 QEN_TURL& QEN_TURL::SetProtocol(const QEN_TString& protocol) {
   mProtocol = LowerAscii(protocol.Chars());
   Normalize();
   return *this;
-}
-
-QEN_TURL& QEN_TURL::SetHost(const QEN_TString& host) {
-  mHost = host;
-  Normalize();
-  return *this;
-}
-
-QEN_TURL& QEN_TURL::SetPort(unsigned port) {
-  mPort = port;
-  Normalize();
-  return *this;
-}
-
-QEN_TURL& QEN_TURL::SetUser(const QEN_TString& user, const QEN_TString& password) {
-  mUser = user;
-  mPassword = password;
-  Normalize();
-  return *this;
-}
-
-QEN_TURL& QEN_TURL::SetFragment(const QEN_TString& fragment) {
-  mFragment = fragment;
-  return *this;
-}
-
-QEN_TString QEN_TURL::FileName() const {
-  int slash = mPath.Find(u'/', -1, true);
-  return slash < 0 ? mPath : mPath.Substring(slash + 1, -1);
-}
-
-QEN_TString QEN_TURL::PathName() const {
-  int slash = mPath.Find(u'/', -1, true);
-  return slash < 0 ? QEN_TString() : mPath.Substring(0, slash);
 }
 
 QEN_TString QEN_TURL::LocalPath() const {
@@ -476,81 +287,6 @@ QEN_TString QEN_TURL::LocalPath() const {
 
 QEN_TString QEN_TURL::PathString() const {
   return QEN_TString(EncodePath(mPath, !mProtocol.Empty(), mHasAuthority));
-}
-
-QEN_TURL QEN_TURL::Folder() const {
-  QEN_TURL folder(*this);
-  folder.SetFileName(QEN_TString::sEmpty);
-  folder.mParams.clear();
-  folder.mFragment = QEN_TString();
-  return folder;
-}
-
-QEN_TURL& QEN_TURL::SetPathName(const QEN_TString& pathName) {
-  const std::u16string& given = pathName.Chars();
-  Pos keep = given.find_last_not_of(u'/');
-  QEN_TString folder(keep == npos ? std::u16string() : given.substr(0, keep + 1));
-  QEN_TString file = FileName();
-  if (given.empty() && !mHasAuthority && mPath.Find(u'/') < 0) {
-    mPath = file;  // a relative path without a folder stays one
-  } else {
-    mPath = folder + "/" + file;
-  }
-  Normalize();
-  return *this;
-}
-
-QEN_TURL& QEN_TURL::SetFileName(const QEN_TString& fileName) {
-  int slash = mPath.Find(u'/', -1, true);
-  mPath = (slash < 0 ? QEN_TString() : mPath.Substring(0, slash + 1)) + fileName;
-  Normalize();
-  return *this;
-}
-
-QEN_TURL& QEN_TURL::SetPath(const QEN_TString& path) {
-  mPath = path;
-  Normalize();
-  return *this;
-}
-
-// ---------------------------------------------------------------------------
-// Parameters.
-
-std::size_t QEN_TURL::FindParam(const QEN_TString& key) const {
-  for (std::size_t i = 0; i < mParams.size(); ++i)
-    if (mParams[i].first == key) return i;
-  return mParams.size();
-}
-
-bool QEN_TURL::GetParam(const QEN_TString& key, QEN_TString& value) const {
-  std::size_t i = FindParam(key);
-  if (i == mParams.size()) return false;
-  value = mParams[i].second;
-  return true;
-}
-
-bool QEN_TURL::HasParam(const QEN_TString& key) const { return FindParam(key) < mParams.size(); }
-
-QEN_TString QEN_TURL::Param(const QEN_TString& key) const {
-  std::size_t i = FindParam(key);
-  return i == mParams.size() ? QEN_TString() : mParams[i].second;
-}
-
-QEN_TURL& QEN_TURL::SetParam(const QEN_TString& key, const QEN_TString& value) {
-  std::size_t i = FindParam(key);
-  if (i == mParams.size()) {
-    mParams.emplace_back(key, value);
-  } else {
-    mParams[i].second = value;
-  }
-  return *this;
-}
-
-bool QEN_TURL::RemoveParam(const QEN_TString& key) {
-  std::size_t i = FindParam(key);
-  if (i == mParams.size()) return false;
-  mParams.erase(mParams.begin() + static_cast<std::ptrdiff_t>(i));
-  return true;
 }
 
 QEN_TURL& QEN_TURL::SetQuery(const QEN_TString& query) {
@@ -571,116 +307,15 @@ QEN_TString QEN_TURL::Query() const {
   return QEN_TString(out);
 }
 
-namespace {
-
-// The text of a parameter value held in a dictionary.
-bool ValueText(const QEN_TAny& value, QEN_TString& text) {
-  if (value.IsNothing()) {
-    text = QEN_TString();
-    return true;
-  }
-  if (const auto* s = static_cast<const QEN_TString*>(value.DynamicCast("QEN_TString"))) {
-    text = *s;
-    return true;
-  }
-  if (const auto* u = static_cast<const QEN_TURL*>(value.DynamicCast("QEN_TURL"))) {
-    text = u->AsString();
-    return true;
-  }
-  switch (value.GetKind()) {
-    case QEN_TAny::kBool:
-      text = value.AsBool() ? "true" : "false";
-      return true;
-    case QEN_TAny::kInt32:
-    case QEN_TAny::kInt64:
-      text = QEN_TString::Format("%lld", value.AsInt64());
-      return true;
-    case QEN_TAny::kUInt8:
-    case QEN_TAny::kUInt16:
-    case QEN_TAny::kUInt32:
-    case QEN_TAny::kUInt64:
-      text = QEN_TString::Format("%llu", value.AsUInt64());
-      return true;
-    case QEN_TAny::kDouble:
-      text = QEN_TString::Format("%.17g", value.AsDouble());
-      return true;
-    default:
-      return false;
-  }
-}
-
-}  // namespace
-
-QEN_TDict QEN_TURL::ParamDict() const {
-  QEN_TDict dict;
-  for (const auto& param : mParams) dict.Add(param.first, QEN_TAny(param.second));
-  return dict;
-}
-
-QEN_TURL& QEN_TURL::SetParamDict(const QEN_TDict& params) {
-  // Keys that stay keep their place in the text; new keys follow in the
-  // order of their text, so the result doesn't depend on the order in which
-  // the dictionary happens to give them.
-  std::vector<std::pair<QEN_TString, QEN_TString>> incoming;
-  std::unordered_map<std::u16string, std::size_t> index;
-  for (QEN_TConstIterator it(params); !it.IsDone(); it++) {
-    const auto* key = static_cast<const QEN_TString*>(it.Key().DynamicCast("QEN_TString"));
-    QEN_TString text;
-    if (key == nullptr || !ValueText(it.Value(), text)) continue;
-    index.emplace(key->Chars(), incoming.size());
-    incoming.emplace_back(*key, std::move(text));
-  }
-  Params result;
-  result.reserve(incoming.size());
-  std::vector<bool> taken(incoming.size(), false);
-  for (const auto& old : mParams) {
-    auto found = index.find(old.first.Chars());
-    if (found == index.end()) continue;
-    taken[found->second] = true;
-    result.push_back(incoming[found->second]);
-  }
-  std::size_t kept = result.size();
-  for (std::size_t i = 0; i < incoming.size(); ++i)
-    if (!taken[i]) result.push_back(std::move(incoming[i]));
-  std::sort(result.begin() + static_cast<std::ptrdiff_t>(kept), result.end(),
-            [](const auto& a, const auto& b) { return a.first < b.first; });
-  mParams = std::move(result);
-  return *this;
-}
-
 // ---------------------------------------------------------------------------
 // Text.
 
-namespace {
-
-// Appends text that is ASCII and kept as it is in `part`; false, with `out`
-// as it may stand then, when some character needs more.
-bool AppendPlain(std::u16string& out, const std::u16string& text, Part part) {
-  for (char16_t c : text) {
-    if (c >= 0x80 || !Keeps(part, static_cast<unsigned char>(c))) return false;
-    out += c;
-  }
-  return true;
-}
-
-}  // namespace
-
 QEN_TString QEN_TURL::AsString() const {
-  // The usual URL (protocol, authority with a host at most, a path and
-  // nothing else, all in characters that stand as they are) is put together
-  // directly; anything else goes through the full encoding below.
-  if (mHasAuthority && !mProtocol.Empty() && mUser.Empty() && mPassword.Empty() && mPort == 0 &&
-      mParams.empty() && mFragment.Empty()) {
-    std::u16string text;
-    text.reserve(mProtocol.Length() + 3 + mHost.Length() + mPath.Length());
-    bool plain = true;
-    for (char16_t c : mProtocol.Chars()) plain = plain && c < 0x80;
-    if (plain) {
-      text = mProtocol.Chars();
-      text += u"://";
-      if (AppendPlain(text, mHost.Chars(), kHost) && AppendPlain(text, mPath.Chars(), kPath))
-        return QEN_TString(std::move(text));
-    }
+  // The usual URL directly; anything else through the full encoding below.
+  const Pos length = Parsed::PlainLength(*this);
+  if (length != npos) {
+    std::u16string text(length, u'\0');
+    if (Parsed::PlainText(*this, &text[0])) return QEN_TString(std::move(text));
   }
   std::string out;
   if (!mProtocol.Empty()) {
@@ -726,34 +361,6 @@ QEN_TString QEN_TURL::HexEncode(const QEN_TString& text) {
   return QEN_TString(out);
 }
 
-QEN_TURL QEN_TURL::LocalToURL(const QEN_TString& localPath) {
-  QEN_TURL url;
-  url.mProtocol = "file";
-  url.mHasAuthority = true;
-  const std::u16string& path = localPath.Chars();
-  if (path.size() > 2 && path[0] == u'/' && path[1] == u'/' && path[2] != u'/') {
-    // "//host/share/..." names a file on another machine.
-    Pos slash = path.find(u'/', 2);
-    if (slash == npos) slash = path.size();
-    url.mHost = QEN_TString(path.substr(2, slash - 2));
-    url.mPath = QEN_TString(path.substr(slash));
-  } else if (!path.empty() && path[0] != u'/') {
-    // A file URL is absolute; a relative path counts from where we are.
-    const std::string cwd = vyr::sys::CurrentFolder();
-    if (!cwd.empty()) {
-      QEN_TString base(cwd.c_str());
-      if (base.Empty() || base[base.Length() - 1] != u'/') base += '/';
-      url.mPath = base + localPath;
-    } else {
-      url.mPath = localPath;
-    }
-  } else {
-    url.mPath = localPath;
-  }
-  url.Normalize();
-  return url;
-}
-
 bool QEN_TURL::operator==(const QEN_TURL& other) const {
   if (!(mProtocol == other.mProtocol && mHasAuthority == other.mHasAuthority &&
         mUser == other.mUser && mPassword == other.mPassword && mPort == other.mPort &&
@@ -780,13 +387,30 @@ bool QEN_TURL::operator==(const QEN_TURL& other) const {
 // ---------------------------------------------------------------------------
 // Stored forms.
 
-void QEN_TURL::QEN_Pack(QEN_IPacking& out) const { AsString().QEN_Pack(out); }
+// The text as a QEN_TString packs it; the usual URL with no string object
+// in between, either way.
+void QEN_TURL::QEN_Pack(QEN_IPacking& out) const {
+  const Pos length = Parsed::PlainLength(*this);
+  if (length != npos) {
+    char16_t local[256];
+    std::u16string heap;
+    char16_t* text = local;
+    if (length > sizeof local / sizeof local[0]) {
+      heap.resize(length);
+      text = &heap[0];
+    }
+    if (Parsed::PlainText(*this, text)) {
+      out.PutChars(text, static_cast<unsigned>(length));
+      return;
+    }
+  }
+  AsString().QEN_Pack(out);
+}
 
-// The text as a QEN_TString reads it, with no string object in between.
 void QEN_TURL::QEN_Unpack(QEN_IUnpacking& in) {
   std::u16string text;
   in.GetChars(text);
-  Assign(Parsed(text));
+  if (!Parsed::TakePlain(*this, text)) Assign(Parsed(text));
 }
 
 bool QEN_TURL::WriteTo(QEN_THumanReadableStream& out) const { return AsString().WriteTo(out); }

@@ -223,8 +223,17 @@ class QEN_API QEN_TDataStream : public QEN_IPacking, public QEN_IUnpacking {
   struct ReadClass;
   struct WrittenClass;
 
+  // The class number written for objects of a C++ type, in a slot that
+  // the type's address picks.
+  struct WrittenType {
+    const void* type = nullptr;  // its std::type_info
+    unsigned number = 0;
+  };
+  static const unsigned kWrittenTypes = 16;
+
   void Put(const void* data, unsigned size);
   void TakeInto(void* data, unsigned size, const char* what);
+  void TakeFromStream(void* data, unsigned size, const char* what);
   unsigned char TakeByte(const char* what);
   void StartReading();
 
@@ -241,6 +250,7 @@ class QEN_API QEN_TDataStream : public QEN_IPacking, public QEN_IUnpacking {
   bool mFramesNamed = false;        // a class frame named a class for the writer
   std::vector<ReadClass> mReadClasses;
   std::vector<WrittenClass> mWrittenClasses;
+  WrittenType mWrittenTypes[kWrittenTypes];
 };
 
 // The text stream. Writing chains like an ostream; reading gives characters,

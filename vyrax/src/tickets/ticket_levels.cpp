@@ -17,13 +17,27 @@ constexpr unsigned kLevelOfOrdinal[] = {
 constexpr unsigned kOrdinals = sizeof kLevelOfOrdinal / sizeof kLevelOfOrdinal[0];
 
 bool StoresOrdinal(const QEN_TDict& internal) {
-  const QEN_TAny* version = internal.Lookup("version");
+  const QEN_TAny* version = internal.Lookup(VersionKey());
   // A version that is no number says nothing about the form; the value is
   // then taken as it stands, as for a missing one.
   return version != nullptr && version->IsNumber() && version->AsDouble() < kFirstBitSetVersion;
 }
 
 }  // namespace
+
+const QEN_TString& VersionKey() {
+  static const QEN_TString key("version");
+  return key;
+}
+
+const QEN_TDict& NewInternal() {
+  static const QEN_TDict internal = [] {
+    QEN_TDict made;
+    made[VersionKey()] = kTicketVersion;
+    return made;
+  }();
+  return internal;
+}
 
 unsigned LevelFromStored(unsigned stored, const QEN_TDict& internal) {
   if (stored < kOrdinals && StoresOrdinal(internal)) return kLevelOfOrdinal[stored];
@@ -43,7 +57,7 @@ StoredLevel LevelToStored(unsigned level, const QEN_TDict& internal) {
   if (level >= kOrdinals) return stored;
   stored.inTodaysForm = true;
   stored.today = internal;
-  stored.today["version"] = kTicketVersion;
+  stored.today[VersionKey()] = kTicketVersion;
   return stored;
 }
 

@@ -17,6 +17,13 @@ constexpr unsigned kExternalRefsBit = 0x80;
 // What this build writes under "version" in Internal.
 constexpr unsigned kTicketVersion = 11014;
 
+// The key "version", made once: a look-up by a string object spares making
+// one from its bytes each time.
+const QEN_TString& VersionKey();
+
+// Internal as a new ticket holds it: the version alone.
+const QEN_TDict& NewInternal();
+
 // The level a ticket holds, from the value stored in its binary or text
 // form. Tickets of a version below 9000 stored the ordinal of a named level
 // (0 to 6); any other value, and any value of a later or missing version, is

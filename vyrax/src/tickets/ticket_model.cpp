@@ -14,7 +14,7 @@ using namespace vyr_ticket;
 
 int VYR_TImageTicket::sInvalidValue = -1;
 
-VYR_TImageTicket::VYR_TImageTicket() { EnsureVersion(); }
+VYR_TImageTicket::VYR_TImageTicket() : mInternal(NewInternal()) {}
 
 VYR_TImageTicket::VYR_TImageTicket(const VYR_TImageTicket& other, unsigned int mask)
     : QEN_TObject(other), mFillLevel(other.mFillLevel & mask), mCreatorId(other.mCreatorId) {
@@ -115,7 +115,7 @@ void VYR_TImageTicket::TakeGroups(Other&& other, unsigned int level) {
 }
 
 void VYR_TImageTicket::EnsureVersion() {
-  if (!mInternal.HasKey("version")) mInternal["version"] = kTicketVersion;
+  if (!mInternal.HasKey(VersionKey())) mInternal[VersionKey()] = kTicketVersion;
 }
 
 void VYR_TImageTicket::ClearBasicInfo() {
@@ -142,7 +142,7 @@ void VYR_TImageTicket::Wipe() {
   mImageProcessor = QEN_TString();
   mFileFormat = QEN_TString();
   mFileFormatVersion = QEN_TString();
-  mInternal["version"] = kTicketVersion;
+  mInternal[VersionKey()] = kTicketVersion;
 }
 
 namespace {
