@@ -16,7 +16,6 @@ namespace tickettest {
 
 using TicketTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__>;
 
-
 // Fills the groups of `level` and sets the level. The references are real
 // VYR_TReference objects, or QEN_TURL stand-ins where a stored form must
 // not depend on another class's layout.

@@ -25,22 +25,11 @@ const unsigned kOddLevels[] = {0x2, 0x8, 0x80, 0x100, 0x200, 31, 0x7FFF, 0xFFFFF
 
 using test_support::Bytes;
 using test_support::Extract;
-
-// The ticket's own items, without the class identification in front.
-inline Bytes PackBare(const VYR_TImageTicket& ticket) { return test_support::PackContent(ticket); }
-
-inline void UnpackBare(const Bytes& bytes, VYR_TImageTicket& ticket) {
-  test_support::UnpackContent(bytes, ticket);
-}
-
-// With the class identification: what a proxy or a metadata store holds.
-inline Bytes PackObject(const QEN_IPackable& object) { return test_support::Pack(object); }
-
-inline std::string WriteText(const VYR_TImageTicket& ticket) { return test_support::Write(ticket); }
-
-inline void ReadText(const std::string& text, VYR_TImageTicket& ticket) {
-  test_support::ReadInto(ticket, text);
-}
+using test_support::Pack;
+using test_support::PackContent;
+using test_support::ReadInto;
+using test_support::UnpackContent;
+using test_support::Write;
 
 std::string AsString(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
 Bytes AsBytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
@@ -108,13 +97,13 @@ TEST_F(TicketTest, RoundTripsInBothFormsAtEveryLevel) {
     VYR_TImageTicket original = Sample(level);
     VYR_TTicketWriter(original).Internal("Acquire") = "limited";
     VYR_TImageTicket bare, read;
-    UnpackBare(PackBare(original), bare);
+    UnpackContent(PackContent(original), bare);
     EXPECT_TRUE(bare == original);
-    std::unique_ptr<QEN_IInterface> rebuilt = Extract(PackObject(original));
+    std::unique_ptr<QEN_IInterface> rebuilt = Extract(Pack(original));
     EXPECT_TRUE(AsTicket(rebuilt) == original);
     EXPECT_TRUE(AsTicket(rebuilt).QEN_IsIdent(original));
-    ReadText(WriteText(original), read);
-    EXPECT_TRUE(read == original) << WriteText(original);
+    ReadInto(read, Write(original));
+    EXPECT_TRUE(read == original) << Write(original);
     // Framed, as in a proxy's list, and rebuilt by class name.
     EXPECT_TRUE(AsTicket(test_support::ExtractAllText(Framed(original)).at(0)) == original);
   }
@@ -122,7 +111,7 @@ TEST_F(TicketTest, RoundTripsInBothFormsAtEveryLevel) {
 
 TEST_F(TicketTest, UnpackReplacesObjectsAndKeepsFieldsOutsideTheLevel) {
   VYR_TImageTicket target = Sample(VYR_FillFullInfo);
-  UnpackBare(PackBare(Sample(VYR_FillExtendedInfo & ~0x340u)), target);
+  UnpackContent(PackContent(Sample(VYR_FillExtendedInfo & ~0x340u)), target);
   EXPECT_EQ(target.FillLevel(), 0x3Fu);
   EXPECT_FALSE(target.HasExtendedInfo());
   EXPECT_FALSE(target.HasExternalRefs());
@@ -131,23 +120,23 @@ TEST_F(TicketTest, UnpackReplacesObjectsAndKeepsFieldsOutsideTheLevel) {
   VYR_TImageTicket noInfo;
   VYR_TTicketWriter(noInfo).SetFillLevel(VYR_FillExtendedInfo);
   VYR_TImageTicket read = Sample(VYR_FillFullInfo);
-  UnpackBare(PackBare(noInfo), read);
+  UnpackContent(PackContent(noInfo), read);
   EXPECT_FALSE(read.HasExtendedInfo());
   // FullInfo without either object: "NULL" in place of each in the text.
   VYR_TImageTicket bare = Sample(VYR_FillBasicInfo), fromText = Sample(VYR_FillFullInfo);
   VYR_TTicketWriter(bare).SetFillLevel(VYR_FillFullInfo);
-  ReadText(WriteText(bare), fromText);
+  ReadInto(fromText, Write(bare));
   EXPECT_TRUE(fromText == bare && !fromText.HasExtendedInfo() && !fromText.HasExternalRefs());
   // The groups below were read; the references' bit was not, and they went.
   EXPECT_FALSE(read.HasExternalRefs());
   EXPECT_EQ(read.NrPages(), -1);
 
   VYR_TImageTicket fileOnly = Sample(VYR_FillFullInfo);
-  UnpackBare(PackBare(Sample(VYR_FillFileAssigned)), fileOnly);
+  UnpackContent(PackContent(Sample(VYR_FillFileAssigned)), fileOnly);
   EXPECT_EQ(fileOnly.FileFormat(), "TIFF");
   // The text reader, too, leaves the objects of levels it did not read.
   VYR_TImageTicket target2 = Sample(VYR_FillFullInfo);
-  ReadText(WriteText(Sample(VYR_FillBasicInfo)), target2);
+  ReadInto(target2, Write(Sample(VYR_FillBasicInfo)));
   EXPECT_EQ(target2.FillLevel(), 15u);
   EXPECT_TRUE(target2.HasExtendedInfo() && target2.HasExternalRefs());
 }
@@ -169,13 +158,13 @@ TEST_F(TicketTest, OldTicketsStoredTheLevelAsAnOrdinal) {
                  std::to_string(row.version));
     Bytes bytes = HandPacked(row.stored, row.version, row.level);
     VYR_TImageTicket ticket;
-    UnpackBare(bytes, ticket);
+    UnpackContent(bytes, ticket);
     EXPECT_EQ(ticket.FillLevel(), row.level);
     // The version read stays; and the ticket is written back in its own form.
     EXPECT_EQ(static_cast<unsigned>(std::as_const(ticket).Internal("version")), row.version);
-    EXPECT_EQ(PackBare(ticket) == bytes, row.sameBytes);
+    EXPECT_EQ(PackContent(ticket) == bytes, row.sameBytes);
     VYR_TImageTicket again;
-    UnpackBare(PackBare(ticket), again);
+    UnpackContent(PackContent(ticket), again);
     EXPECT_TRUE(again == ticket);
   }
   // A level that the old form can't carry is written in today's form rather
@@ -184,8 +173,8 @@ TEST_F(TicketTest, OldTicketsStoredTheLevelAsAnOrdinal) {
     VYR_TImageTicket odd = Sample(level);
     VYR_TTicketWriter(odd).Internal("version") = 8500u;
     VYR_TImageTicket fromBinary, fromText;
-    UnpackBare(PackBare(odd), fromBinary);
-    ReadText(WriteText(odd), fromText);
+    UnpackContent(PackContent(odd), fromBinary);
+    ReadInto(fromText, Write(odd));
     for (const VYR_TImageTicket* read : {&fromBinary, &fromText}) {
       EXPECT_EQ(read->FillLevel(), level);
       EXPECT_EQ(static_cast<unsigned>(std::as_const(*read).Internal("version")), 11014u);
@@ -196,7 +185,7 @@ TEST_F(TicketTest, OldTicketsStoredTheLevelAsAnOrdinal) {
   VYR_TImageTicket noVersion = Sample(0x4);
   VYR_TTicketWriter(noVersion).Internal().Remove("version");
   VYR_TImageTicket read;
-  UnpackBare(PackBare(noVersion), read);
+  UnpackContent(PackContent(noVersion), read);
   EXPECT_EQ(read.FillLevel(), 4u);
   EXPECT_EQ(std::as_const(read).Internal("version"), QEN_TAny::Illegal());
 }
@@ -209,8 +198,8 @@ TEST_F(TicketTest, GoldenFilesReadBack) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.first);
     VYR_TImageTicket ticket = Sample(row.second, false);
-    std::string bin = Golden(std::string(row.first) + ".bin", AsString(PackObject(ticket)));
-    EXPECT_EQ(AsString(PackObject(ticket)), bin);
+    std::string bin = Golden(std::string(row.first) + ".bin", AsString(Pack(ticket)));
+    EXPECT_EQ(AsString(Pack(ticket)), bin);
     EXPECT_TRUE(AsTicket(Extract(AsBytes(bin))) == ticket);
     // The framed text form, as the ticket stands in a proxy's list.
     std::string text = Golden(std::string(row.first) + ".txt", Framed(ticket));
@@ -221,7 +210,7 @@ TEST_F(TicketTest, GoldenFilesReadBack) {
   std::string old = Golden("ticket_v8500_level4.bin", AsString(HandPacked(4, 8500, 15)));
   EXPECT_EQ(AsString(HandPacked(4, 8500, 15)), old);
   VYR_TImageTicket ticket;
-  UnpackBare(AsBytes(old), ticket);
+  UnpackContent(AsBytes(old), ticket);
   EXPECT_EQ(ticket.FillLevel(), 15u);
   EXPECT_EQ(ticket.FileFormatVersion(), "5.0");
   EXPECT_EQ(ticket.NrColumns(), 2550u);
@@ -234,15 +223,15 @@ TEST_F(TicketTest, GoldenFilesReadBack) {
 }
 
 TEST_F(TicketTest, DamagedBinaryIsAnExceptionAtEveryLength) {
-  Bytes packed = PackObject(Sample(VYR_FillFullInfo));
+  Bytes packed = Pack(Sample(VYR_FillFullInfo));
   for (size_t length = 0; length < packed.size(); ++length) {
     Bytes cut(packed.begin(), packed.begin() + length);
     EXPECT_THROW(Extract(cut), QEN_EStreamException) << "length " << length;
   }
-  Bytes bare = PackBare(Sample(VYR_FillFullInfo));
+  Bytes bare = PackContent(Sample(VYR_FillFullInfo));
   for (size_t length = 0; length < bare.size(); length += 7) {
     VYR_TImageTicket ticket;
-    EXPECT_THROW(UnpackBare(Bytes(bare.begin(), bare.begin() + length), ticket),
+    EXPECT_THROW(UnpackContent(Bytes(bare.begin(), bare.begin() + length), ticket),
                  QEN_EStreamException)
         << "length " << length;
   }
@@ -265,7 +254,7 @@ TEST_F(TicketTest, ObjectOfTheWrongClassBehindAFlagIsRefused) {
     put(out);
     out.Flush();
     VYR_TImageTicket ticket = Sample(VYR_FillFullInfo);
-    EXPECT_THROW(UnpackBare(Bytes(memory.Data(), memory.Data() + memory.Length()), ticket),
+    EXPECT_THROW(UnpackContent(Bytes(memory.Data(), memory.Data() + memory.Length()), ticket),
                  QEN_EStreamException);
     EXPECT_FALSE(ticket.HasExternalRefs());
     EXPECT_EQ(ticket.FillLevel(), 0x80u);
@@ -275,8 +264,8 @@ TEST_F(TicketTest, ObjectOfTheWrongClassBehindAFlagIsRefused) {
   const QEN_TAny levels[] = {QEN_TAny(2.5), QEN_TAny(-(1LL << 40)), QEN_TAny(QEN_TList()),
                              QEN_TAny(QEN_TString("x"))};
   const VYR_TImageTicket empty;
-  Bytes header = PackObject(empty);
-  header.resize(header.size() - PackBare(empty).size());  // the marker and class name
+  Bytes header = Pack(empty);
+  header.resize(header.size() - PackContent(empty).size());  // the marker and class name
   for (const QEN_TAny& level : levels) {
     QEN_TMemoryStream memory;
     QEN_TDataStream out(memory);
@@ -286,7 +275,7 @@ TEST_F(TicketTest, ObjectOfTheWrongClassBehindAFlagIsRefused) {
     Bytes whole = header;
     whole.insert(whole.end(), bare.begin(), bare.end());
     VYR_TImageTicket ticket;
-    EXPECT_THROW(UnpackBare(bare, ticket), QEN_EStreamException);
+    EXPECT_THROW(UnpackContent(bare, ticket), QEN_EStreamException);
     try {
       Extract(whole);
       ADD_FAILURE() << "read";
@@ -299,7 +288,7 @@ TEST_F(TicketTest, ObjectOfTheWrongClassBehindAFlagIsRefused) {
 // --- Text form --------------------------------------------------------------------
 
 TEST_F(TicketTest, WhiteSpaceAroundTheCommas) {
-  const std::string text = WriteText(Sample(VYR_FillBasicInfo));
+  const std::string text = Write(Sample(VYR_FillBasicInfo));
   struct Row {
     const char* prefix;
     const char* line;
@@ -321,16 +310,16 @@ TEST_F(TicketTest, WhiteSpaceAroundTheCommas) {
     std::string changed = WithLine(text, row.prefix, row.line);
     ASSERT_NE(changed, text);
     if (row.reads) {
-      ReadText(changed, ticket);
+      ReadInto(ticket, changed);
       EXPECT_TRUE(ticket == Sample(VYR_FillBasicInfo));
     } else {
-      EXPECT_THROW(ReadText(changed, ticket), QEN_ESyntaxError);
+      EXPECT_THROW(ReadInto(ticket, changed), QEN_ESyntaxError);
     }
   }
 }
 
 TEST_F(TicketTest, ReaderKnowsItsOwnNamesOnly) {
-  const std::string text = WriteText(Sample(VYR_FillBasicInfo));
+  const std::string text = Write(Sample(VYR_FillBasicInfo));
   struct Row {
     const char* prefix;
     const char* line;
@@ -343,21 +332,21 @@ TEST_F(TicketTest, ReaderKnowsItsOwnNamesOnly) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.line);
     VYR_TImageTicket ticket;
-    EXPECT_THROW(ReadText(WithLine(text, row.prefix, row.line), ticket), QEN_ESyntaxError);
+    EXPECT_THROW(ReadInto(ticket, WithLine(text, row.prefix, row.line)), QEN_ESyntaxError);
   }
   // The reader's own spelling of an unknown alpha plane.
   VYR_TImageTicket unknownAlpha;
-  ReadText(WithLine(text, "AlphaPre", "UnknownAlpha"), unknownAlpha);
+  ReadInto(unknownAlpha, WithLine(text, "AlphaPre", "UnknownAlpha"));
   EXPECT_EQ(unknownAlpha.AlphaPlane(), VYR_AlphaUnknown);
 
   // A Production image writes fine and fails at its line.
   VYR_TImageTicket production = Sample(VYR_FillBasicInfo);
   VYR_TTicketWriter(production).SetImageType(VYR_TypeProduction);
-  std::string written = WriteText(production);
+  std::string written = Write(production);
   EXPECT_NE(written.find("\nProduction\n"), std::string::npos);
   VYR_TImageTicket read;
   try {
-    ReadText(written, read);
+    ReadInto(read, written);
     FAIL() << "no exception";
   } catch (const QEN_ESyntaxError& e) {
     EXPECT_NE(std::string(e.QEN_Message().c_str()).find("line 6"), std::string::npos)
@@ -368,32 +357,32 @@ TEST_F(TicketTest, ReaderKnowsItsOwnNamesOnly) {
 TEST_F(TicketTest, TextOfOldTicketsConvertsTheLevel) {
   // Version 8000, level 5 in the text: an ExtendedInfo ticket.
   VYR_TImageTicket ticket;
-  std::string text = WriteText(Sample(VYR_FillExtendedInfo));
+  std::string text = Write(Sample(VYR_FillExtendedInfo));
   text = "5" + text.substr(text.find('\n'));
   text.replace(text.find("11014"), 5, "8000");
-  ReadText(text, ticket);
+  ReadInto(ticket, text);
   EXPECT_EQ(ticket.FillLevel(), 127u);
   EXPECT_TRUE(ticket.HasExtendedInfo());
   // Written back in the same form.
-  EXPECT_EQ(WriteText(ticket), text);
+  EXPECT_EQ(Write(ticket), text);
 }
 
 TEST_F(TicketTest, DamagedTextIsASyntaxErrorOrAShorterTicket) {
-  const std::string text = WriteText(Sample(VYR_FillFullInfo));
+  const std::string text = Write(Sample(VYR_FillFullInfo));
   for (size_t length = 0; length < text.size(); ++length) {
     VYR_TImageTicket ticket;
     try {
-      ReadText(text.substr(0, length), ticket);
+      ReadInto(ticket, text.substr(0, length));
       // Only a cut inside the last number can still read.
       EXPECT_GT(length, text.rfind('\n')) << "length " << length;
     } catch (const QEN_EException&) {
     }
   }
   VYR_TImageTicket ticket;
-  EXPECT_THROW(ReadText("28671\nQEN_TDict {}\n\"\"\n* QEN_TString { \"x\" }\n", ticket),
+  EXPECT_THROW(ReadInto(ticket, "28671\nQEN_TDict {}\n\"\"\n* QEN_TString { \"x\" }\n"),
                QEN_ESyntaxError);
-  EXPECT_THROW(ReadText("128\nQEN_TDict {}\n\"\"\n+ QEN_TDict {}\n", ticket), QEN_ESyntaxError);
-  EXPECT_THROW(ReadText("128\nQEN_TDict {}\n\"\"\n* NoSuchClass {}\n", ticket), QEN_EException);
+  EXPECT_THROW(ReadInto(ticket, "128\nQEN_TDict {}\n\"\"\n+ QEN_TDict {}\n"), QEN_ESyntaxError);
+  EXPECT_THROW(ReadInto(ticket, "128\nQEN_TDict {}\n\"\"\n* NoSuchClass {}\n"), QEN_EException);
 }
 
 // --- The proxy's forms ------------------------------------------------------------------
@@ -418,8 +407,8 @@ TEST_F(TicketTest, ProxyGoldenFilesKeepTheSelectionAsAnIndex) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.first);
     const VYR_TImageProxy& proxy = *row.second;
-    std::string bin = Golden(std::string(row.first) + ".bin", AsString(PackObject(proxy)));
-    EXPECT_EQ(AsString(PackObject(proxy)), bin);
+    std::string bin = Golden(std::string(row.first) + ".bin", AsString(Pack(proxy)));
+    EXPECT_EQ(AsString(Pack(proxy)), bin);
     const auto fromBytes = Extract(AsBytes(bin));
     EXPECT_TRUE(AsProxy(fromBytes) == proxy);  // the index takes part
     std::string text = Golden(std::string(row.first) + ".txt", Framed(proxy));
@@ -430,21 +419,20 @@ TEST_F(TicketTest, ProxyGoldenFilesKeepTheSelectionAsAnIndex) {
 
 TEST_F(TicketTest, DamagedProxyIsAnExceptionAndLeavesTheProxyWhole) {
   const VYR_TImageProxy proxy = FourTickets();
-  Bytes packed = PackObject(proxy);
+  Bytes packed = Pack(proxy);
   for (size_t length = 0; length < packed.size(); ++length)
     EXPECT_THROW(Extract(Bytes(packed.begin(), packed.begin() + length)), QEN_EStreamException)
         << "length " << length;
   VYR_TImageProxy target = FourTickets();
-  const std::string text = test_support::Write(proxy);
+  const std::string text = Write(proxy);
   // Whole up to the index, and no shorter.
   for (size_t length = 0; length + 1 < text.size(); length += 5)
-    EXPECT_THROW(test_support::ReadInto(target, text.substr(0, length)), QEN_EStreamException)
+    EXPECT_THROW(ReadInto(target, text.substr(0, length)), QEN_EStreamException)
         << "length " << length;
   // A list of something else than tickets is no proxy, in either form.
   ProxyBuilder stray(Image(0, VYR_TypeImage, -1));
   stray.List().AddAtTail(QEN_TAny(QEN_TURL("file:///not/a/ticket.tif")));
-  EXPECT_THROW(test_support::UnpackContent(test_support::PackContent(stray), target),
-               QEN_EStreamException);
-  EXPECT_THROW(test_support::ReadInto(target, test_support::Write(stray)), QEN_ESyntaxError);
+  EXPECT_THROW(UnpackContent(PackContent(stray), target), QEN_EStreamException);
+  EXPECT_THROW(ReadInto(target, Write(stray)), QEN_ESyntaxError);
   EXPECT_TRUE(target == proxy);
 }
