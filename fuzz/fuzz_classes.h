@@ -62,20 +62,31 @@ inline QEN_TMemoryStream Over(std::string& text) {
                            static_cast<unsigned>(text.size()));
 }
 
-// Written by us, so the bare binary form of `value` must read back whole into
-// a new T that packs to the same bytes; that T is given back.
+// Reads `form`, which we wrote in Stream's bare form, into `again`; gives the
+// bytes the reader left, or -1 when it refused the form with a stream exception.
+inline void ReadBare(QEN_TDataStream& in, QEN_IPackable& value) { value.QEN_Unpack(in); }
+inline void ReadBare(QEN_THumanReadableStream& in, QEN_IHumanReadable& value) {
+  value.ReadFrom(in);
+}
+template <class Stream, class T>
+long ReadBack(std::string form, T& again) {
+  QEN_TMemoryStream memory = Over(form);
+  Stream in(memory);
+  try {
+    ReadBare(in, again);
+  } catch (const QEN_EStreamException&) {
+    return -1;
+  }
+  return static_cast<long>(memory.Available());
+}
+
+// The bare binary form of `value` must read back whole into a new T that packs
+// to the same bytes; that T is given back.
 template <class T>
 T BinaryReadsBack(const T& value) {
-  std::string first = Packed(value);
-  QEN_TMemoryStream memory = Over(first);
-  QEN_TDataStream in(memory);
   T again;
-  try {
-    again.QEN_Unpack(in);
-  } catch (const QEN_EException&) {
+  if (ReadBack<QEN_TDataStream>(Packed(value), again) != 0 || Packed(again) != Packed(value))
     std::abort();
-  }
-  if (memory.Available() != 0 || Packed(again) != Packed(value)) std::abort();
   return again;
 }
 
@@ -84,16 +95,9 @@ T BinaryReadsBack(const T& value) {
 // values): such a value writes fine and can't be read back.
 template <class T>
 void TextReadsBack(const std::string& first) {
-  std::string copy = first;
-  QEN_TMemoryStream memory = Over(copy);
-  QEN_THumanReadableStream in(memory);
   T again;
-  try {
-    again.ReadFrom(in);
-  } catch (const QEN_EStreamException&) {
-    return;
-  }
-  if (Written(again) != first) std::abort();
+  if (ReadBack<QEN_THumanReadableStream>(first, again) >= 0 && Written(again) != first)
+    std::abort();
 }
 
 // Extract over arbitrary input, object after object, until the input ends or
