@@ -199,6 +199,18 @@ inline Bytes Golden(const std::string& name, const Bytes& current) {
 
 // --- Pinned forms -----------------------------------------------------------------
 
+// Each of `read` is a T identical to the object at its place in `objects`.
+template <class T>
+void ExpectIdentical(const std::string& name,
+                     const std::vector<std::unique_ptr<QEN_IInterface>>& read,
+                     const std::vector<T>& objects) {
+  ASSERT_EQ(read.size(), objects.size()) << name;
+  for (size_t i = 0; i < objects.size(); ++i) {
+    const T* object = read[i]->template DynamicCast<T>();
+    EXPECT_TRUE(object != nullptr && object->QEN_IsIdent(objects[i])) << name << " " << i;
+  }
+}
+
 // The packed form of `objects` is the golden file `name`, and it reads back,
 // each object built by its class name, into objects identical to them. Every
 // cut of the packed form of objects[cut] fails with an exception.
@@ -209,12 +221,7 @@ void ExpectPinnedPacked(const std::string& name, const std::vector<T>& objects, 
   });
   const Bytes golden = Golden(name, packed);
   EXPECT_EQ(packed, golden) << name;
-  const auto read = ExtractAll(golden);
-  ASSERT_EQ(read.size(), objects.size()) << name;
-  for (size_t i = 0; i < objects.size(); ++i) {
-    const T* object = read[i]->template DynamicCast<T>();
-    EXPECT_TRUE(object != nullptr && object->QEN_IsIdent(objects[i])) << name << " " << i;
-  }
+  ExpectIdentical(name, ExtractAll(golden), objects);
   const Bytes one = Pack(objects.at(cut));
   for (size_t length = 1; length < one.size(); ++length)
     EXPECT_THROW(ExtractAll(Bytes(one.begin(), one.begin() + length)), QEN_EException)
@@ -232,12 +239,7 @@ void ExpectPinnedText(const std::string& name, const std::vector<T>& objects, si
   const std::string text = framed(objects);
   const std::string golden = Golden(name, text);
   EXPECT_EQ(text, golden) << name;
-  const auto read = ExtractAllText(golden);
-  ASSERT_EQ(read.size(), objects.size()) << name;
-  for (size_t i = 0; i < objects.size(); ++i) {
-    const T* object = read[i]->template DynamicCast<T>();
-    EXPECT_TRUE(object != nullptr && object->QEN_IsIdent(objects[i])) << name << " " << i;
-  }
+  ExpectIdentical(name, ExtractAllText(golden), objects);
   const std::string one = framed({objects.at(cut)});
   for (size_t length = 1; length + 1 < one.size(); ++length)
     EXPECT_THROW(ExtractAllText(one.substr(0, length)), QEN_EException)
