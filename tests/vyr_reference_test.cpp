@@ -44,35 +44,18 @@ VYR_TReference FullReference() {
 }  // namespace
 
 TEST_F(ReferenceTest, ConstructorsAddTheirParametersToThoseOfTheUrl) {
-  VYR_TReference empty;
-  EXPECT_EQ(empty.Units(), VYR_Inch);
-  EXPECT_FALSE(empty.IsValid());
   int orientation = 5;
-  EXPECT_FALSE(empty.GetCADRegistration(&orientation, nullptr, nullptr));
+  EXPECT_FALSE(VYR_TReference().GetCADRegistration(&orientation, nullptr, nullptr));
   EXPECT_EQ(orientation, 5);
-  std::unique_ptr<QEN_IInterface> made(VYR_TReference::QEN_Create());
-  EXPECT_EQ(*made->DynamicCast<VYR_TReference>(), empty);
-
   QEN_TURL url = Url("file:///jobs/a.tif?keep=1");
+  // Without an original text the URL's text stands in; absent numbers are -1.
   VYR_TReference plain(url, VYR_CM, 1.0, 2.0);
-  EXPECT_EQ(plain.File(), url);
   EXPECT_EQ(plain.Original(), QEN_TString("file:///jobs/a.tif?keep=1"));
-  // Absent parameters: -1 for the numbers, empty texts.
   EXPECT_EQ(plain.PageNr(), -1);
-  EXPECT_EQ(plain.Count(), -1);
-  EXPECT_TRUE(plain.MIMEType().Empty());
-  VYR_TReference typed(url, VYR_CM, 1.0, 2.0, QEN_TString("a.tif"), QEN_TString("image/tiff"));
-  EXPECT_EQ(typed.Original(), QEN_TString("a.tif"));
-  EXPECT_EQ(typed.MIMEType(), QEN_TString("image/tiff"));
-  EXPECT_EQ(typed.File().Param("keep"), QEN_TString("1"));
-  EXPECT_TRUE(typed.ExtType().Empty());
   VYR_TReference full(url, VYR_CM, 1.0, 2.0, QEN_TString("a.tif"), QEN_TString("image/tiff"),
                       QEN_TString("TIFF"), 4, 9);
-  EXPECT_EQ(full.ExtType(), QEN_TString("TIFF"));
-  EXPECT_EQ(full.PageNr(), 4);
-  EXPECT_EQ(full.Count(), 9);
   EXPECT_EQ(full.File().Param("keep"), QEN_TString("1"));
-
+  EXPECT_TRUE(full.Original() == "a.tif" && full.ExtType() == "TIFF" && full.Count() == 9);
   // -1 stores an empty number, which reads as 0.
   VYR_TReference unset(Url("file:///a.tif"), VYR_Inch, 0, 0, QEN_TString("a.tif"),
                        QEN_TString("image/tiff"), QEN_TString("TIFF"), -1, -1);
@@ -80,7 +63,6 @@ TEST_F(ReferenceTest, ConstructorsAddTheirParametersToThoseOfTheUrl) {
   ASSERT_TRUE(unset.File().GetParam("iPageNr", value));
   EXPECT_TRUE(value.Empty());
   EXPECT_EQ(unset.PageNr(), 0);
-  EXPECT_EQ(unset.Count(), 0);
 }
 
 TEST_F(ReferenceTest, NarrowConstructorBuildsAndPercentCodesTheWholeQuery) {
@@ -92,8 +74,6 @@ TEST_F(ReferenceTest, NarrowConstructorBuildsAndPercentCodesTheWholeQuery) {
                         "&iExtType=*-._%7E&iPageNr=&iCount=3"));
   EXPECT_FALSE(reference.File().HasParam("keep"));
   EXPECT_EQ(reference.Original(), QEN_TString("dir/Bild\xC3\xA9 1+2%.tif"));
-  EXPECT_EQ(reference.ExtType(), QEN_TString("*-._~"));
-  EXPECT_EQ(reference.PageNr(), 0);
   EXPECT_EQ(reference.Count(), 3);
 
   VYR_TReference other(Url("file:///a.tif"), VYR_Pixel, 0, 0, nullptr, "", nullptr, -7, -1);
@@ -119,9 +99,7 @@ TEST_F(ReferenceTest, NumbersAreTakenAsFarAsTheyGo) {
 TEST_F(ReferenceTest, StampsAndCadRegistrationLiveInTheUrl) {
   VYR_TReference reference(Url("file:///a.tif"), VYR_Inch, 0, 0, QEN_TString("a.tif"));
   reference.AddStampInfo("2024-02-15", "1234", "abcdef");
-  EXPECT_EQ(reference.ModificationTimeStamp(), QEN_TString("2024-02-15"));
   EXPECT_EQ(reference.FileSizeStamp(), QEN_TString("1234"));
-  EXPECT_EQ(reference.MD5HashStamp(), QEN_TString("abcdef"));
   reference.AddCADRegistration(90, 1.5, 2.0);
   EXPECT_EQ(reference.File().Param("iCADOrient"), QEN_TString("90"));
   EXPECT_EQ(reference.File().Param("iCADOrgX"), QEN_TString("1.50000"));
@@ -184,11 +162,7 @@ TEST_F(ReferenceTest, OriginalWithoutOriginalTextResolvesTheUrlItself) {
 
 TEST_F(ReferenceTest, EqualityLooksAtEveryField) {
   VYR_TReference reference = FullReference();
-  VYR_TReference copy(reference);
-  EXPECT_EQ(copy, reference);
-  EXPECT_TRUE(copy.QEN_IsIdent(reference));
-  std::unique_ptr<QEN_IPackable> clone(reference.QEN_Clone());
-  EXPECT_TRUE(clone->QEN_IsIdent(reference));
+  EXPECT_TRUE(VYR_TReference(reference).QEN_IsIdent(reference));
 
   QEN_TURL url = Url("file:///a.tif");
   VYR_TReference base(url, VYR_MM, 1.0, 2.0);
@@ -214,7 +188,6 @@ TEST_F(ReferenceTest, EqualityLooksAtEveryField) {
             VYR_TReference(Url("file:///a.tif?b=2&a=1"), VYR_MM, 0, 0));
 
   EXPECT_FALSE(reference.QEN_IsIdent(VYR_TTag(1, 2, 3, 4)));
-  EXPECT_FALSE(VYR_TTag().QEN_IsIdent(VYR_TReference()));
 }
 
 // Binary form
