@@ -17,12 +17,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "buffer_test_support.h"
+#include "stream_test_support.h"
 
 namespace metadatatest {
 
@@ -36,10 +36,7 @@ inline std::string WriteFile(const std::string& path, const std::string& bytes) 
   return path;
 }
 
-inline std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+using test_support::ReadFile;
 
 inline bool Exists(const std::string& path) {
   struct stat info;

@@ -97,6 +97,15 @@ inline std::vector<std::unique_ptr<QEN_IInterface>> ExtractAll(const Bytes& byte
   return objects;
 }
 
+// The T that `object` is; if it is none, a failed check and a T of nothing.
+template <class T>
+const T& As(const std::unique_ptr<QEN_IInterface>& object) {
+  static const T none;
+  const T* typed = object ? object->template DynamicCast<T>() : nullptr;
+  EXPECT_NE(typed, nullptr);
+  return typed != nullptr ? *typed : none;
+}
+
 // A new T filled by the binary stream's >>, which wants T's class in the bytes.
 template <class T>
 T Unpack(const Bytes& bytes) {

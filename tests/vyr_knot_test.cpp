@@ -7,7 +7,6 @@
 #include <limits>
 #include <memory>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,12 +40,6 @@ VYR_TKnot Read(const std::string& text) {
   VYR_TKnot knot;
   ReadInto(knot, text);
   return knot;
-}
-
-const VYR_TKnot& AsKnot(const std::unique_ptr<QEN_IInterface>& object) {
-  const VYR_TKnot* knot = object->DynamicCast<VYR_TKnot>();
-  if (knot == nullptr) throw std::runtime_error("not a knot");
-  return *knot;
 }
 
 VYR_TKnotType Type(unsigned value) { return static_cast<VYR_TKnotType>(value); }
@@ -89,7 +82,7 @@ TEST_F(KnotTest, PackedFormIsPinnedAndGivesIdenticalKnots) {
   VYR_TKnot extreme(VYR_KnotMoveTo, std::numeric_limits<double>::infinity(),
                     -std::numeric_limits<double>::denorm_min(), std::numeric_limits<double>::max(),
                     0, std::nan(""), 0);
-  const VYR_TKnot& read = AsKnot(ExtractAll(Pack({extreme}))[0]);
+  const VYR_TKnot& read = test_support::As<VYR_TKnot>(ExtractAll(Pack({extreme}))[0]);
   EXPECT_TRUE(read.V1() == extreme.V1() && read.H1() == extreme.H1() && read.V2() == extreme.V2());
   EXPECT_TRUE(std::isnan(read.V3()));
 }

@@ -7,7 +7,6 @@
 #include <limits>
 #include <memory>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -22,12 +21,6 @@ using ReferenceTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VY
 
 std::string Write(const VYR_TReference& reference) { return test_support::Write(reference); }
 VYR_TReference Read(const std::string& text) { return test_support::Read<VYR_TReference>(text); }
-
-const VYR_TReference& AsReference(const std::unique_ptr<QEN_IInterface>& object) {
-  const VYR_TReference* reference = object->DynamicCast<VYR_TReference>();
-  if (reference == nullptr) throw std::runtime_error("not a reference");
-  return *reference;
-}
 
 QEN_TURL Url(const char* text) { return QEN_TURL(QEN_TString(text)); }
 
@@ -198,7 +191,9 @@ TEST_F(ReferenceTest, PackedFormIsPinnedAndRebuiltIdenticalInEveryUnit) {
   // Every unit, and one outside the named ones, travels unchanged.
   for (unsigned unit : {0u, 1u, 2u, 3u, 4u, 0xFFFFFFFFu}) {
     VYR_TReference reference(FullReference().File(), static_cast<VYR_TMUnits>(unit), -1e300, 0.1);
-    EXPECT_TRUE(AsReference(ExtractAll(Pack(reference)).at(0)).QEN_IsIdent(reference)) << unit;
+    EXPECT_TRUE(
+        test_support::As<VYR_TReference>(ExtractAll(Pack(reference)).at(0)).QEN_IsIdent(reference))
+        << unit;
   }
   // Any single damaged byte either still reads or fails cleanly.
   const Bytes packed = Pack(FullReference());

@@ -23,6 +23,7 @@ const unsigned kNamedLevels[] = {VYR_FillEmpty,          VYR_FillFileAssigned, V
                                  VYR_FillFullInfo};
 const unsigned kOddLevels[] = {0x2, 0x8, 0x80, 0x100, 0x200, 31, 0x7FFF, 0xFFFFFFFFu};
 
+using test_support::As;
 using test_support::Bytes;
 using test_support::Extract;
 using test_support::Pack;
@@ -64,12 +65,16 @@ std::string Framed(const QEN_IHumanReadable& object) {
   return test_support::Written([&](QEN_THumanReadableStream& out) { out.WriteObject(object); });
 }
 
-// The ticket that `object` is, or a failed assertion.
-const VYR_TImageTicket& AsTicket(const std::unique_ptr<QEN_IInterface>& object) {
-  static const VYR_TImageTicket none;
-  const VYR_TImageTicket* ticket = object ? object->DynamicCast<VYR_TImageTicket>() : nullptr;
-  EXPECT_NE(ticket, nullptr);
-  return ticket ? *ticket : none;
+// `object` packs to the golden file <name>.bin and, framed as it stands in a
+// proxy's list, writes <name>.txt; both read back into an equal T.
+template <class T>
+void ExpectGolden(const std::string& name, const T& object) {
+  const std::string bin = Golden(name + ".bin", AsString(Pack(object)));
+  EXPECT_EQ(AsString(Pack(object)), bin);
+  EXPECT_TRUE(As<T>(Extract(AsBytes(bin))) == object);
+  const std::string text = Golden(name + ".txt", Framed(object));
+  EXPECT_EQ(Framed(object), text);
+  EXPECT_TRUE(As<T>(test_support::ExtractAllText(text).at(0)) == object);
 }
 
 // The text of a level-15 sample with one line replaced.
@@ -100,12 +105,13 @@ TEST_F(TicketTest, RoundTripsInBothFormsAtEveryLevel) {
     UnpackContent(PackContent(original), bare);
     EXPECT_TRUE(bare == original);
     std::unique_ptr<QEN_IInterface> rebuilt = Extract(Pack(original));
-    EXPECT_TRUE(AsTicket(rebuilt) == original);
-    EXPECT_TRUE(AsTicket(rebuilt).QEN_IsIdent(original));
+    EXPECT_TRUE(As<VYR_TImageTicket>(rebuilt) == original);
+    EXPECT_TRUE(As<VYR_TImageTicket>(rebuilt).QEN_IsIdent(original));
     ReadInto(read, Write(original));
     EXPECT_TRUE(read == original) << Write(original);
     // Framed, as in a proxy's list, and rebuilt by class name.
-    EXPECT_TRUE(AsTicket(test_support::ExtractAllText(Framed(original)).at(0)) == original);
+    EXPECT_TRUE(As<VYR_TImageTicket>(test_support::ExtractAllText(Framed(original)).at(0)) ==
+                original);
   }
 }
 
@@ -197,14 +203,7 @@ TEST_F(TicketTest, GoldenFilesReadBack) {
                                                    {"ticket_full_info", VYR_FillFullInfo}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.first);
-    VYR_TImageTicket ticket = Sample(row.second, false);
-    std::string bin = Golden(std::string(row.first) + ".bin", AsString(Pack(ticket)));
-    EXPECT_EQ(AsString(Pack(ticket)), bin);
-    EXPECT_TRUE(AsTicket(Extract(AsBytes(bin))) == ticket);
-    // The framed text form, as the ticket stands in a proxy's list.
-    std::string text = Golden(std::string(row.first) + ".txt", Framed(ticket));
-    EXPECT_EQ(Framed(ticket), text);
-    EXPECT_TRUE(AsTicket(test_support::ExtractAllText(text).at(0)) == ticket);
+    ExpectGolden(row.first, Sample(row.second, false));
   }
   // Written by an old build: version 8500, level ordinal 4.
   std::string old = Golden("ticket_v8500_level4.bin", AsString(HandPacked(4, 8500, 15)));
@@ -374,17 +373,6 @@ TEST_F(TicketTest, DamagedTextIsASyntaxErrorOrAShorterTicket) {
 
 // --- The proxy's forms ------------------------------------------------------------------
 
-namespace {
-
-const VYR_TImageProxy& AsProxy(const std::unique_ptr<QEN_IInterface>& object) {
-  static const VYR_TImageProxy none;
-  const VYR_TImageProxy* proxy = object ? object->DynamicCast<VYR_TImageProxy>() : nullptr;
-  EXPECT_NE(proxy, nullptr);
-  return proxy ? *proxy : none;
-}
-
-}  // namespace
-
 TEST_F(TicketTest, ProxyGoldenFilesKeepTheSelectionAsAnIndex) {
   VYR_TImageProxy selected = FourTickets(), unselected = FourTickets(), empty;
   selected.Select(2u);
@@ -393,14 +381,7 @@ TEST_F(TicketTest, ProxyGoldenFilesKeepTheSelectionAsAnIndex) {
       {"proxy_empty", &empty}, {"proxy_selected", &selected}, {"proxy_unselected", &unselected}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.first);
-    const VYR_TImageProxy& proxy = *row.second;
-    std::string bin = Golden(std::string(row.first) + ".bin", AsString(Pack(proxy)));
-    EXPECT_EQ(AsString(Pack(proxy)), bin);
-    const auto fromBytes = Extract(AsBytes(bin));
-    EXPECT_TRUE(AsProxy(fromBytes) == proxy);  // the index takes part
-    std::string text = Golden(std::string(row.first) + ".txt", Framed(proxy));
-    EXPECT_EQ(Framed(proxy), text);
-    EXPECT_TRUE(AsProxy(test_support::ExtractAllText(text).at(0)) == proxy);
+    ExpectGolden(row.first, *row.second);  // == takes the index into account
   }
 }
 
