@@ -10,7 +10,6 @@
 #include <vyrax/vyrax.h>
 
 #include <atomic>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -391,80 +390,4 @@ TEST_F(ConfigTest, WithoutTableLoadingFailsAndNothingIsListed) {
               check(VYR_International2Ink("Process Geel") == VYR_InkYellow, "built-in names");
             }),
             0);
-}
-
-// --- The ink ----------------------------------------------------------------------
-
-TEST_F(ConfigTest, InkNamesAndTypesAreCheckedAndGetTheirPreviews) {
-  struct Row {
-    VYR_TInk ink;
-    const char* name;
-    VYR_TInkPreviewEnc encoding;
-    double preview[4];
-  } rows[] = {
-      {VYR_TInk("Black", "process"), "black", VYR_PreviewCmyk, {0, 0, 0, 1}},
-      {VYR_TInk("Green", "Display"), "green", VYR_PreviewRgb, {0, 1, 0, 0}},
-      {VYR_TInk("Pantone 185", "designer"), "Pantone 185", VYR_PreviewNone, {}},
-      {VYR_TInk("Varnish", "spot", 0.5, 0.25, 1, VYR_PreviewLabcolor),
-       "Varnish",
-       VYR_PreviewLabcolor,
-       {0.5, 0.25, 1, 0}},
-  };
-  for (const Row& row : rows) {
-    EXPECT_EQ(std::string(row.ink.InkName().c_str()), row.name);
-    EXPECT_EQ(row.ink.InkPreviewEnc(), row.encoding) << row.name;
-    if (row.encoding == VYR_PreviewNone) {
-      EXPECT_EQ(row.ink.InkPreview(), nullptr);
-      continue;
-    }
-    for (int i = 0; i < (row.encoding == VYR_PreviewCmyk ? 4 : 3); ++i)
-      EXPECT_EQ(row.ink.InkPreview()[i], row.preview[i]) << row.name << " " << i;
-  }
-  EXPECT_THROW(VYR_TInk("red", "process"), VYR_EWrongInkName);
-  EXPECT_THROW(VYR_TInk("cyan", "display"), VYR_EWrongInkName);
-  EXPECT_THROW(VYR_TInk(static_cast<VYR_TInks>(8)), VYR_EWrongInkName);
-}
-
-TEST_F(ConfigTest, InkPreviewChecksKeepOrDropThePreview) {
-  VYR_TInk ink("Spot", "designer", 0.1, 0.2, 0.3, VYR_PreviewRgb);
-  try {
-    ink.SetInkPreview(0, 0, 1.5, VYR_PreviewRgb);
-    ADD_FAILURE() << "no exception";
-  } catch (const VYR_EIllegalRGBInkPreviewValues& e) {
-    EXPECT_EQ(std::string(VYR_Exception2String(e).c_str()),
-              "RGB preview ink values need to be between 0. and 1. (value 1.5)");
-  }
-  EXPECT_EQ(ink, VYR_TInk("Spot", "designer", 0.1, 0.2, 0.3, VYR_PreviewRgb));
-  EXPECT_THROW(ink.SetInkPreview(-0.5, 0, 0, 2), VYR_EIllegalCMYKInkPreviewValues);
-  EXPECT_EQ(ink.InkPreviewEnc(), VYR_PreviewRgb);
-  // A four-value encoding given three values leaves no preview at all.
-  EXPECT_THROW(ink.SetInkPreview(0, 0, 0, VYR_PreviewCmyk), VYR_EWrongInkPreviewType);
-  EXPECT_EQ(ink.InkPreview(), nullptr);
-  // Not a number is neither below 0 nor above 1.
-  ink.SetInkPreview(std::nan(""), 0, 0, 0);
-  EXPECT_EQ(ink.InkPreviewEnc(), VYR_PreviewCmyk);
-  // No preview equals any preview, so equality isn't transitive.
-  VYR_TInk bare("Spot", "designer");
-  VYR_TInk red("Spot", "designer", 1, 0, 0, VYR_PreviewRgb);
-  VYR_TInk blue("Spot", "designer", 0, 0, 1, VYR_PreviewRgb);
-  EXPECT_TRUE(bare == red && bare == blue);
-  EXPECT_TRUE(red != blue);
-  EXPECT_NE(red, VYR_TInk("Spot", "designer", 1, 0, 0, VYR_PreviewHsv));
-}
-
-TEST_F(ConfigTest, InkStoredFormsArePinnedAndSurviveEveryCut) {
-  const std::vector<VYR_TInk> inks = {
-      VYR_TInk(VYR_InkMagenta),
-      VYR_TInk(VYR_InkRed),
-      VYR_TInk("Pantone \"185\" C", "designer"),
-      VYR_TInk("Lack", "spot", 0.25, 0.5, 0.75, VYR_PreviewHsv),
-      VYR_TInk("Gold", "spot", 0.1, 0.2, 0.3, 0.4),
-  };
-  test_support::ExpectPinnedPacked("vyr_ink.bin", inks, 4);
-  test_support::ExpectPinnedText("vyr_ink.txt", inks, 4);
-  // An encoding that is no preview encoding reads back as none, without numbers.
-  std::unique_ptr<QEN_IInterface> made(VYR_TInk::QEN_Create());
-  VYR_TInk& gray = *made->DynamicCast<VYR_TInk>();
-  test_support::ReadInto(gray, "\"k\" \"spot\" \"Grayscale\"");
-  EXPECT_EQ(gray.InkPreviewEnc(), VYR_PreviewNone);
 }
