@@ -186,20 +186,6 @@ TEST_F(GoldenTest, BinaryFormIsPinned) {
     EXPECT_STREQ(read->ClassObject().name, object->ClassObject().name);
     EXPECT_TRUE(read->QEN_IsIdent(*object)) << "the file reads back into an equal object";
     EXPECT_EQ(stored.stream.Available(), 0u) << "the object takes the whole file";
-
-    // The same bytes through a file, both ways.
-    const std::string copy = ::testing::TempDir() + "golden_" + golden.name + ".bin";
-    {
-      QEN_TFile file(QEN_TString(copy.c_str()), QEN_TFile::WriteOnly);
-      QEN_TDataStream fileOut(file);
-      fileOut << *object;
-      fileOut.Flush();
-    }
-    EXPECT_EQ(ReadFile(copy), expected);
-    std::vector<std::unique_ptr<QEN_IPackable>> again = ExtractAll(copy, true);
-    ASSERT_EQ(again.size(), 1u);
-    EXPECT_TRUE(again[0]->QEN_IsIdent(*object));
-    std::remove(copy.c_str());
   }
 }
 
