@@ -290,35 +290,29 @@ TEST_F(TicketTest, ObjectOfTheWrongClassBehindAFlagIsRefused) {
 // commas, and names that the writer knows and the reader's tables lack.
 TEST_F(TicketTest, TextLinesReadOnlyInTheReadersOwnForm) {
   const std::string text = Write(Sample(VYR_FillBasicInfo));
-  const struct {
-    const char* prefix;
-    const char* line;
-    bool reads;
-  } rows[] = {
-      {"RES", "RES 300,150.5", true},
-      {"RES", "RES   300,    \t 150.5", true},
-      {"RES", "RES 300 , 150.5", false},
-      {"11,", "11,8.25", true},
-      {"11,", "11 ,8.25", false},
-      {"PIX", "PIX -1, 1242", false},
-      {"MAR", "MAR 0.125, 0.25 , 0.375\t, 0.5", true},
-      {"MAR", "MAR 0.125, 0.25, 0.375 0.5", false},
-      {"Image", "UndefinedImageType", false},
-      {"Image", "image", false},
-      {"Cmyk", "YCbCrK", false},
-      {"AlphaPre", "AlphaUnknown", false},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.line);
+  // Each line stands in for the sample's line that starts with the prefix.
+  const std::pair<const char*, const char*> reads[] = {{"RES", "RES 300,150.5"},
+                                                       {"RES", "RES   300,    \t 150.5"},
+                                                       {"11,", "11,8.25"},
+                                                       {"MAR", "MAR 0.125, 0.25 , 0.375\t, 0.5"}};
+  const std::pair<const char*, const char*> refused[] = {{"RES", "RES 300 , 150.5"},
+                                                         {"11,", "11 ,8.25"},
+                                                         {"PIX", "PIX -1, 1242"},
+                                                         {"MAR", "MAR 0.125, 0.25, 0.375 0.5"},
+                                                         {"Image", "UndefinedImageType"},
+                                                         {"Image", "image"},
+                                                         {"Cmyk", "YCbCrK"},
+                                                         {"AlphaPre", "AlphaUnknown"}};
+  for (const auto& row : reads) {
     VYR_TImageTicket ticket;
-    std::string changed = WithLine(text, row.prefix, row.line);
-    ASSERT_NE(changed, text);
-    if (row.reads) {
-      ReadInto(ticket, changed);
-      EXPECT_TRUE(ticket == Sample(VYR_FillBasicInfo));
-    } else {
-      EXPECT_THROW(ReadInto(ticket, changed), QEN_ESyntaxError);
-    }
+    ASSERT_NE(WithLine(text, row.first, row.second), text);
+    ReadInto(ticket, WithLine(text, row.first, row.second));
+    EXPECT_TRUE(ticket == Sample(VYR_FillBasicInfo)) << row.second;
+  }
+  for (const auto& row : refused) {
+    VYR_TImageTicket ticket;
+    EXPECT_THROW(ReadInto(ticket, WithLine(text, row.first, row.second)), QEN_ESyntaxError)
+        << row.second;
   }
   // The reader's own spelling of an unknown alpha plane.
   VYR_TImageTicket unknownAlpha;
