@@ -66,14 +66,10 @@ TEST_F(AnyTest, ConversionsCheckTheRange) {
   // What is no number does not convert to one.
   EXPECT_THROW(static_cast<unsigned>(QEN_TAny("12")), QEN_EAnyConversion);
   EXPECT_THROW(static_cast<bool>(QEN_TAny()), QEN_EAnyConversion);
-  try {
-    static_cast<unsigned>(QEN_TAny(-3));
-    FAIL() << "no exception";
-  } catch (const QEN_EAnyConversion& e) {
-    std::string message = e.QEN_Message().c_str();
-    EXPECT_NE(message.find("QEN_TInt32 -3"), std::string::npos) << message;
-    EXPECT_NE(message.find("unsigned 32"), std::string::npos) << message;
-  }
+  const std::string message =
+      test_support::FailureOf<QEN_EAnyConversion>([] { static_cast<unsigned>(QEN_TAny(-3)); });
+  EXPECT_NE(message.find("QEN_TInt32 -3"), std::string::npos) << message;
+  EXPECT_NE(message.find("unsigned 32"), std::string::npos) << message;
 }
 
 TEST_F(AnyTest, PointersComeBackByTheMatchingConversionAndAreNotPacked) {

@@ -159,17 +159,7 @@ class StreamTest : public ::testing::Test {
 
 std::string Bytes(const QEN_TMemoryStream& m) { return test_support::Contents(m); }
 
-// Runs `body` and gives the message of the QEN_EException it throws.
-template <class E = QEN_EException, class F>
-std::string FailureOf(F body) {
-  try {
-    body();
-  } catch (const E& e) {
-    return e.QEN_Message().c_str();
-  }
-  ADD_FAILURE() << "nothing thrown";
-  return "";
-}
+using test_support::FailureOf;
 
 // ---------------------------------------------------------------------------
 // Memory stream

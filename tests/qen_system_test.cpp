@@ -36,7 +36,7 @@ using namespace std::chrono_literals;
 // 2026-11-22T19:34:51.123456Z
 constexpr long long kSampleMicros = 1795376091123456LL;
 
-std::string MessageOf(const QEN_EException& e) { return e.QEN_Message().c_str(); }
+using test_support::FailureOf;
 
 // ---------------------------------------------------------------------------
 // Stored forms, through the real streams.
@@ -61,12 +61,8 @@ void ReadText(const std::string& text, QEN_IHumanReadable& object) {
 
 // Reading `text` fails with a syntax error whose message holds `expected`.
 void ExpectSyntaxError(const std::string& text, const char* expected, QEN_IHumanReadable&& object) {
-  try {
-    ReadText(text, object);
-    ADD_FAILURE() << "read \"" << text << "\" without error";
-  } catch (const QEN_ESyntaxError& e) {
-    EXPECT_NE(std::string::npos, MessageOf(e).find(expected)) << MessageOf(e);
-  }
+  const std::string message = FailureOf<QEN_ESyntaxError>([&] { ReadText(text, object); });
+  EXPECT_NE(std::string::npos, message.find(expected)) << text << ": " << message;
 }
 
 // ---------------------------------------------------------------------------
@@ -203,13 +199,11 @@ TEST(QenDataBlock, CopiesAndStoredForms) {
 TEST(QenDataBlock, SizeInTheStreamIsNotTrusted) {
   // A claim of 4 GiB over three bytes fails before anything is allocated.
   QEN_TDataBlock block("\x01\x02", 2);
-  try {
+  const std::string message = FailureOf<QEN_EStreamException>([&] {
     test_support::UnpackContent({0xFF, 0xFF, 0xFF, 0xFF, 1, 2, 3}, block);
-    FAIL() << "unpacked a block larger than its stream";
-  } catch (const QEN_EStreamException& e) {
-    EXPECT_NE(std::string::npos, MessageOf(e).find("4294967295 bytes")) << MessageOf(e);
-    EXPECT_NE(std::string::npos, MessageOf(e).find("only 3 bytes")) << MessageOf(e);
-  }
+  });
+  EXPECT_NE(std::string::npos, message.find("4294967295 bytes")) << message;
+  EXPECT_NE(std::string::npos, message.find("only 3 bytes")) << message;
   EXPECT_EQ(2u, block.Size());  // left as it was
 
   // One byte short of the claim fails the same way.
@@ -288,13 +282,9 @@ TEST_F(QenFiles, SizeTimeAndIdentity) {
 TEST_F(QenFiles, MissingFile) {
   std::string path = dir_ + "/missing.tif";
   QEN_TURL url = QEN_TURL::LocalToURL(path.c_str());
-  try {
-    QEN_TFileInfo info(url, true);
-    FAIL() << "no exception for a missing file";
-  } catch (const QEN_EFileException& e) {
-    EXPECT_NE(std::string::npos, MessageOf(e).find(path)) << MessageOf(e);
-    EXPECT_NE(std::string::npos, MessageOf(e).find(std::strerror(ENOENT))) << MessageOf(e);
-  }
+  const std::string message = FailureOf<QEN_EFileException>([&] { QEN_TFileInfo(url, true); });
+  EXPECT_NE(std::string::npos, message.find(path)) << message;
+  EXPECT_NE(std::string::npos, message.find(std::strerror(ENOENT))) << message;
   QEN_TFileInfo quiet(url, false);
   EXPECT_FALSE(quiet.Exists());
   EXPECT_EQ(0u, quiet.SmartID());
@@ -498,13 +488,9 @@ TEST(QenDynamicObject, FailureCarriesTheLoadersText) {
   const char* name = "libqen_no_such_module.so";
   ASSERT_EQ(nullptr, ::dlopen(name, RTLD_NOW));
   std::string loaderText = ::dlerror();
-  try {
-    QEN_TDynamicObject missing(name, "tag");
-    FAIL() << "loaded a module that isn't there";
-  } catch (const QEN_ECouldNotLoadDynamicObject& e) {
-    EXPECT_NE(std::string::npos, MessageOf(e).find(loaderText)) << MessageOf(e);
-    EXPECT_NE(0u, e.QEN_ExceptionLine());
-  }
+  const std::string message =
+      FailureOf<QEN_ECouldNotLoadDynamicObject>([&] { QEN_TDynamicObject(name, "tag"); });
+  EXPECT_NE(std::string::npos, message.find(loaderText)) << message;
   EXPECT_THROW(QEN_TDynamicObject("", "tag"), QEN_ECouldNotLoadDynamicObject);
 }
 

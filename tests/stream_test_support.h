@@ -40,6 +40,18 @@ class LibraryEnvironment : public ::testing::Environment {
   void SetUp() override { ASSERT_TRUE(Start()); }
 };
 
+// The message of the E that `body` throws; a failed check and "" if it throws none.
+template <class E = QEN_EException, class F>
+std::string FailureOf(F body) {
+  try {
+    body();
+  } catch (const E& e) {
+    return e.QEN_Message().c_str();
+  }
+  ADD_FAILURE() << "nothing thrown";
+  return "";
+}
+
 // --- Binary stream ----------------------------------------------------------------
 
 // The bytes that `pack` writes to a binary stream.

@@ -275,12 +275,8 @@ TEST_F(TicketTest, ObjectOfTheWrongClassBehindAFlagIsRefused) {
     whole.insert(whole.end(), bare.begin(), bare.end());
     VYR_TImageTicket ticket;
     EXPECT_THROW(UnpackContent(bare, ticket), QEN_EStreamException);
-    try {
-      Extract(whole);
-      ADD_FAILURE() << "read";
-    } catch (const QEN_EStreamException& e) {
-      EXPECT_NE(std::string(e.QEN_Message().c_str()).find("offset"), std::string::npos);
-    }
+    EXPECT_NE(test_support::FailureOf<QEN_EStreamException>([&] { Extract(whole); }).find("offset"),
+              std::string::npos);
   }
 }
 
@@ -325,13 +321,9 @@ TEST_F(TicketTest, TextLinesReadOnlyInTheReadersOwnForm) {
   std::string written = Write(production);
   EXPECT_NE(written.find("\nProduction\n"), std::string::npos);
   VYR_TImageTicket read;
-  try {
-    ReadInto(read, written);
-    FAIL() << "no exception";
-  } catch (const QEN_ESyntaxError& e) {
-    EXPECT_NE(std::string(e.QEN_Message().c_str()).find("line 6"), std::string::npos)
-        << e.QEN_Message().c_str();
-  }
+  const std::string message =
+      test_support::FailureOf<QEN_ESyntaxError>([&] { ReadInto(read, written); });
+  EXPECT_NE(message.find("line 6"), std::string::npos) << message;
 }
 
 TEST_F(TicketTest, TextOfOldTicketsConvertsTheLevel) {
