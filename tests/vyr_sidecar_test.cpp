@@ -49,6 +49,7 @@ class SideCarTest : public ::testing::Test {
     return metadata;
   }
 
+  Lines mQuiet;  // the log lines of the failures the tests provoke
   metadatatest::TempDir mDir;
   std::string mData;
   std::string mSideCar;

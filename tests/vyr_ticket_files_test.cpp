@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "buffer_test_support.h"
+#include "metadata_test_support.h"
 #include "ticket_test_support.h"
 
 namespace {
@@ -20,8 +20,8 @@ namespace {
 using namespace tickettest;
 
 using buffertest::TempDir;
-
-QEN_TURL UrlOf(const std::string& path) { return QEN_TURL::LocalToURL(path.c_str()); }
+using metadatatest::LockHolder;
+using metadatatest::UrlOf;
 
 std::string NewFile(const TempDir& dir, const std::string& name) {
   return buffertest::WriteFile(dir.File(name), buffertest::Pattern(5000));
@@ -44,42 +44,6 @@ VYR_TImageTicket BoundTo(const QEN_TURL& url, const std::vector<std::string>& ot
   writer.SetFillLevel(VYR_FillFullInfo);
   return ticket;
 }
-
-// Another process, which knows nothing of this library, holding the file
-// open for writing (or, with `lockShared`, for reading under a shared
-// flock, as a reader of this library does) until it goes.
-class Holder {
- public:
-  explicit Holder(const std::string& path, bool lockShared = false) {
-    int ready[2], release[2];
-    if (pipe(ready) != 0 || pipe(release) != 0) return;
-    mPid = fork();
-    if (mPid == 0) {
-      close(ready[0]);
-      close(release[1]);
-      int fd = open(path.c_str(), lockShared ? O_RDONLY : O_WRONLY | O_APPEND);
-      char c = fd >= 0 && (!lockShared || flock(fd, LOCK_SH) == 0) ? 'y' : 'n';
-      if (write(ready[1], &c, 1) == 1) (void)read(release[0], &c, 1);  // until closed
-      _exit(0);
-    }
-    close(ready[1]);
-    close(release[0]);
-    char c = 'n';
-    mHolding = read(ready[0], &c, 1) == 1 && c == 'y';
-    close(ready[0]);
-    mRelease = release[1];
-  }
-  ~Holder() {
-    close(mRelease);
-    waitpid(mPid, nullptr, 0);
-  }
-  bool Holding() const { return mHolding; }
-
- private:
-  pid_t mPid = -1;
-  int mRelease = -1;
-  bool mHolding = false;
-};
 
 // IsImageReady asked by a process of another user, to whom the kernel
 // refuses leases on these files: 1 ready, 0 not ready, -1 no answer.
@@ -168,8 +132,8 @@ TEST_F(TicketTest, NotReadyWhileAnotherProcessWritesTheFileOrWhatItNeeds) {
   EXPECT_TRUE(ticket.IsImageReady());
   for (const std::string& held : {image, logo}) {
     {
-      Holder writer(held);
-      ASSERT_TRUE(writer.Holding());
+      LockHolder writer(held, LockHolder::kWriting);
+      ASSERT_TRUE(writer.Held());
       EXPECT_FALSE(ticket.IsImageReady()) << held;
       EXPECT_EQ(embedded.IsImageReady(), held != image);  // tested on its container
     }
@@ -193,7 +157,7 @@ TEST_F(TicketTest, AnotherUsersFilesAreReadyOnceLeftAlone) {
   EXPECT_EQ(ReadyToAnotherUser(ticket), 0);
   std::this_thread::sleep_for(std::chrono::milliseconds(2100));
   EXPECT_EQ(ReadyToAnotherUser(ticket), 1);
-  Holder reader(dir.File("cover.tif"), true);  // a reader of this library
-  ASSERT_TRUE(reader.Holding());
+  LockHolder reader(dir.File("cover.tif"), LockHolder::kShared);  // a reader of this library
+  ASSERT_TRUE(reader.Held());
   EXPECT_EQ(ReadyToAnotherUser(ticket), 0);
 }
