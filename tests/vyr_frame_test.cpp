@@ -7,6 +7,8 @@
 
 #include <memory>
 
+#include "metadata_test_support.h"
+
 namespace {
 
 // The version registry module as the library loaded it. By its full path:
@@ -29,11 +31,7 @@ unsigned VersionStarts() {
 // started; the child's exit code is the number of failed checks.
 template <class Body>
 int InChild(Body body) {
-  pid_t pid = fork();
-  if (pid == 0) _exit(body());
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 100;
+  return metadatatest::Wait(metadatatest::Spawn(body));
 }
 
 }  // namespace
