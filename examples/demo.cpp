@@ -2,9 +2,11 @@
 // rebuild it by class name, write it as text and read it back.
 #include "demo.h"
 
+#include <unistd.h>
 #include <vyrax/vyrax.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -24,6 +26,29 @@ std::string Hex(const unsigned char* data, unsigned size) {
 bool Fail(const char* what) {
   std::printf("FAILED: %s\n", what);
   return false;
+}
+
+std::unique_ptr<QEN_IInterface> PackedAndRebuilt(const QEN_IPackable& value, unsigned& length) {
+  QEN_TMemoryStream packed;
+  QEN_TDataStream writer(packed);
+  writer << value;
+  writer.Flush();
+  length = packed.Length();
+  QEN_TMemoryStream source(packed.Data(), packed.Length(), packed.Length());
+  QEN_TDataStream reader(source);
+  return std::unique_ptr<QEN_IInterface>(reader.Extract(true));
+}
+
+ScratchFolder::ScratchFolder(const char* prefix, const char* fileName) {
+  std::string folder = std::string("/tmp/") + prefix + "-XXXXXX";
+  if (mkdtemp(&folder[0]) == nullptr) return;
+  mFolder = folder;
+  mPath = mFolder + "/" + fileName;
+}
+
+ScratchFolder::~ScratchFolder() {
+  if (!mPath.empty()) std::remove(mPath.c_str());
+  if (!mFolder.empty()) rmdir(mFolder.c_str());
 }
 
 bool TagRoad() {

@@ -3,6 +3,9 @@
 #ifndef VYRAX_DEMO_H
 #define VYRAX_DEMO_H
 
+#include <vyrax/vyrax.h>
+
+#include <memory>
 #include <string>
 
 namespace demo {
@@ -24,6 +27,25 @@ bool KeepFiles(const std::string& folder);
 // Hex dump of a few bytes, for the printed road.
 std::string Hex(const unsigned char* data, unsigned size);
 bool Fail(const char* what);
+
+// The value packed as a store packs it, and rebuilt by the class named in the
+// bytes (null if it doesn't rebuild); `length` gets the length packed.
+std::unique_ptr<QEN_IInterface> PackedAndRebuilt(const QEN_IPackable& value, unsigned& length);
+
+// A folder of its own under /tmp for one file, both removed at the end; the
+// file is the owner's to write. Path() is empty when there is no folder.
+class ScratchFolder {
+ public:
+  ScratchFolder(const char* prefix, const char* fileName);
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  ~ScratchFolder();
+  const std::string& Path() const { return mPath; }
+
+ private:
+  std::string mFolder;
+  std::string mPath;
+};
 
 }  // namespace demo
 

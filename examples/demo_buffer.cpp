@@ -20,35 +20,23 @@ namespace {
 typedef std::unique_ptr<const VYR_IBuffer> Owned;
 
 // A file of three pages in a folder of its own, removed at the end.
-class DemoFile {
+class DemoFile : public ScratchFolder {
  public:
-  DemoFile() {
-    char folder[] = "/tmp/vyrax-demo-XXXXXX";
-    if (mkdtemp(folder) == nullptr) return;
-    mFolder = folder;
-    mPath = mFolder + "/container.bin";
+  DemoFile() : ScratchFolder("vyrax-demo", "container.bin") {
+    if (Path().empty()) return;
     mBytes.resize(3 * VYR_TFileBuffer::sAllocationGranularity);
     for (size_t i = 0; i < mBytes.size(); ++i) mBytes[i] = static_cast<unsigned char>(i % 251);
     const char header[] = "VYRAX demo container";
     std::memcpy(mBytes.data(), header, sizeof header - 1);
-    FILE* out = std::fopen(mPath.c_str(), "wb");
+    FILE* out = std::fopen(Path().c_str(), "wb");
     if (out == nullptr) return;
     mWritten = std::fwrite(mBytes.data(), 1, mBytes.size(), out) == mBytes.size();
     mWritten = std::fclose(out) == 0 && mWritten;
   }
-  DemoFile(const DemoFile&) = delete;
-  DemoFile& operator=(const DemoFile&) = delete;
-  ~DemoFile() {
-    if (!mPath.empty()) std::remove(mPath.c_str());
-    if (!mFolder.empty()) rmdir(mFolder.c_str());
-  }
   bool Written() const { return mWritten; }
-  const std::string& Path() const { return mPath; }
   const std::vector<unsigned char>& Bytes() const { return mBytes; }
 
  private:
-  std::string mFolder;
-  std::string mPath;
   std::vector<unsigned char> mBytes;
   bool mWritten = false;
 };

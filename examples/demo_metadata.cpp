@@ -17,14 +17,9 @@ namespace demo {
 namespace {
 
 const char* StatusText(VYR_TVerifyStatus status) {
-  switch (status) {
-    case VYR_KeyEqual:
-      return "KeyEqual (the value matches the file)";
-    case VYR_KeyDifferent:
-      return "KeyDifferent (the file changed since)";
-    default:
-      return "KeyUnknown";
-  }
+  return status == VYR_KeyEqual       ? "KeyEqual (the value matches the file)"
+         : status == VYR_KeyDifferent ? "KeyDifferent (the file changed since)"
+                                      : "KeyUnknown";
 }
 
 // Moves the file's modification time one minute on, as an edit would.

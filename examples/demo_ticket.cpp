@@ -21,42 +21,29 @@ namespace {
 
 // Packs the ticket as a store would and rebuilds it by its class name.
 bool PackedAndBack(const VYR_TImageTicket& ticket) {
-  QEN_TMemoryStream packed;
-  QEN_TDataStream writer(packed);
-  writer << ticket;
-  writer.Flush();
-  QEN_TMemoryStream source(packed.Data(), packed.Length(), packed.Length());
-  QEN_TDataStream reader(source);
-  std::unique_ptr<QEN_IInterface> rebuilt(reader.Extract(true));
+  unsigned length = 0;
+  std::unique_ptr<QEN_IInterface> rebuilt(PackedAndRebuilt(ticket, length));
   const VYR_TImageTicket* copy = rebuilt ? rebuilt->DynamicCast<VYR_TImageTicket>() : nullptr;
   bool equal = copy != nullptr && *copy == ticket;
   std::printf("  level %-14s %5u packed in %4u bytes, read back %s\n",
-              VYR_Enum2String(ticket.FillLevel()).c_str(), ticket.FillLevel(), packed.Length(),
+              VYR_Enum2String(ticket.FillLevel()).c_str(), ticket.FillLevel(), length,
               equal ? "equal" : "DIFFERENT");
   return equal;
 }
 
 // A file in a folder of its own, removed at the end.
-class ScratchFile {
+class ScratchFile : public ScratchFolder {
  public:
-  ScratchFile() {
-    char folder[] = "/tmp/vyrax-demo-ticket-XXXXXX";
-    if (mkdtemp(folder) == nullptr) return;
-    mFolder = folder;
-    mPath = mFolder + "/cover.tif";
-    int fd = open(mPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0 || write(fd, "II*\0 image bytes", 16) != 16) mPath.clear();
+  ScratchFile() : ScratchFolder("vyrax-demo-ticket", "cover.tif") {
+    if (Path().empty()) return;
+    int fd = open(Path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    mWritten = fd >= 0 && write(fd, "II*\0 image bytes", 16) == 16;
     if (fd >= 0) close(fd);
   }
-  ~ScratchFile() {
-    if (!mPath.empty()) unlink(mPath.c_str());
-    if (!mFolder.empty()) rmdir(mFolder.c_str());
-  }
-  const std::string& Path() const { return mPath; }
+  bool Written() const { return mWritten; }
 
  private:
-  std::string mFolder;
-  std::string mPath;
+  bool mWritten = false;
 };
 
 // Another process, a copy in progress that knows nothing of this library,
@@ -102,7 +89,7 @@ class ReaderProxy : public VYR_TImageProxy {
 bool FileChecks(const VYR_TImageTicket& described) {
   std::printf("== ticket and its file ==\n");
   ScratchFile file;
-  if (file.Path().empty()) return Fail("no scratch file");
+  if (!file.Written()) return Fail("no scratch file");
   VYR_TImageTicket ticket(described);
   VYR_TTicketWriter writer(ticket);
   writer.SetFile(QEN_TURL::LocalToURL(file.Path().c_str()));
@@ -148,16 +135,11 @@ bool FileChecks(const VYR_TImageTicket& described) {
                 found.NrColumns(), found.NrRows());
   }
   proxy.Select(static_cast<unsigned char>(1));
-  QEN_TMemoryStream packed;
-  QEN_TDataStream out(packed);
-  out << proxy;
-  out.Flush();
-  QEN_TMemoryStream source(packed.Data(), packed.Length(), packed.Length());
-  QEN_TDataStream in(source);
-  std::unique_ptr<QEN_IInterface> rebuilt(in.Extract(true));
+  unsigned length = 0;
+  std::unique_ptr<QEN_IInterface> rebuilt(PackedAndRebuilt(proxy, length));
   const VYR_TImageProxy* copy = rebuilt ? rebuilt->DynamicCast<VYR_TImageProxy>() : nullptr;
   const bool same = copy != nullptr && *copy == proxy;
-  std::printf("packed in %u bytes, read back %s, selected %u (%s)\n", packed.Length(),
+  std::printf("packed in %u bytes, read back %s, selected %u (%s)\n", length,
               same ? "equal" : "DIFFERENT", copy ? copy->IndexOfSelected() : 0u,
               copy ? VYR_Enum2String(copy->Selected().ImageType()).c_str() : "-");
   return (same || Fail("proxy read back differs")) && ok;

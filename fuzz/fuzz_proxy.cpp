@@ -40,55 +40,14 @@ void Ask(VYR_TImageProxy& proxy) {
       std::abort();
 }
 
-// Written by us, so it must read back to the same bytes. (Not compared with
-// ==: a ticket holding a NaN equals nothing, not even itself.)
-void CheckBinary(const VYR_TImageProxy& proxy) {
-  std::string first = Packed(proxy);
-  QEN_TMemoryStream memory(&first[0], static_cast<unsigned>(first.size()),
-                           static_cast<unsigned>(first.size()));
-  QEN_TDataStream in(memory);
-  VYR_TImageProxy again;
-  try {
-    again.QEN_Unpack(in);
-  } catch (const QEN_EStreamException&) {
-    std::abort();
-  }
-  if (memory.Available() != 0 || Packed(again) != first ||
-      again.IndexOfSelected() != proxy.IndexOfSelected())
-    std::abort();
-}
-
-void CheckText(const VYR_TImageProxy& proxy) {
-  const std::string first = Written(proxy);
-  std::string copy = first;
-  QEN_TMemoryStream memory(&copy[0], static_cast<unsigned>(copy.size()),
-                           static_cast<unsigned>(copy.size()));
-  QEN_THumanReadableStream in(memory);
-  VYR_TImageProxy again;
-  try {
-    again.ReadFrom(in);
-  } catch (const QEN_EStreamException&) {
-    // A ticket may hold names its own reader doesn't know (see fuzz_ticket):
-    // it writes fine and can't be read back.
-    return;
-  }
-  if (Written(again) != first) std::abort();
-}
-
+// Written by us, so both forms must read back. (Not compared with ==: a
+// ticket holding a NaN equals nothing, not even itself.)
 void Check(VYR_TImageProxy& proxy) {
   Ask(proxy);
-  CheckBinary(proxy);
-  CheckText(proxy);
+  if (BinaryReadsBack(proxy).IndexOfSelected() != proxy.IndexOfSelected()) std::abort();
+  TextReadsBack<VYR_TImageProxy>(Written(proxy));
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  RegisterFuzzClasses();
-  if (!__QEN_INITIALIZATION_FUNCTION_VYRAX__()) std::abort();
-  return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  return ReadFourWays<VYR_TImageProxy>(data, size, [](VYR_TImageProxy& value) { Check(value); });
-}
+FUZZ_READ_FOUR_WAYS(VYR_TImageProxy, __QEN_INITIALIZATION_FUNCTION_VYRAX__, Check)

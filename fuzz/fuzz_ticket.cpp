@@ -20,21 +20,6 @@
 
 namespace {
 
-// Written by us, so it must read back, and then write the same again.
-void CheckBinary(const VYR_TImageTicket& ticket) {
-  std::string first = Packed(ticket);
-  QEN_TMemoryStream memory(&first[0], static_cast<unsigned>(first.size()),
-                           static_cast<unsigned>(first.size()));
-  QEN_TDataStream in(memory);
-  VYR_TImageTicket again;
-  try {
-    again.QEN_Unpack(in);
-  } catch (const QEN_EException&) {
-    std::abort();
-  }
-  if (memory.Available() != 0 || Packed(again) != first) std::abort();
-}
-
 void CheckText(const VYR_TImageTicket& ticket) {
   std::string first;
   try {
@@ -43,34 +28,14 @@ void CheckText(const VYR_TImageTicket& ticket) {
     // Only a pointer in a dictionary refuses to be written as text.
     return;
   }
-  QEN_TMemoryStream memory(&first[0], static_cast<unsigned>(first.size()),
-                           static_cast<unsigned>(first.size()));
-  QEN_THumanReadableStream in(memory);
-  VYR_TImageTicket again;
-  try {
-    again.ReadFrom(in);
-  } catch (const QEN_EStreamException&) {
-    // The writer knows names the reader doesn't ("Production", the names of
-    // undefined values): such a ticket writes fine and can't be read back.
-    return;
-  }
-  if (Written(again) != first) std::abort();
+  TextReadsBack<VYR_TImageTicket>(first);
 }
 
 void CheckBoth(const VYR_TImageTicket& ticket) {
-  CheckBinary(ticket);
+  BinaryReadsBack(ticket);
   CheckText(ticket);
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  RegisterFuzzClasses();
-  if (!__QEN_INITIALIZATION_FUNCTION_VYRAX__()) std::abort();
-  return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  return ReadFourWays<VYR_TImageTicket>(data, size,
-                                        [](VYR_TImageTicket& value) { CheckBoth(value); });
-}
+FUZZ_READ_FOUR_WAYS(VYR_TImageTicket, __QEN_INITIALIZATION_FUNCTION_VYRAX__, CheckBoth)

@@ -17,12 +17,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "buffer_test_support.h"
+#include "stream_test_support.h"
 
 namespace metadatatest {
 
@@ -36,10 +36,7 @@ inline std::string WriteFile(const std::string& path, const std::string& bytes) 
   return path;
 }
 
-inline std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+using test_support::ReadFile;
 
 inline bool Exists(const std::string& path) {
   struct stat info;
@@ -138,18 +135,26 @@ inline int Wait(pid_t child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// A child process that holds an exclusive flock on `path` until it is
-// killed. Returns once the lock is held.
+// A child process, which knows nothing of this library, that holds `path`
+// until it is killed: under an exclusive flock, under a shared one as a
+// reader of this library does, or open for writing as a copy in progress
+// does. Returns once it holds the file.
 class LockHolder {
  public:
-  explicit LockHolder(const std::string& path) {
+  enum Hold { kExclusive, kShared, kWriting };
+  explicit LockHolder(const std::string& path, Hold how = kExclusive) {
     int ready[2];
     if (::pipe(ready) != 0) return;
     mChild = ::fork();
     if (mChild == 0) {
       ::close(ready[0]);
-      const int fd = ::open(path.c_str(), O_RDWR | O_CREAT, 0644);
-      const char ok = fd >= 0 && ::flock(fd, LOCK_EX) == 0 ? 'y' : 'n';
+      const int fd = ::open(path.c_str(),
+                            how == kWriting  ? O_WRONLY | O_APPEND
+                            : how == kShared ? O_RDONLY
+                                             : O_RDWR | O_CREAT,
+                            0644);
+      const bool locked = how == kWriting || ::flock(fd, how == kShared ? LOCK_SH : LOCK_EX) == 0;
+      const char ok = fd >= 0 && locked ? 'y' : 'n';
       if (::write(ready[1], &ok, 1) != 1) ::_exit(1);
       for (;;) ::pause();
     }

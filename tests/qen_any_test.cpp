@@ -24,23 +24,6 @@ QEN_TAny FromText(const std::string& text) { return test_support::Read<QEN_TAny>
 
 void SomeFunction() {}
 
-TEST_F(AnyTest, NumbersAnswerToTheNameOfTheirWidth) {
-  QEN_TAny small(static_cast<unsigned char>(7));
-  EXPECT_TRUE(small.HasSuperclass("QEN_TUInt8"));
-  EXPECT_TRUE(small.HasSuperclass("QEN_TAny"));
-  EXPECT_TRUE(small.HasSuperclass("QEN_TObject"));
-  EXPECT_FALSE(small.HasSuperclass("QEN_TUInt32"));
-  const unsigned char* inside = static_cast<const unsigned char*>(small.DynamicCast("QEN_TUInt8"));
-  ASSERT_NE(inside, nullptr);
-  EXPECT_EQ(*inside, 7);
-  EXPECT_EQ(small.DynamicCast("QEN_TUInt32"), nullptr);
-
-  // The frame itself still answers for the variant.
-  QEN_TAny wide(7u);
-  EXPECT_STREQ(wide.ClassObject().name, "QEN_TAny");
-  EXPECT_EQ(wide.DynamicCast("QEN_TAny"), static_cast<void*>(&wide));
-}
-
 TEST_F(AnyTest, AnObjectSpeaksForTheVariant) {
   QEN_TAny any(QEN_TString("inside"));
   EXPECT_STREQ(any.ClassName(), "QEN_TString");
@@ -50,6 +33,12 @@ TEST_F(AnyTest, AnObjectSpeaksForTheVariant) {
   ASSERT_NE(text, nullptr);
   EXPECT_EQ(*text, "inside");
   EXPECT_EQ(any.DynamicCast("QEN_TDict"), nullptr);
+  // A number answers to the name of its width.
+  QEN_TAny small(static_cast<unsigned char>(7));
+  const unsigned char* inside = static_cast<const unsigned char*>(small.DynamicCast("QEN_TUInt8"));
+  ASSERT_NE(inside, nullptr);
+  EXPECT_EQ(*inside, 7);
+  EXPECT_EQ(small.DynamicCast("QEN_TUInt32"), nullptr);
 
   // An exception goes in by copy and comes back by name, as throwing does.
   QEN_TAny holder(QEN_EStreamException(QEN_TString("message")));
@@ -59,38 +48,28 @@ TEST_F(AnyTest, AnObjectSpeaksForTheVariant) {
 
 TEST_F(AnyTest, ConversionsCheckTheRange) {
   EXPECT_EQ(static_cast<unsigned>(QEN_TAny(static_cast<unsigned char>(200))), 200u);
-  EXPECT_EQ(static_cast<unsigned char>(QEN_TAny(255u)), 255);
   // A double is truncated when it fits.
   EXPECT_EQ(static_cast<unsigned>(QEN_TAny(3.99)), 3u);
   EXPECT_EQ(static_cast<unsigned>(QEN_TAny(-0.5)), 0u);
   EXPECT_EQ(QEN_TAny(-2.7).AsInt32(), -2);
   EXPECT_EQ(QEN_TAny(-9223372036854775808.0).AsInt64(), std::numeric_limits<long long>::min());
   EXPECT_EQ(QEN_TAny(-2147483648ll).AsInt32(), std::numeric_limits<int>::min());
-  EXPECT_FALSE(static_cast<bool>(QEN_TAny(0.0)));
 
   EXPECT_THROW(static_cast<unsigned char>(QEN_TAny(256u)), QEN_EAnyConversion);
   EXPECT_THROW(static_cast<unsigned>(QEN_TAny(4294967296ull)), QEN_EAnyConversion);
   EXPECT_THROW(static_cast<unsigned>(QEN_TAny(-1.0)), QEN_EAnyConversion);
-  EXPECT_THROW(static_cast<unsigned>(QEN_TAny(4294967296.0)), QEN_EAnyConversion);
   EXPECT_THROW(QEN_TAny(1e19).AsInt64(), QEN_EAnyConversion);
   EXPECT_THROW(QEN_TAny(18446744073709551616.0).AsUInt64(), QEN_EAnyConversion);
   EXPECT_THROW(QEN_TAny(std::nan("")).AsUInt64(), QEN_EAnyConversion);
   EXPECT_THROW(QEN_TAny(9223372036854775808ull).AsInt64(), QEN_EAnyConversion);
-  EXPECT_THROW(QEN_TAny(2147483648u).AsInt32(), QEN_EAnyConversion);
   EXPECT_THROW(QEN_TAny(-2147483649ll).AsInt32(), QEN_EAnyConversion);
   // What is no number does not convert to one.
   EXPECT_THROW(static_cast<unsigned>(QEN_TAny("12")), QEN_EAnyConversion);
-  EXPECT_THROW(static_cast<double>(QEN_TAny("12")), QEN_EAnyConversion);
   EXPECT_THROW(static_cast<bool>(QEN_TAny()), QEN_EAnyConversion);
-  try {
-    static_cast<unsigned>(QEN_TAny(-3));
-    FAIL() << "no exception";
-  } catch (const QEN_EAnyConversion& e) {
-    std::string message = e.QEN_Message().c_str();
-    EXPECT_NE(message.find("QEN_TInt32 -3"), std::string::npos) << message;
-    EXPECT_NE(message.find("unsigned 32"), std::string::npos) << message;
-    EXPECT_GT(e.QEN_ExceptionLine(), 0u);
-  }
+  const std::string message =
+      test_support::FailureOf<QEN_EAnyConversion>([] { static_cast<unsigned>(QEN_TAny(-3)); });
+  EXPECT_NE(message.find("QEN_TInt32 -3"), std::string::npos) << message;
+  EXPECT_NE(message.find("unsigned 32"), std::string::npos) << message;
 }
 
 TEST_F(AnyTest, PointersComeBackByTheMatchingConversionAndAreNotPacked) {
@@ -116,7 +95,6 @@ TEST_F(AnyTest, EqualityIsKindAndValue) {
   EXPECT_TRUE(QEN_TAny() == QEN_TAny::Illegal());
   EXPECT_TRUE(QEN_TAny(0u) != QEN_TAny::Illegal());
   EXPECT_FALSE(QEN_TAny(static_cast<unsigned char>(5)) == QEN_TAny(5u)) << "kinds differ";
-  EXPECT_FALSE(QEN_TAny("a") == QEN_TAny("b"));
   EXPECT_FALSE(QEN_TAny(std::nan("")) == QEN_TAny(std::nan("")));
   QEN_TAny cleared(5u);
   cleared.Clear();
@@ -217,13 +195,6 @@ TEST_F(AnyTest, TextIsForgivingWhereItCostsNothingAndRefusesWhatDoesNotFit) {
                           "@"}) {
     SCOPED_TRACE(bad);
     EXPECT_THROW(FromText(bad), QEN_EStreamException);
-  }
-  try {
-    FromText("\n  300u8");
-    FAIL() << "no exception";
-  } catch (const QEN_ESyntaxError& e) {
-    std::string message = e.QEN_Message().c_str();
-    EXPECT_NE(message.find("line 2"), std::string::npos) << message;
   }
 }
 

@@ -1,6 +1,6 @@
 // What the tests of stored forms share: an object through the binary and the
-// text stream and back, the golden files, a packing stream that notes its
-// calls, and the start-up of a library before the tests. It needs only the
+// text stream and back, the golden files and the forms pinned by them,
+// and the start-up of a library before the tests. It needs only the
 // base types, so that their own tests can use it as well.
 #ifndef VYRAX_TESTS_STREAM_TEST_SUPPORT_H
 #define VYRAX_TESTS_STREAM_TEST_SUPPORT_H
@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "qen/qen_exception.h"
 #include "qen/qen_object.h"
 #include "qen/qen_stream.h"
 
@@ -38,6 +39,18 @@ class LibraryEnvironment : public ::testing::Environment {
  public:
   void SetUp() override { ASSERT_TRUE(Start()); }
 };
+
+// The message of the E that `body` throws; a failed check and "" if it throws none.
+template <class E = QEN_EException, class F>
+std::string FailureOf(F body) {
+  try {
+    body();
+  } catch (const E& e) {
+    return e.QEN_Message().c_str();
+  }
+  ADD_FAILURE() << "nothing thrown";
+  return "";
+}
 
 // --- Binary stream ----------------------------------------------------------------
 
@@ -94,6 +107,15 @@ inline std::vector<std::unique_ptr<QEN_IInterface>> ExtractAll(const Bytes& byte
   std::vector<std::unique_ptr<QEN_IInterface>> objects;
   while (reader.stream.Available() > 0) objects.emplace_back(reader.in.Extract(true));
   return objects;
+}
+
+// The T that `object` is; if it is none, a failed check and a T of nothing.
+template <class T>
+const T& As(const std::unique_ptr<QEN_IInterface>& object) {
+  static const T none;
+  const T* typed = object ? object->template DynamicCast<T>() : nullptr;
+  EXPECT_NE(typed, nullptr);
+  return typed != nullptr ? *typed : none;
 }
 
 // A new T filled by the binary stream's >>, which wants T's class in the bytes.
@@ -196,43 +218,54 @@ inline Bytes Golden(const std::string& name, const Bytes& current) {
   return Bytes(golden.begin(), golden.end());
 }
 
-// --- Packing calls ----------------------------------------------------------------
+// --- Pinned forms -----------------------------------------------------------------
 
-// Notes each call that a class makes on a packing stream. kValues notes an
-// object as "object <class>" and a double or unsigned with its value
-// ("double 1.500000", "u32 4"); kKinds notes an object by its class name
-// alone, so that a QEN_TAny shows the kind of number it holds, and every
-// number by its kind. The other calls are noted by kind in both.
-class RecordingStream : public QEN_IPacking {
- public:
-  enum Detail { kValues, kKinds };
-  explicit RecordingStream(Detail detail = kValues) : mDetail(detail) {}
+// Each of `read` is a T identical to the object at its place in `objects`.
+template <class T>
+void ExpectIdentical(const std::string& name,
+                     const std::vector<std::unique_ptr<QEN_IInterface>>& read,
+                     const std::vector<T>& objects) {
+  ASSERT_EQ(read.size(), objects.size()) << name;
+  for (size_t i = 0; i < objects.size(); ++i) {
+    const T* object = read[i]->template DynamicCast<T>();
+    EXPECT_TRUE(object != nullptr && object->QEN_IsIdent(objects[i])) << name << " " << i;
+  }
+}
 
-  std::vector<std::string> calls;
-  QEN_IPacking& operator<<(const QEN_IPackable& o) override {
-    return Note(mDetail == kValues ? std::string("object ") + o.ClassName() : o.ClassName());
-  }
-  QEN_IPacking& operator<<(double v) override { return Note("double", std::to_string(v)); }
-  QEN_IPacking& operator<<(bool) override { return Note("bool"); }
-  QEN_IPacking& operator<<(unsigned long long) override { return Note("u64"); }
-  QEN_IPacking& operator<<(unsigned v) override { return Note("u32", std::to_string(v)); }
-  QEN_IPacking& operator<<(unsigned short) override { return Note("u16"); }
-  QEN_IPacking& operator<<(unsigned char) override { return Note("u8"); }
-  QEN_IPacking& operator<<(int) override { return Note("i32"); }
-  QEN_IPacking& PutBytes(const void*, unsigned) override { return Note("bytes"); }
-  QEN_IPacking& PackBeginClass(const char*) override { return Note("begin"); }
-  QEN_IPacking& PackEndClass(const char*) override { return Note("end"); }
+// The packed form of `objects` is the golden file `name`, and it reads back,
+// each object built by its class name, into objects identical to them. Every
+// cut of the packed form of objects[cut] fails with an exception.
+template <class T>
+void ExpectPinnedPacked(const std::string& name, const std::vector<T>& objects, size_t cut = 0) {
+  const Bytes packed = Packed([&](QEN_TDataStream& stream) {
+    for (const T& object : objects) stream << object;
+  });
+  const Bytes golden = Golden(name, packed);
+  EXPECT_EQ(packed, golden) << name;
+  ExpectIdentical(name, ExtractAll(golden), objects);
+  const Bytes one = Pack(objects.at(cut));
+  for (size_t length = 1; length < one.size(); ++length)
+    EXPECT_THROW(ExtractAll(Bytes(one.begin(), one.begin() + length)), QEN_EException)
+        << name << " cut at " << length;
+}
 
- private:
-  QEN_IPacking& Note(std::string call) {
-    calls.push_back(std::move(call));
-    return *this;
-  }
-  QEN_IPacking& Note(const char* kind, const std::string& value) {
-    return Note(mDetail == kValues ? kind + (" " + value) : kind);
-  }
-  Detail mDetail;
-};
+// The same for the framed text form, one object a line.
+template <class T>
+void ExpectPinnedText(const std::string& name, const std::vector<T>& objects, size_t cut = 0) {
+  auto framed = [](const std::vector<T>& some) {
+    return Written([&](QEN_THumanReadableStream& stream) {
+      for (const T& object : some) stream.WriteObject(object) << cr;
+    });
+  };
+  const std::string text = framed(objects);
+  const std::string golden = Golden(name, text);
+  EXPECT_EQ(text, golden) << name;
+  ExpectIdentical(name, ExtractAllText(golden), objects);
+  const std::string one = framed({objects.at(cut)});
+  for (size_t length = 1; length + 1 < one.size(); ++length)
+    EXPECT_THROW(ExtractAllText(one.substr(0, length)), QEN_EException)
+        << name << " cut at " << length;
+}
 
 }  // namespace test_support
 

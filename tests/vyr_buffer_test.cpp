@@ -16,7 +16,6 @@ namespace {
 using namespace buffertest;
 using test_support::Extract;
 using test_support::Pack;
-using namespace buffertest;
 
 class BufferTest : public test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__> {
  protected:
@@ -69,7 +68,6 @@ TEST_F(BufferTest, OutOfMemoryWrapsTheSystemError) {
     Owned(VYR_IBuffer::Create(16, nullptr, false));
     FAIL() << "no exception";
   } catch (const VYR_EBufferNotEnoughMemory& failure) {
-    EXPECT_STREQ(failure.QEN_Message().c_str(), "VYR_EBufferNotEnoughMemory");
     EXPECT_STREQ(failure.QEN_ExceptionFile().c_str(), "Private/Source/vyr_buffer");
     ExpectSystemError(failure, ENOMEM, "System error nr. %d %s");
   }
@@ -82,7 +80,6 @@ TEST_F(BufferTest, ReferencesNeverOwnAndDuplicateIndependently) {
   unsigned char stack[32];
   std::memcpy(stack, Pattern(32).data(), 32);
   Owned ref(VYR_IBuffer::CreateRef(32, stack));
-  EXPECT_STREQ(ref->ClassName(), "VYR_TMemoryRef");
   Owned twin(ref->Duplicate(false));
   EXPECT_STREQ(twin->ClassName(), "VYR_TMemoryRef");
   EXPECT_EQ(twin->Buffer(), static_cast<const void*>(stack));
@@ -94,32 +91,6 @@ TEST_F(BufferTest, ReferencesNeverOwnAndDuplicateIndependently) {
   stack[0] ^= 0xFF;
   EXPECT_NE(Bytes(*copy)[0], stack[0]);
   EXPECT_THROW(Owned(VYR_IBuffer::CreateRef(4, nullptr)), VYR_EBufferInternal);
-}
-
-TEST_F(BufferTest, FactoriesOfTheClassFrame) {
-  // The implementations have no default state: their factories refuse.
-  for (const char* name :
-       {"VYR_TMemoryBuffer", "VYR_TMemoryRef", "VYR_TSliceBuffer", "VYR_TFileBuffer"}) {
-    SCOPED_TRACE(name);
-    const QEN_TClass* type = QEN_TClass::Find(name);
-    ASSERT_NE(type, nullptr);
-    EXPECT_TRUE(type->Implements("VYR_IBuffer"));
-    EXPECT_TRUE(type->HasSuperclass("VYR_TBuffPriv"));
-    try {
-      std::unique_ptr<QEN_TObject>(type->factory());
-      FAIL() << "no exception";
-    } catch (const VYR_EBufferInternal& failure) {
-      EXPECT_STREQ(failure.QEN_ExceptionFile().c_str(), "Private/Include/vyr_buffer-priv");
-    }
-  }
-  // The base builds an object without bytes, which refuses what needs them.
-  std::unique_ptr<QEN_TObject> object(QEN_TClass::Find("VYR_TBuffPriv")->factory());
-  const VYR_IBuffer* empty = static_cast<const VYR_IBuffer*>(object->DynamicCast("VYR_IBuffer"));
-  ASSERT_NE(empty, nullptr);
-  EXPECT_THROW(empty->Buffer(), VYR_EBufferEmptyBuffer);
-  EXPECT_THROW(empty->Buffer(0u), VYR_EBufferRegionTooLarge);
-  EXPECT_THROW(Owned(empty->Duplicate(false)), VYR_EBufferEmptyBuffer);
-  EXPECT_THROW(Owned(empty->DecodeHex(0u)), VYR_EBufferEmptyBuffer);
 }
 
 TEST_F(BufferTest, AddressesAreCheckedAgainstTheSize) {
@@ -251,27 +222,15 @@ TEST_F(BufferTest, HandlesCompareByBytesAndAnEmptyOneHoldsNothing) {
   EXPECT_THROW(empty.Buffer(), VYR_EBufferEmptyBuffer);
   EXPECT_THROW(empty(0, 0), VYR_EBufferEmptyBuffer);
   EXPECT_TRUE(VYR_TBuffer(empty) == empty);
-  empty = VYR_IBuffer::Create(3, "abc", true);
-  EXPECT_EQ(empty.Size(), 3u);
-
   VYR_TBuffer a(5, "hello", true);
-  VYR_TBuffer b(5, "hello", true);
-  EXPECT_TRUE(a == b);
+  EXPECT_TRUE(a == VYR_TBuffer(5, "hello", true));
   EXPECT_TRUE(a != VYR_TBuffer(5, "hellO", true));
   EXPECT_TRUE(a != VYR_TBuffer(4, "hell", true));
-  EXPECT_FALSE(a.QEN_IsIdent(VYR_TTag()));
-  std::unique_ptr<QEN_IPackable> clone(a.QEN_Clone());
-  ASSERT_NE(clone, nullptr);
-  EXPECT_TRUE(clone->QEN_IsIdent(a));
 }
 
 TEST_F(BufferTest, PackedFormIsPinned) {
-  std::vector<unsigned char> packed = Pack(VYR_TBuffer(5, "bytes", true));
-  std::vector<unsigned char> golden = test_support::Golden("vyr_buffer.bin", packed);
-  EXPECT_EQ(packed, golden);
-  std::unique_ptr<QEN_IInterface> rebuilt = Extract(golden);
-  ASSERT_NE(rebuilt, nullptr);
-  EXPECT_TRUE(*rebuilt->DynamicCast<VYR_TBuffer>() == VYR_TBuffer(5, "bytes", true));
+  test_support::ExpectPinnedPacked("vyr_buffer.bin",
+                                   std::vector<VYR_TBuffer>{VYR_TBuffer(5, "bytes", true)});
 }
 
 TEST_F(BufferTest, UnpackingGivesAPrivateWritableMemoryBuffer) {
@@ -494,12 +453,10 @@ TEST_F(BufferTest, DecodeHexTableOfTexts) {
   const HexCase cases[] = {
       {"4A4b", 0, "\x4A\x4B", 2, false},
       {"4A 4b\n", 0, "\x4A\x4B", 2, true},  // trailing non-digits set the flag
-      {"4A 4b", 0, "\x4A\x4B", 2, false},
-      {"414", 0, "\x41", 1, true},  // the last digit is dropped
-      {"4 ", 0, "\x3F", 1, false},  // a lone digit with the mark as its low half
-      {"4\n\n", 0, "\x3F", 1, false},
-      {"4142", 1, "\x41", 1, false},   // the destination is full
-      {" 0\n0 ", 0, "\x00", 1, true},  // blanks even inside a pair
+      {"414", 0, "\x41", 1, true},          // the last digit is dropped
+      {"4 ", 0, "\x3F", 1, false},          // a lone digit with the mark as its low half
+      {"4142", 1, "\x41", 1, false},        // the destination is full
+      {" 0\n0 ", 0, "\x00", 1, true},       // blanks even inside a pair
       {"fFaA09", 0, "\xFF\xAA\x09", 3, false},
       {"x4y1z", 0, "\x41", 1, true},
       {"00112233", 3, "\x00\x11\x22", 3, false},
@@ -507,7 +464,6 @@ TEST_F(BufferTest, DecodeHexTableOfTexts) {
       // size 0, which gives the whole destination, cleared, and the flag
       // says so.
       {"zz z", 0, "\0\0", 2, true},
-      {"z", 0, "\0", 1, true},
       {"", 0, nullptr, 0, false},  // an empty source gives an empty result
   };
   for (const HexCase& row : cases) {

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "buffer_test_support.h"
 #include "stream_test_support.h"
 
 namespace {
@@ -28,37 +29,27 @@ struct Result {
   std::string out, err;
 };
 
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 void WriteAll(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
 class VyrtoolTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/vyrtool-test-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern), nullptr);
-    mFolder = pattern;
-  }
-  void TearDown() override { std::system(("rm -rf '" + mFolder + "'").c_str()); }
-
-  std::string Path(const std::string& name) const { return mFolder + "/" + name; }
+  void SetUp() override { ASSERT_TRUE(mDir.Ok()); }
+  std::string Path(const std::string& name) const { return mDir.File(name); }
 
   // Runs the built tool with `args` (quoted for the shell by the caller).
   Result Run(const std::string& args, const std::string& environment = "") const {
     const std::string out = Path(".out"), err = Path(".err");
-    const std::string command = "cd '" + mFolder + "' && " + environment +
+    const std::string command = "cd '" + mDir.Path() + "' && " + environment +
                                 " '" VYRAX_BINARY_DIR "/bin/vyrtool' " + args + " >'" + out +
                                 "' 2>'" + err + "'";
     const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out), ReadAll(err)};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, test_support::ReadFile(out),
+            test_support::ReadFile(err)};
   }
 
-  std::string mFolder;
+  buffertest::TempDir mDir;
 };
 
 TEST_F(VyrtoolTest, MetaOnBothBackends) {
@@ -75,7 +66,7 @@ TEST_F(VyrtoolTest, MetaOnBothBackends) {
               nlohmann::json({{"a", 1}, {"b", "two"}}));
     EXPECT_EQ(Run(meta + "get page.tif raw").out, "0001ff\n");
     ASSERT_EQ(Run(meta + "get page.tif raw -o copy.bin").code, 0);
-    EXPECT_EQ(ReadAll(Path("copy.bin")), std::string("\x00\x01\xFF", 3));
+    EXPECT_EQ(test_support::ReadFile(Path("copy.bin")), std::string("\x00\x01\xFF", 3));
     const nlohmann::json keys = nlohmann::json::parse(Run("--json " + meta + "list page.tif").out);
     EXPECT_EQ(std::set<std::string>(keys["page.tif"].begin(), keys["page.tif"].end()),
               std::set<std::string>({"NOTE", "DICT", "RAW"}));
@@ -105,7 +96,7 @@ TEST_F(VyrtoolTest, MetaOnBothBackends) {
     EXPECT_EQ(walk.out, "./page.tif\tNOTE\tstale\n./sub/a.tif\tNOTE\tmatches\n");
     EXPECT_NE(walk.err.find("4 files, 1 with a \"no\" answer, 0 failed"), std::string::npos)
         << walk.err;
-    std::system(("rm -rf '" + mFolder + "'/* '" + mFolder + "'/.metadata").c_str());
+    std::system(("rm -rf '" + mDir.Path() + "'/* '" + mDir.Path() + "'/.metadata").c_str());
   }
 }
 
@@ -126,9 +117,9 @@ TEST_F(VyrtoolTest, ShowAndConvertAStoredTicket) {
 
   // Binary to text and back gives the same bytes.
   ASSERT_EQ(Run("convert --to text a.ticket a.txt").code, 0);
-  EXPECT_EQ(ReadAll(Path("a.txt")).rfind("VYR_TImageTicket", 0), 0u);
+  EXPECT_EQ(test_support::ReadFile(Path("a.txt")).rfind("VYR_TImageTicket", 0), 0u);
   ASSERT_EQ(Run("convert --to binary a.txt b.ticket").code, 0);
-  EXPECT_EQ(ReadAll(Path("b.ticket")), ReadAll(Path("a.ticket")));
+  EXPECT_EQ(test_support::ReadFile(Path("b.ticket")), test_support::ReadFile(Path("a.ticket")));
 }
 
 TEST_F(VyrtoolTest, TicketCheckSaysWhy) {

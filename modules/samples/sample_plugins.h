@@ -10,4 +10,17 @@
 // function pointer, called after a cast to this type.
 typedef const char* (*VYR_TSampleReaderCreator)();
 
+// The start-up entry of a sample plug-in, named after the module's TAG: it
+// registers `describe`, a VYR_TSampleReaderCreator, under each of the
+// creator names that follow, when the loader loads the module.
+#define VYR_SAMPLE_PLUGIN(TAG, describe, ...)                                                   \
+  extern "C"                                                                                    \
+      __attribute__((visibility("default"))) bool __QEN_INITIALIZATION_FUNCTION_##TAG##__() {   \
+    if (VYR_TDynamicLoader::sLoader == nullptr) return false;                                   \
+    for (const char* name : {__VA_ARGS__})                                                      \
+      VYR_TDynamicLoader::sLoader->RegisterCreator(                                             \
+          VYR_SAMPLE_PROVIDER, name, reinterpret_cast<VYR_TDynamicLoader::Function>(describe)); \
+    return true;                                                                                \
+  }
+
 #endif

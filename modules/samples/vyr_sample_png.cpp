@@ -11,10 +11,4 @@ const char* DescribePng() { return "sample PNG reader: reads .png"; }
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) bool
-__QEN_INITIALIZATION_FUNCTION_VYR_SAMPLE_PNG__() {
-  if (VYR_TDynamicLoader::sLoader == nullptr) return false;
-  VYR_TDynamicLoader::sLoader->RegisterCreator(
-      VYR_SAMPLE_PROVIDER, "png", reinterpret_cast<VYR_TDynamicLoader::Function>(&DescribePng));
-  return true;
-}
+VYR_SAMPLE_PLUGIN(VYR_SAMPLE_PNG, &DescribePng, "png")

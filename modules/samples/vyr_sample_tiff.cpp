@@ -11,12 +11,4 @@ const char* DescribeTiff() { return "sample TIFF reader: reads .tif and .tiff"; 
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) bool
-__QEN_INITIALIZATION_FUNCTION_VYR_SAMPLE_TIFF__() {
-  if (VYR_TDynamicLoader::sLoader == nullptr) return false;
-  VYR_TDynamicLoader::Function creator =
-      reinterpret_cast<VYR_TDynamicLoader::Function>(&DescribeTiff);
-  VYR_TDynamicLoader::sLoader->RegisterCreator(VYR_SAMPLE_PROVIDER, "tiff", creator);
-  VYR_TDynamicLoader::sLoader->RegisterCreator(VYR_SAMPLE_PROVIDER, "tif", creator);
-  return true;
-}
+VYR_SAMPLE_PLUGIN(VYR_SAMPLE_TIFF, &DescribeTiff, "tiff", "tif")

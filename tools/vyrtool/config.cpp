@@ -97,17 +97,14 @@ int RunKeys() {
 }  // namespace
 
 void AddConfig(CLI::App& app) {
-  CLI::App* config = app.add_subcommand("config", "The process-wide configuration");
-  config->require_subcommand(1);
-  CLI::App* get = config->add_subcommand("get", "The value at PATH (\"/\": the whole tree)");
-  get->add_option("PATH", gPath, "A path such as /Resources/Modules/VYR")->required();
-  OnRun(get, RunGet);
-  CLI::App* keys = config->add_subcommand("keys", "The names under PATH");
-  keys->add_option("PATH", gPath, "A path; \"/\" for the top");
-  OnRun(keys, RunKeys);
-  CLI::App* source = config->add_subcommand(
-      "source", "Which source this process uses (VYR_USE_CFS, QEN_SERVER) and why");
-  OnRun(source, RunSource);
+  CLI::App* config = Group(app, "config", "The process-wide configuration");
+  Command(*config, "get", "The value at PATH (\"/\": the whole tree)", RunGet)
+      ->add_option("PATH", gPath, "A path such as /Resources/Modules/VYR")
+      ->required();
+  Command(*config, "keys", "The names under PATH", RunKeys)
+      ->add_option("PATH", gPath, "A path; \"/\" for the top");
+  Command(*config, "source", "Which source this process uses (VYR_USE_CFS, QEN_SERVER) and why",
+          RunSource);
 }
 
 }  // namespace vyrtool

@@ -69,20 +69,17 @@ int Cat() {
 }  // namespace
 
 void AddEmbed(CLI::App& app) {
-  CLI::App* embed = app.add_subcommand("embed", "Ranges of files as \"embed\" URLs");
-  embed->require_subcommand(1);
-  CLI::App* make = embed->add_subcommand("make", "The URL of LENGTH bytes at OFFSET in FILE");
+  CLI::App* embed = Group(app, "embed", "Ranges of files as \"embed\" URLs");
+  CLI::App* make = Command(*embed, "make", "The URL of LENGTH bytes at OFFSET in FILE", Make);
   make->add_option("FILE", Embed().file, "The container")->required();
   make->add_option("OFFSET", Embed().offset, "Where the range starts")->required();
   make->add_option("LENGTH", Embed().length, "Its length (0: to the end)")->required();
-  OnRun(make, Make);
-  CLI::App* info = embed->add_subcommand("info", "The container and range of an \"embed\" URL");
-  info->add_option("URL", Embed().url, "The URL")->required();
-  OnRun(info, Info);
-
-  CLI::App* cat = app.add_subcommand("cat", "The bytes of a file or an \"embed\" URL's range");
-  cat->add_option("URL", Embed().url, "A URL or a path")->required();
-  OnRun(cat, Cat);
+  Command(*embed, "info", "The container and range of an \"embed\" URL", Info)
+      ->add_option("URL", Embed().url, "The URL")
+      ->required();
+  Command(app, "cat", "The bytes of a file or an \"embed\" URL's range", Cat)
+      ->add_option("URL", Embed().url, "A URL or a path")
+      ->required();
 }
 
 }  // namespace vyrtool

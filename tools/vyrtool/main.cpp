@@ -41,6 +41,18 @@ Options& Global() {
 
 void OnRun(CLI::App* command, std::function<int()> run) { Runs()[command] = std::move(run); }
 
+CLI::App* Group(CLI::App& app, const char* name, const char* about) {
+  CLI::App* group = app.add_subcommand(name, about);
+  group->require_subcommand(1);
+  return group;
+}
+
+CLI::App* Command(CLI::App& parent, const char* name, const char* about, std::function<int()> run) {
+  CLI::App* command = parent.add_subcommand(name, about);
+  OnRun(command, std::move(run));
+  return command;
+}
+
 std::string Utf8(const QEN_TString& text) { return text.Utf8(); }
 
 std::string Hex(const void* data, std::size_t size) {

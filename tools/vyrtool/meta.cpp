@@ -293,9 +293,7 @@ int Verify() {
 }  // namespace
 
 void AddMeta(CLI::App& app) {
-  CLI::App* meta =
-      app.add_subcommand("meta", "A file's metadata: list, get, set, rm, stamp, verify");
-  meta->require_subcommand(1);
+  CLI::App* meta = Group(app, "meta", "A file's metadata: list, get, set, rm, stamp, verify");
   meta->add_option("--backend", Meta().backend,
                    "sidecar or xattr (default: as VYR_EMULATE_METADATA says)")
       ->check(CLI::IsMember({"sidecar", "xattr"}));

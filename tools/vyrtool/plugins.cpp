@@ -96,8 +96,7 @@ int RunLoad() {
 }  // namespace
 
 void AddPlugins(CLI::App& app) {
-  CLI::App* plugins = app.add_subcommand("plugins", "The plug-ins of the configuration's table");
-  plugins->require_subcommand(1);
+  CLI::App* plugins = Group(app, "plugins", "The plug-ins of the configuration's table");
   CLI::App* list = plugins->add_subcommand(
       "list", "Every configured pair, loaded one by one (exit 1 when one fails)");
   OnRun(list, RunList);

@@ -90,8 +90,7 @@ int RunCheck() {
 }  // namespace
 
 void AddTicket(CLI::App& app) {
-  CLI::App* ticket = app.add_subcommand("ticket", "Stored image tickets");
-  ticket->require_subcommand(1);
+  CLI::App* ticket = Group(app, "ticket", "Stored image tickets");
   CLI::App* check = ticket->add_subcommand(
       "check",
       "Whether the ticket is still valid and its files ready, with the reason, and the "

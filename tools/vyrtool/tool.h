@@ -43,6 +43,10 @@ Options& Global();
 
 // Makes `run` the action of `command`; the tool runs it after parsing.
 void OnRun(CLI::App* command, std::function<int()> run);
+// A group of subcommands `name` of `app`, one of which must be given.
+CLI::App* Group(CLI::App& app, const char* name, const char* about);
+// A subcommand `name` of `parent` whose action is `run`.
+CLI::App* Command(CLI::App& parent, const char* name, const char* about, std::function<int()> run);
 
 void AddMeta(CLI::App& app);
 void AddShow(CLI::App& app);

@@ -1,4 +1,5 @@
-// Starts the library and packs a tag, as any client would.
+// Starts the library, writes a tag and reads it back, and loads a plug-in,
+// as any client would.
 #include <vyrax/vyrax.h>
 
 #include <cstdio>
@@ -11,17 +12,15 @@ int main() {
   }
   VYR_TTag tag(16ULL, 32ULL);
   QEN_TMemoryStream memory;
-  QEN_TDataStream out(memory);
-  out << tag;
-  QEN_TMemoryStream source(memory.Data(), memory.Length(), memory.Length());
-  QEN_TDataStream in(source);
-  std::unique_ptr<QEN_IInterface> copy(in.Extract(true));
+  QEN_THumanReadableStream(memory).WriteObject(tag);
+  QEN_THumanReadableStream in(memory);
+  std::unique_ptr<QEN_IHumanReadable> copy(in.Extract());
   const VYR_TTag* rebuilt = copy ? copy->DynamicCast<VYR_TTag>() : nullptr;
   if (rebuilt == nullptr || !(*rebuilt == tag)) {
-    std::puts("tag did not survive packing");
+    std::puts("tag did not survive its text form");
     return 1;
   }
-  std::printf("packed a tag into %u bytes and rebuilt it\n", memory.Length());
+  std::printf("wrote a tag as %u bytes of text and rebuilt it\n", memory.Length());
 
   // A sample plug-in, found by name in the installed plug-in folder.
   QEN_TDict creators;
