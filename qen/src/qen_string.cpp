@@ -12,6 +12,8 @@
 
 #include "qen/qen_stream.h"
 #include "qen/qen_utf8.h"
+#include "qen_case.h"
+#include "qen_format.h"
 
 QEN_DEFINE_INTERFACE(QEN_IHashable)
 QEN_DEFINE_VALUE(QEN_TString, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable,
@@ -20,6 +22,10 @@ QEN_DEFINE_VALUE(QEN_TString, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QE
 const QEN_TString QEN_TString::sEmpty;
 
 namespace {
+
+using qen_case::FoldOf;
+using qen_case::LowerOf;
+using qen_case::UpperOf;
 
 constexpr char16_t kReplacement = 0xFFFD;
 
@@ -136,41 +142,6 @@ std::u16string FromUtf8(const char* text, std::size_t size) {
 // A single char stands for itself as a Latin-1 character: a lone byte of a
 // multi-byte UTF-8 sequence has no meaning of its own.
 char16_t FromChar(char c) { return static_cast<char16_t>(static_cast<unsigned char>(c)); }
-
-// Simple one-to-one case mappings of Latin, Greek and Cyrillic letters.
-char16_t LowerOf(char16_t c) {
-  if (c < 0x80) return (c >= 'A' && c <= 'Z') ? c + 32 : c;
-  if (c >= 0xC0 && c <= 0xDE && c != 0xD7) return c + 32;
-  if (c == 0x130) return u'i';
-  if (c >= 0x100 && c <= 0x137) return (c % 2 == 0) ? c + 1 : c;
-  if (c >= 0x139 && c <= 0x148) return (c % 2 == 1) ? c + 1 : c;
-  if (c >= 0x14A && c <= 0x177) return (c % 2 == 0) ? c + 1 : c;
-  if (c == 0x178) return 0xFF;
-  if (c >= 0x179 && c <= 0x17E) return (c % 2 == 1) ? c + 1 : c;
-  if (c >= 0x391 && c <= 0x3A9 && c != 0x3A2) return c + 32;
-  if (c >= 0x410 && c <= 0x42F) return c + 32;
-  if (c >= 0x400 && c <= 0x40F) return c + 80;
-  return c;
-}
-
-char16_t UpperOf(char16_t c) {
-  if (c < 0x80) return (c >= 'a' && c <= 'z') ? c - 32 : c;
-  if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return c - 32;
-  if (c == 0xFF) return 0x178;
-  if (c == 0x131) return u'I';
-  if (c >= 0x101 && c <= 0x137) return (c % 2 == 1) ? c - 1 : c;
-  if (c >= 0x13A && c <= 0x148) return (c % 2 == 0) ? c - 1 : c;
-  if (c >= 0x14B && c <= 0x177) return (c % 2 == 1) ? c - 1 : c;
-  if (c >= 0x17A && c <= 0x17E) return (c % 2 == 0) ? c - 1 : c;
-  if (c == 0x3C2) return 0x3A3;
-  if (c >= 0x3B1 && c <= 0x3C9) return c - 32;
-  if (c >= 0x430 && c <= 0x44F) return c - 32;
-  if (c >= 0x450 && c <= 0x45F) return c - 80;
-  return c;
-}
-
-// The form both sides of a case-blind comparison are brought to.
-char16_t FoldOf(char16_t c) { return c == 0x3C2 ? 0x3C3 : LowerOf(c); }
 
 std::size_t U16Length(const char16_t* text) {
   std::size_t n = 0;
@@ -480,153 +451,6 @@ QEN_TString QEN_TString::ReplaceChars(const QEN_TString& what, const QEN_TString
   return QEN_TString(std::move(out));
 }
 
-namespace {
-
-// One conversion formatted alone, with the numbers of its '*'s.
-template <class Value>
-int FormatOne(std::string& out, const std::string& conversion, const int* stars, int starCount,
-              Value value) {
-  auto print = [&](char* buffer, std::size_t size) {
-    switch (starCount) {
-      case 0:
-        return std::snprintf(buffer, size, conversion.c_str(), value);
-      case 1:
-        return std::snprintf(buffer, size, conversion.c_str(), stars[0], value);
-      default:
-        return std::snprintf(buffer, size, conversion.c_str(), stars[0], stars[1], value);
-    }
-  };
-  char small[512];
-  const int n = print(small, sizeof small);
-  if (n < 0) return n;
-  if (static_cast<std::size_t>(n) < sizeof small) {
-    out.append(small, static_cast<std::size_t>(n));
-  } else {
-    std::vector<char> big(static_cast<std::size_t>(n) + 1);
-    print(big.data(), big.size());
-    out.append(big.data(), static_cast<std::size_t>(n));
-  }
-  return n;
-}
-
-// The format walked one conversion at a time, each argument taken at the
-// type its conversion names. Used when the C library refuses the whole
-// format (a wide character the locale can't encode): the literal text and
-// every other conversion stay, and the refused one is marked in its place.
-std::string FormatPieceByPiece(const char* format, va_list args) {
-  std::string out;
-  const char* p = format;
-  while (*p != '\0') {
-    if (*p != '%') {
-      out += *p++;
-      continue;
-    }
-    const char* start = p++;
-    if (*p == '%') {
-      out += '%';
-      ++p;
-      continue;
-    }
-    int stars[2] = {0, 0};
-    int starCount = 0;
-    while (*p != '\0' && std::strchr("-+ #0'I", *p) != nullptr) ++p;
-    auto numberOrStar = [&] {
-      if (*p == '*') {
-        if (starCount < 2) stars[starCount++] = va_arg(args, int);
-        ++p;
-      }
-      while (*p >= '0' && *p <= '9') ++p;
-    };
-    numberOrStar();
-    if (*p == '.') {
-      ++p;
-      numberOrStar();
-    }
-    int longs = 0;
-    bool longDouble = false, sizeT = false, intMax = false, ptrDiff = false;
-    while (*p != '\0' && std::strchr("hlLqjzt", *p) != nullptr) {
-      if (*p == 'l' || *p == 'q') ++longs;
-      if (*p == 'q') ++longs;
-      if (*p == 'L') longDouble = true;
-      if (*p == 'z') sizeT = true;
-      if (*p == 'j') intMax = true;
-      if (*p == 't') ptrDiff = true;
-      ++p;
-    }
-    if (*p == '\0' || std::memchr(start, '$', static_cast<std::size_t>(p - start)) != nullptr) {
-      out += start;  // unfinished, or positional: nothing more can be taken safely
-      break;
-    }
-    const char letter = *p++;
-    const std::string conversion(start, p);
-    const bool wide = longs > 0 || letter == 'C' || letter == 'S';
-    int n = 0;
-    switch (letter) {
-      case 'd':
-      case 'i':
-        if (longs >= 2 || intMax || sizeT || ptrDiff || longDouble)
-          n = FormatOne(out, conversion, stars, starCount, va_arg(args, long long));
-        else if (longs == 1)
-          n = FormatOne(out, conversion, stars, starCount, va_arg(args, long));
-        else
-          n = FormatOne(out, conversion, stars, starCount, va_arg(args, int));
-        break;
-      case 'o':
-      case 'u':
-      case 'x':
-      case 'X':
-        if (longs >= 2 || intMax || sizeT || ptrDiff || longDouble)
-          n = FormatOne(out, conversion, stars, starCount, va_arg(args, unsigned long long));
-        else if (longs == 1)
-          n = FormatOne(out, conversion, stars, starCount, va_arg(args, unsigned long));
-        else
-          n = FormatOne(out, conversion, stars, starCount, va_arg(args, unsigned));
-        break;
-      case 'e':
-      case 'E':
-      case 'f':
-      case 'F':
-      case 'g':
-      case 'G':
-      case 'a':
-      case 'A':
-        if (longDouble)
-          n = FormatOne(out, conversion, stars, starCount, va_arg(args, long double));
-        else
-          n = FormatOne(out, conversion, stars, starCount, va_arg(args, double));
-        break;
-      case 'c':
-      case 'C':
-        if (wide)
-          n = FormatOne(out, conversion, stars, starCount,
-                        static_cast<wint_t>(va_arg(args, wint_t)));
-        else
-          n = FormatOne(out, conversion, stars, starCount, va_arg(args, int));
-        break;
-      case 's':
-      case 'S':
-        if (wide)
-          n = FormatOne(out, conversion, stars, starCount, va_arg(args, const wchar_t*));
-        else
-          n = FormatOne(out, conversion, stars, starCount, va_arg(args, const char*));
-        break;
-      case 'p':
-        n = FormatOne(out, conversion, stars, starCount, va_arg(args, void*));
-        break;
-      case 'n':
-        (void)va_arg(args, void*);  // never written through
-        break;
-      default:
-        out += start;  // an unknown letter: its argument's type is unknown too
-        return out;
-    }
-    if (n < 0) out += "[refused: " + conversion + "]";
-  }
-  return out;
-}
-
-}  // namespace
-
 QEN_TString QEN_TString::Format(const char* format, ...) {
   if (format == nullptr) return QEN_TString();
   char small[512];
@@ -640,7 +464,7 @@ QEN_TString QEN_TString::Format(const char* format, ...) {
   if (n < 0) {
     // A conversion the C library refuses (such as a wide character the
     // locale can't encode): the rest of the text is kept.
-    const std::string pieces = FormatPieceByPiece(format, again);
+    const std::string pieces = qen_format::PieceByPiece(format, again);
     va_end(again);
     AppendUtf8(result.mText, pieces.data(), pieces.size());
     return result;
