@@ -18,15 +18,17 @@ namespace metadatatest {
 
 using buffertest::Owned;
 using buffertest::TempDir;
-using buffertest::WriteFile;
 using test_support::ReadFile;
+
+inline std::string WriteFile(const std::string& path, const std::string& bytes) {
+  return buffertest::WriteFile(path, bytes);
+}
 
 // The inode of a file, or 0 when there is none.
 inline ino_t InodeOf(const std::string& path) {
   struct stat info;
   return ::stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
 }
-
 inline bool Exists(const std::string& path) { return InodeOf(path) != 0; }
 
 // The names in a folder, without "." and "..", sorted.
@@ -41,11 +43,6 @@ inline std::vector<std::string> Entries(const std::string& folder) {
   }
   std::sort(names.begin(), names.end());
   return names;
-}
-
-// The side-car file of a data file.
-inline std::string SideCarOf(const std::string& folder, const std::string& name) {
-  return folder + "/.metadata/." + name + ".info";
 }
 
 inline QEN_TURL UrlOf(const std::string& path) { return QEN_TURL::LocalToURL(path.c_str()); }

@@ -20,7 +20,6 @@ namespace {
 using metadatatest::Exists;
 using metadatatest::Keys;
 using metadatatest::Lines;
-using metadatatest::Owned;
 using metadatatest::ReadFile;
 using metadatatest::Store;
 using metadatatest::UrlOf;
@@ -33,7 +32,7 @@ class SideCarTest : public ::testing::Test {
   void SetUp() override {
     ASSERT_TRUE(mDir.Ok());
     mData = WriteFile(mDir.File("page1.tif"), "image bytes");
-    mSideCar = metadatatest::SideCarOf(mDir.Path(), "page1.tif");
+    mSideCar = mDir.File(".metadata/.page1.tif.info");
   }
   void TearDown() override { VYR_PlatformClearFaults(); }
 
