@@ -17,8 +17,6 @@
 
 namespace {
 
-using namespace tickettest;
-
 using buffertest::TempDir;
 using metadatatest::LockHolder;
 using metadatatest::UrlOf;

@@ -13,8 +13,6 @@
 
 namespace {
 
-using namespace tickettest;
-
 using test_support::Golden;
 
 // The named levels, and some that are not, for walks over "every level".
