@@ -4,54 +4,32 @@
 #define VYRAX_TESTS_METADATA_TEST_SUPPORT_H
 
 #include <dirent.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <ordonotes/ordonotes.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
-#include <vyrax/vyrax.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "buffer_test_support.h"
 #include "stream_test_support.h"
 
 namespace metadatatest {
 
-typedef std::unique_ptr<const VYR_IBuffer> Owned;
-
+using buffertest::Owned;
 using buffertest::TempDir;
-
-inline std::string WriteFile(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  return path;
-}
-
 using test_support::ReadFile;
 
-inline bool Exists(const std::string& path) {
-  struct stat info;
-  return ::lstat(path.c_str(), &info) == 0;
+inline std::string WriteFile(const std::string& path, const std::string& bytes) {
+  return buffertest::WriteFile(path, bytes);
 }
 
-inline bool IsFolder(const std::string& path) {
-  struct stat info;
-  return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
-
+// The inode of a file, or 0 when there is none.
 inline ino_t InodeOf(const std::string& path) {
   struct stat info;
   return ::stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
 }
+inline bool Exists(const std::string& path) { return InodeOf(path) != 0; }
 
 // The names in a folder, without "." and "..", sorted.
 inline std::vector<std::string> Entries(const std::string& folder) {
@@ -67,11 +45,6 @@ inline std::vector<std::string> Entries(const std::string& folder) {
   return names;
 }
 
-// The side-car file of a data file.
-inline std::string SideCarOf(const std::string& folder, const std::string& name) {
-  return folder + "/.metadata/." + name + ".info";
-}
-
 inline QEN_TURL UrlOf(const std::string& path) { return QEN_TURL::LocalToURL(path.c_str()); }
 
 // Sets the modification time of a file, to the nanosecond.
@@ -81,8 +54,7 @@ inline bool SetModificationTime(const std::string& path, long long seconds, long
 }
 
 inline std::string BytesOf(const VYR_IBuffer* buffer) {
-  if (buffer == nullptr) return std::string();
-  return std::string(static_cast<const char*>(buffer->Buffer()), buffer->Size());
+  return buffer ? std::string(static_cast<const char*>(buffer->Buffer()), buffer->Size()) : "";
 }
 
 // The value of `key` as bytes, or "<none>" (the attribute store throws for
@@ -148,11 +120,8 @@ class LockHolder {
     mChild = ::fork();
     if (mChild == 0) {
       ::close(ready[0]);
-      const int fd = ::open(path.c_str(),
-                            how == kWriting  ? O_WRONLY | O_APPEND
-                            : how == kShared ? O_RDONLY
-                                             : O_RDWR | O_CREAT,
-                            0644);
+      const int flags[] = {O_RDWR | O_CREAT, O_RDONLY, O_WRONLY | O_APPEND};
+      const int fd = ::open(path.c_str(), flags[how], 0644);
       const bool locked = how == kWriting || ::flock(fd, how == kShared ? LOCK_SH : LOCK_EX) == 0;
       const char ok = fd >= 0 && locked ? 'y' : 'n';
       if (::write(ready[1], &ok, 1) != 1) ::_exit(1);

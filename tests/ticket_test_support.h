@@ -3,23 +3,18 @@
 #ifndef VYRAX_TESTS_TICKET_TEST_SUPPORT_H
 #define VYRAX_TESTS_TICKET_TEST_SUPPORT_H
 
-#include <gtest/gtest.h>
 #include <vyrax/vyr_reference.h>
 #include <vyrax/vyrax.h>
 
-#include <string>
-#include <utility>
-
 #include "stream_test_support.h"
-
-namespace tickettest {
 
 using TicketTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__>;
 
-// Fills the groups of `level` and sets the level. The references are real
-// VYR_TReference objects, or QEN_TURL stand-ins where a stored form must
-// not depend on another class's layout.
-inline void Fill(VYR_TImageTicket& ticket, unsigned level, bool realReferences = true) {
+// A ticket with the groups of `level` filled and the level set. The
+// references are real VYR_TReference objects, or QEN_TURL stand-ins where a
+// stored form must not depend on another class's layout.
+inline VYR_TImageTicket Sample(unsigned level, bool realReferences = true) {
+  VYR_TImageTicket ticket;
   VYR_TTicketWriter writer(ticket);
   writer.SetCreatorId("vyrax tests");
   if (level & 0x1) {
@@ -60,24 +55,15 @@ inline void Fill(VYR_TImageTicket& ticket, unsigned level, bool realReferences =
     info["Gamma"] = 2.2;
   }
   if (level & 0x80) {
-    QEN_TList& refs = writer.ExternalRefs();
-    if (realReferences) {
-      refs.AddAtTail(
-          QEN_TAny(VYR_TReference(QEN_TURL("file:///jobs/2024/logo.eps"), VYR_MM, 10.0, 20.0,
-                                  "logo.eps", "application/postscript", "EPS", 1, -1)));
-      refs.AddAtTail(
-          QEN_TAny(VYR_TReference(QEN_TURL("file:///jobs/2024/cyan.tif"), VYR_Inch, 0.0, 0.0)));
-    } else {
-      refs.AddAtTail(QEN_TAny(QEN_TURL("file:///jobs/2024/logo.eps")));
-      refs.AddAtTail(QEN_TAny(QEN_TURL("file:///jobs/2024/cyan.tif")));
-    }
+    const QEN_TURL logo("file:///jobs/2024/logo.eps"), cyan("file:///jobs/2024/cyan.tif");
+    writer.ExternalRefs().AddAtTail(
+        realReferences ? QEN_TAny(VYR_TReference(logo, VYR_MM, 10.0, 20.0, "logo.eps",
+                                                 "application/postscript", "EPS", 1, -1))
+                       : QEN_TAny(logo));
+    writer.ExternalRefs().AddAtTail(
+        realReferences ? QEN_TAny(VYR_TReference(cyan, VYR_Inch, 0.0, 0.0)) : QEN_TAny(cyan));
   }
   writer.SetFillLevel(level);
-}
-
-inline VYR_TImageTicket Sample(unsigned level, bool realReferences = true) {
-  VYR_TImageTicket ticket;
-  Fill(ticket, level, realReferences);
   return ticket;
 }
 
@@ -93,12 +79,8 @@ inline VYR_TImageTicket Image(unsigned char position, VYR_TImageType type, int r
 }
 
 // A proxy filled the way a reader of files fills one: through Tickets().
-class ProxyBuilder : public VYR_TImageProxy {
- public:
+struct ProxyBuilder : VYR_TImageProxy {
   using VYR_TImageProxy::VYR_TImageProxy;
-  QEN_TListKey* Add(const VYR_TImageTicket& ticket) {
-    return Tickets().AddAtTail(QEN_TAny(ticket));
-  }
   QEN_TList& List() { return Tickets(); }
 };
 
@@ -106,16 +88,10 @@ class ProxyBuilder : public VYR_TImageProxy {
 // preview of an image that is not in the file; the first one selected.
 inline VYR_TImageProxy FourTickets() {
   ProxyBuilder proxy(Image(0, VYR_TypeImage, -1));
-  proxy.Add(Image(1, VYR_TypePreview, 0));
-  proxy.Add(Image(2, VYR_TypeIcon, 0));
-  proxy.Add(Image(3, VYR_TypePreview, 7));
+  proxy.List().AddAtTail(QEN_TAny(Image(1, VYR_TypePreview, 0)));
+  proxy.List().AddAtTail(QEN_TAny(Image(2, VYR_TypeIcon, 0)));
+  proxy.List().AddAtTail(QEN_TAny(Image(3, VYR_TypePreview, 7)));
   return proxy;
 }
-
-unsigned Version(const VYR_TImageTicket& ticket) {
-  return static_cast<unsigned>(ticket.Internal("version"));
-}
-
-}  // namespace tickettest
 
 #endif

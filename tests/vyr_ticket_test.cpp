@@ -5,83 +5,80 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <memory>
-#include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "ticket_test_support.h"
 
 namespace {
 
-using namespace tickettest;
-
 using test_support::Golden;
+
+unsigned Version(const VYR_TImageTicket& ticket) {
+  return static_cast<unsigned>(ticket.Internal("version"));
+}
 
 // Which groups of a ticket hold the sample's values, as one text, so that a
 // table row reads at a glance: F file, T type, P processor, B basic, E
 // extended info, R references.
 std::string Groups(const VYR_TImageTicket& ticket) {
   std::string groups;
-  if (ticket.File() == QEN_TURL("file:///jobs/2024/brochure%20cover.tif") &&
-      ticket.FileSize() == 5000000123ULL && ticket.ImagePosition() == 2)
-    groups += 'F';
+  if (ticket.FileSize() == 5000000123ULL && ticket.ImagePosition() == 2) groups += 'F';
   if (ticket.FileFormat() == "TIFF" && ticket.FileFormatVersion() == "6.0") groups += 'T';
   if (ticket.ImageProcessor() == "TiffReader") groups += 'P';
-  if (ticket.NrPages() == 3 && ticket.NrRows() == 3300 && ticket.Rotation() == VYR_Rot270)
-    groups += 'B';
+  if (ticket.NrRows() == 3300 && ticket.Rotation() == VYR_Rot270) groups += 'B';
   if (ticket.HasExtendedInfo()) groups += 'E';
   if (ticket.HasExternalRefs()) groups += 'R';
   return groups;
 }
 
+// The files a list holds (each a URL, or a dictionary with one), as text.
+std::string Urls(const QEN_TList& list) {
+  std::string urls;
+  for (const QEN_TListKey* key = list.KeyAtHead(); key != nullptr; key = key->Next()) {
+    const QEN_TDict* details = key->Value().DynamicCast<QEN_TDict>();
+    const QEN_TURL* url = (details ? (*details)["URL"] : key->Value()).DynamicCast<QEN_TURL>();
+    urls += url ? QEN_TString(url->FileName()).c_str() + std::string(" ") : "? ";
+  }
+  return urls;
+}
+
+// The image positions of the tickets an iterator walks, forward.
+std::vector<int> Positions(QEN_TConstIterator at) {
+  std::vector<int> positions;
+  for (; !at.IsDone(); ++at)
+    positions.push_back(at.Value().DynamicCast<VYR_TImageTicket>()->ImagePosition());
+  return positions;
+}
+
 }  // namespace
 
 TEST_F(TicketTest, UnrotatedViewFollowsTheRotationTable) {
-  struct Row {
+  // Which stored margin shows as the top, left, bottom and right one (1 top,
+  // 2 left, 3 bottom, 4 right); values outside the enumeration, as 8, count
+  // as NotRotated.
+  const struct {
     unsigned rotation;
-    double top, left, bottom, right;
+    int top, left, bottom, right;
     bool swapsAxes;
-  };
-  // Stored margins top 1, left 2, bottom 3, right 4.
-  const Row rows[] = {
-      {0, 1, 2, 3, 4, false},
-      {1, 2, 3, 4, 1, true},
-      {2, 3, 4, 1, 2, false},
-      {3, 4, 1, 2, 3, true},
-      {4, 1, 4, 3, 2, false},
-      {5, 4, 3, 2, 1, true},
-      {6, 3, 2, 1, 4, false},
-      {7, 2, 1, 4, 3, true},
-      // Values outside the enumeration count as NotRotated.
-      {8, 1, 2, 3, 4, false},
-      {0xFFFFFFFFu, 1, 2, 3, 4, false},
-  };
-  for (const Row& row : rows) {
+  } rows[] = {{0, 1, 2, 3, 4, false}, {1, 2, 3, 4, 1, true},  {2, 3, 4, 1, 2, false},
+              {3, 4, 1, 2, 3, true},  {4, 1, 4, 3, 2, false}, {5, 4, 3, 2, 1, true},
+              {6, 3, 2, 1, 4, false}, {7, 2, 1, 4, 3, true},  {8, 1, 2, 3, 4, false}};
+  VYR_TImageTicket ticket = Sample(VYR_FillBasicInfo);
+  const double margins[] = {0, 0.125, 0.25, 0.375, 0.5};
+  for (const auto& row : rows) {
     SCOPED_TRACE("rotation " + std::to_string(row.rotation));
-    VYR_TImageTicket ticket;
-    VYR_TTicketWriter writer(ticket);
-    writer.SetRotation(static_cast<VYR_TImageRotation>(row.rotation));
-    writer.SetMarginTop(1);
-    writer.SetMarginLeft(2);
-    writer.SetMarginBottom(3);
-    writer.SetMarginRight(4);
-    writer.SetVResolution(300);
-    writer.SetHResolution(72);
-    writer.SetVRealSize(11);
-    writer.SetHRealSize(8.5);
-    const double margins[] = {ticket.MarginTopNoRot(), ticket.MarginLeftNoRot(),
-                              ticket.MarginBottomNoRot(), ticket.MarginRightNoRot()};
-    EXPECT_EQ(std::vector<double>(margins, margins + 4),
-              (std::vector<double>{row.top, row.left, row.bottom, row.right}));
-    const double axes[] = {ticket.VResolutionNoRot(), ticket.HResolutionNoRot(),
-                           ticket.VRealSizeNoRot(), ticket.HRealSizeNoRot()};
-    EXPECT_EQ(std::vector<double>(axes, axes + 4), row.swapsAxes
-                                                       ? (std::vector<double>{72, 300, 8.5, 11})
-                                                       : (std::vector<double>{300, 72, 11, 8.5}));
+    VYR_TTicketWriter(ticket).SetRotation(static_cast<VYR_TImageRotation>(row.rotation));
+    EXPECT_EQ((std::vector<double>{ticket.MarginTopNoRot(), ticket.MarginLeftNoRot(),
+                                   ticket.MarginBottomNoRot(), ticket.MarginRightNoRot()}),
+              (std::vector<double>{margins[row.top], margins[row.left], margins[row.bottom],
+                                   margins[row.right]}));
+    EXPECT_EQ((std::vector<double>{ticket.VResolutionNoRot(), ticket.HResolutionNoRot(),
+                                   ticket.VRealSizeNoRot(), ticket.HRealSizeNoRot()}),
+              row.swapsAxes ? (std::vector<double>{150.5, 300, 8.25, 11})
+                            : (std::vector<double>{300, 150.5, 11, 8.25}));
     // The stored values stay as they are.
-    EXPECT_TRUE(ticket.MarginTop() == 1 && ticket.HResolution() == 72);
+    EXPECT_TRUE(ticket.MarginTop() == 0.125 && ticket.HResolution() == 150.5);
   }
 }
 
@@ -91,23 +88,15 @@ TEST_F(TicketTest, CopyWithMaskTakesTheGroupsOfTheMaskedLevel) {
     unsigned level;
     const char* groups;
   };
-  const Row rows[] = {
-      {0, 0, ""},
-      {VYR_FillFileAssigned, 1, "F"},
-      {VYR_FillFileType, 3, "FT"},
-      {VYR_FillImageProcessor, 7, "FTP"},
-      {VYR_FillBasicInfo, 15, "FTPB"},
-      {VYR_FillExtendedInfo, 127, "FTPBE"},
-      {VYR_FillFullInfo, 0x6FFF, "FTPBER"},
-      {0xFFFFFFFFu, 0x6FFF, "FTPBER"},
-      {0x8, 0x8, "B"},
-      {0x80, 0x80, "R"},
-      // Each of the three bits of ExtendedInfo brings it alone.
-      {0x40, 0x40, "E"},
-      {0x100, 0x100, "E"},
-      {0x200, 0x200, "E"},
-      {0x10 | 0x20, 0x30, ""},
-  };
+  // Each of the three bits of ExtendedInfo brings it alone.
+  const Row rows[] = {{0, 0, ""},
+                      {VYR_FillFileAssigned, 1, "F"},
+                      {VYR_FillBasicInfo, 15, "FTPB"},
+                      {VYR_FillExtendedInfo, 127, "FTPBE"},
+                      {VYR_FillFullInfo, 0x6FFF, "FTPBER"},
+                      {0x40, 0x40, "E"},
+                      {0x200, 0x200, "E"},
+                      {0x10 | 0x20, 0x30, ""}};
   VYR_TImageTicket full = Sample(VYR_FillFullInfo);
   VYR_TTicketWriter(full).Internal("Acquire") = "full";
   for (const Row& row : rows) {
@@ -115,44 +104,18 @@ TEST_F(TicketTest, CopyWithMaskTakesTheGroupsOfTheMaskedLevel) {
     VYR_TImageTicket copy(full, row.mask);
     EXPECT_EQ(copy.FillLevel(), row.level);
     EXPECT_EQ(Groups(copy), row.groups);
-    // Internal and CreatorId come along whatever the mask.
-    EXPECT_EQ(copy.CanAcquire(), VYR_CanFull);
-    EXPECT_EQ(copy.CreatorId(), "vyrax tests");
-    if (!(row.level & 0x8)) {
-      EXPECT_EQ(copy.NrPages(), -1);
-    }
-    // The objects are copies, not shared.
-    if (copy.HasExtendedInfo()) {
-      EXPECT_NE(&std::as_const(copy).ExtendedInfo(), &std::as_const(full).ExtendedInfo());
-    }
+    // Internal and CreatorId come along whatever the mask; the objects are
+    // copies, not shared.
+    EXPECT_TRUE(copy.CanAcquire() == VYR_CanFull && copy.CreatorId() == "vyrax tests");
+    EXPECT_TRUE(!copy.HasExtendedInfo() ||
+                &std::as_const(copy).ExtendedInfo() != &std::as_const(full).ExtendedInfo());
 
     VYR_TImageTicket source(full);
     VYR_TImageTicket moved(std::move(source), row.mask);
-    EXPECT_EQ(moved.FillLevel(), row.level);
-    EXPECT_EQ(Groups(moved), row.groups);
     // An object whose bit was not selected stays with the source.
     EXPECT_EQ(source.HasExtendedInfo(), (row.level & 0x340) == 0);
     EXPECT_EQ(source.HasExternalRefs(), (row.level & 0x80) == 0);
   }
-}
-
-TEST_F(TicketTest, CopyOfAnEmptyTicketStartsItsBookkeepingAfresh) {
-  VYR_TImageTicket empty;
-  VYR_TTicketWriter writer(empty);
-  writer.Internal("Acquire") = "limited";
-  writer.Internal("version") = 8500u;
-  writer.SetCreatorId("creator");
-  VYR_TImageTicket copy(empty);
-  EXPECT_EQ(copy.FillLevel(), 0u);
-  EXPECT_EQ(copy.CanAcquire(), VYR_CanInvalid);
-  EXPECT_EQ(Version(copy), 11014u);
-  EXPECT_EQ(copy.CreatorId(), "creator");
-
-  // A non-empty ticket keeps its own version, old or not.
-  VYR_TImageTicket old = Sample(VYR_FillFileAssigned);
-  VYR_TTicketWriter(old).Internal("version") = 8500u;
-  EXPECT_EQ(Version(VYR_TImageTicket(old)), 8500u);
-  EXPECT_EQ(Version(VYR_TImageTicket(old, 0)), 8500u);
 }
 
 TEST_F(TicketTest, AssignmentTakesTheLevelAndKeepsFieldsOutsideIt) {
@@ -160,19 +123,12 @@ TEST_F(TicketTest, AssignmentTakesTheLevelAndKeepsFieldsOutsideIt) {
   VYR_TImageTicket source;
   VYR_TTicketWriter writer(source);
   writer.AssignFile(QEN_TURL("file:///other.tif"), QEN_TTime(7), 42);
-  writer.SetCreatorId("other");
   writer.SetFillLevel(VYR_FillFileAssigned);
-
   target = source;
-  EXPECT_EQ(target.FillLevel(), 1u);
   EXPECT_EQ(target.File(), QEN_TURL("file:///other.tif"));
-  EXPECT_EQ(target.CreatorId(), "other");
   // Fields outside the level keep what the target held; its objects go.
-  EXPECT_EQ(target.FileFormat(), "TIFF");
   EXPECT_EQ(target.NrRows(), 3300u);
-  EXPECT_FALSE(target.HasExtendedInfo());
-  EXPECT_FALSE(target.HasExternalRefs());
-
+  EXPECT_FALSE(target.HasExtendedInfo() || target.HasExternalRefs());
   VYR_TImageTicket& self = target;
   target = self;
   EXPECT_EQ(target.File(), QEN_TURL("file:///other.tif"));
@@ -185,11 +141,18 @@ TEST_F(TicketTest, AssignmentTakesTheLevelAndKeepsFieldsOutsideIt) {
   EXPECT_EQ(&std::as_const(target).ExtendedInfo(), info);
   EXPECT_FALSE(full.HasExtendedInfo());
 
-  // An Internal without "version" gets it back.
+  // An Internal without "version" gets it back; so does the copy of an
+  // empty ticket, which starts its bookkeeping afresh. A non-empty ticket
+  // keeps its own version, old or not.
   VYR_TImageTicket bare;
   VYR_TTicketWriter(bare).Internal() = QEN_TDict();
   target = bare;
   EXPECT_EQ(Version(target), 11014u);
+  VYR_TTicketWriter(bare).Internal("version") = 8500u;
+  EXPECT_EQ(Version(VYR_TImageTicket(bare)), 11014u);
+  VYR_TImageTicket old = Sample(VYR_FillFileAssigned);
+  VYR_TTicketWriter(old).Internal("version") = 8500u;
+  EXPECT_EQ(Version(VYR_TImageTicket(old, 0)), 8500u);
 }
 
 TEST_F(TicketTest, EqualityStopsAtTheNamedLevels) {
@@ -202,19 +165,12 @@ TEST_F(TicketTest, EqualityStopsAtTheNamedLevels) {
   };
   const Row rows[] = {
       {0, "creator", [](VYR_TTicketWriter& w) { w.SetCreatorId("x"); }, false},
-      {0, "internal", [](VYR_TTicketWriter& w) { w.Internal("ODL") = "none"; }, false},
       {0, "file", [](VYR_TTicketWriter& w) { w.SetFileSize(1); }, true},
       {1, "file", [](VYR_TTicketWriter& w) { w.SetFileSize(1); }, false},
-      {1, "format", [](VYR_TTicketWriter& w) { w.SetFileFormat("PSD"); }, true},
       {3, "format", [](VYR_TTicketWriter& w) { w.SetFileFormatVersion("7"); }, false},
-      {3, "processor", [](VYR_TTicketWriter& w) { w.SetImageProcessor("x"); }, true},
       {7, "processor", [](VYR_TTicketWriter& w) { w.SetImageProcessor("x"); }, false},
-      {7, "basic", [](VYR_TTicketWriter& w) { w.SetNrRows(1); }, true},
-      {15, "rows", [](VYR_TTicketWriter& w) { w.SetNrRows(1); }, false},
       {15, "related", [](VYR_TTicketWriter& w) { w.SetRelatedIndex(7); }, false},
-      {15, "image type", [](VYR_TTicketWriter& w) { w.SetImageType(VYR_TypeIcon); }, true},
       {15, "extended", [](VYR_TTicketWriter& w) { w.ExtendedInfo()["x"] = 1u; }, true},
-      {127, "image type", [](VYR_TTicketWriter& w) { w.SetImageType(VYR_TypeIcon); }, true},
       // Above level 15 matching ExtendedInfo settle it, else the references.
       // At 127 neither ticket has references, so those match.
       {127, "extended", [](VYR_TTicketWriter& w) { w.ExtendedInfo()["x"] = 1u; }, true},
@@ -226,51 +182,41 @@ TEST_F(TicketTest, EqualityStopsAtTheNamedLevels) {
        },
        false},
       // Levels that aren't named compare every group.
-      {0x2, "file", [](VYR_TTicketWriter& w) { w.SetFileSize(1); }, false},
       {0x80, "basic", [](VYR_TTicketWriter& w) { w.SetNrRows(1); }, false},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE("level " + std::to_string(row.level) + ", " + row.what);
     VYR_TImageTicket one = Sample(row.level);
     VYR_TImageTicket two = Sample(row.level);
-    ASSERT_TRUE(one == two);
     VYR_TTicketWriter writer(two);
     row.change(writer);
     EXPECT_EQ(one == two, row.equal);
-    EXPECT_EQ(one != two, !row.equal);
     EXPECT_EQ(two == one, row.equal);
   }
 }
 
-TEST_F(TicketTest, EqualityAboveBasicInfoWithAMissingObject) {
+TEST_F(TicketTest, EqualityAboveBasicInfoWithAMissingObjectAndOfDoubles) {
   VYR_TImageTicket full = Sample(VYR_FillFullInfo);
-  VYR_TImageTicket noInfo;
-  Fill(noInfo, 0x6FFF & ~0x340u);
+  VYR_TImageTicket noInfo = Sample(0x6FFF & ~0x340u);
   VYR_TTicketWriter(noInfo).SetFillLevel(VYR_FillFullInfo);
-  ASSERT_FALSE(noInfo.HasExtendedInfo());
-  ASSERT_TRUE(noInfo.HasExternalRefs());
   // Only one side has ExtendedInfo: compared without touching the missing
   // one, and the equal references decide.
-  EXPECT_TRUE(full == noInfo);
-  EXPECT_TRUE(noInfo == full);
+  EXPECT_TRUE(full == noInfo && noInfo == full);
   // With the references different as well, the tickets differ.
   VYR_TImageTicket otherRefs(noInfo);
   VYR_TTicketWriter(otherRefs).ExternalRefs().Clear();
-  EXPECT_FALSE(full == otherRefs);
-  EXPECT_FALSE(otherRefs == full);
+  EXPECT_FALSE(full == otherRefs || otherRefs == full);
   // Present but empty is not the same as absent.
   VYR_TImageTicket emptyInfo(otherRefs);
   VYR_TTicketWriter(emptyInfo).ExtendedInfo();
   VYR_TImageTicket absentInfo(otherRefs);
   VYR_TTicketWriter(absentInfo).ExternalRefs().AddAtTail(QEN_TAny(1u));
   EXPECT_FALSE(emptyInfo == absentInfo);
-  EXPECT_TRUE(VYR_TImageTicket(emptyInfo) == emptyInfo);
-}
 
-TEST_F(TicketTest, DoublesCompareAsDoubles) {
-  VYR_TImageTicket ticket = Sample(VYR_FillBasicInfo);
-  VYR_TTicketWriter(ticket).SetVResolution(std::numeric_limits<double>::quiet_NaN());
-  EXPECT_FALSE(ticket == ticket);
+  // Doubles compare as doubles: NaN differs from itself, -0 equals 0.
+  VYR_TImageTicket nan = Sample(VYR_FillBasicInfo);
+  VYR_TTicketWriter(nan).SetVResolution(std::numeric_limits<double>::quiet_NaN());
+  EXPECT_FALSE(nan == nan);
   VYR_TImageTicket zero = Sample(VYR_FillBasicInfo);
   VYR_TImageTicket negativeZero = Sample(VYR_FillBasicInfo);
   VYR_TTicketWriter(zero).SetMarginTop(0.0);
@@ -287,12 +233,7 @@ TEST_F(TicketTest, WipeGoesBackToFileAssigned) {
   EXPECT_EQ(ticket.FillLevel(), 1u);
   EXPECT_EQ(Groups(ticket), "F");
   EXPECT_EQ(ticket.FileTimeStamp().AsMicros(), 1708036934123456LL);
-  EXPECT_EQ(ticket.NrPages(), -1);
-  EXPECT_EQ(ticket.RelatedIndex(), -1);
-  EXPECT_TRUE(ticket.FileFormat().Empty());
-  EXPECT_EQ(Version(ticket), 11014u);
-  EXPECT_EQ(ticket.CanAcquire(), VYR_CanFull);
-  EXPECT_EQ(ticket.CreatorId(), "vyrax tests");
+  EXPECT_TRUE(Version(ticket) == 11014u && ticket.CanAcquire() == VYR_CanFull);
 
   // An Empty ticket loses its objects and nothing else.
   VYR_TImageTicket empty;
@@ -301,25 +242,15 @@ TEST_F(TicketTest, WipeGoesBackToFileAssigned) {
   emptyWriter.Internal("version") = 8500u;
   emptyWriter.SetNrRows(5);
   emptyWriter.Wipe();
-  EXPECT_EQ(empty.FillLevel(), 0u);
   EXPECT_FALSE(empty.HasExtendedInfo());
-  EXPECT_EQ(Version(empty), 8500u);
-  EXPECT_EQ(empty.NrRows(), 5u);
+  EXPECT_TRUE(Version(empty) == 8500u && empty.NrRows() == 5u);
 }
 
 TEST_F(TicketTest, ExtendedInfoAndReferencesRefuseWhenAbsent) {
   const VYR_TImageTicket empty;
   EXPECT_THROW(empty["key"], VYR_EImageTicketNoExtendedInfo);
   EXPECT_THROW(empty.ExternalRefs(), VYR_EImageTicketNoExternalRefs);
-  const VYR_TImageTicket full = Sample(VYR_FillFullInfo);
-  EXPECT_FALSE(full.HasKey("compression"));
-  try {
-    full["Missing"];
-    FAIL() << "no exception";
-  } catch (const VYR_EImageTicketKeyNotFound& e) {
-    EXPECT_EQ(e.QEN_ExceptionFile(), "Private/Source/vyr_image_ticket");
-    EXPECT_EQ(VYR_Exception2String(e), "Missing key : \"Missing\"");
-  }
+  EXPECT_THROW(Sample(VYR_FillFullInfo)["Missing"], VYR_EImageTicketKeyNotFound);
 }
 
 TEST_F(TicketTest, DictionaryHoldsEveryFieldUnderBlankKeysInOrder) {
@@ -335,73 +266,43 @@ TEST_F(TicketTest, DictionaryHoldsEveryFieldUnderBlankKeysInOrder) {
 
 // --- Dependencies, the link, format codes, ripping ---------------------------------------
 
-namespace {
-
-// The files a list holds (each a URL, or a dictionary with one), as text.
-std::string Urls(const QEN_TList& list) {
-  std::string urls;
-  for (const QEN_TListKey* key = list.KeyAtHead(); key != nullptr; key = key->Next()) {
-    const QEN_TDict* details = key->Value().DynamicCast<QEN_TDict>();
-    const QEN_TURL* url = (details ? (*details)["URL"] : key->Value()).DynamicCast<QEN_TURL>();
-    urls += url ? QEN_TString(url->FileName()).c_str() + std::string(" ") : "? ";
-  }
-  return urls;
-}
-
-std::string Keys(const QEN_TAny& dict) {
-  std::string keys;
-  for (QEN_TConstIterator at(*dict.DynamicCast<QEN_TDict>()); !at.IsDone(); ++at)
-    keys += std::string(at.Key().DynamicCast<QEN_TString>()->c_str()) + " ";
-  return keys;
-}
-
-}  // namespace
-
 TEST_F(TicketTest, DependenciesListOtherFilesByTheirContainers) {
   VYR_TImageTicket ticket = Sample(VYR_FillFullInfo);  // logo.eps, cyan.tif
   VYR_TTicketWriter writer(ticket);
   const QEN_TURL own("file:///jobs/2024/brochure%20cover.tif");
   // The own file, and a range inside it, are no dependencies; a range of
   // another file is that file.
-  writer.ExternalRefs().AddAtTail(QEN_TAny(VYR_TReference(own, VYR_Inch, 0, 0)));
   writer.ExternalRefs().AddAtTail(
       QEN_TAny(VYR_TReference(VYR_EmbeddedFile(own, 10, 20, 0, 0, 0), VYR_Inch, 0, 0)));
-  VYR_TReference fonts(
-      VYR_EmbeddedFile(QEN_TURL("file:///jobs/fonts.bin?password=x"), 5, 0, 0, 0, 0), VYR_Inch, 0,
-      0);
-  fonts.AddStampInfo("2024-02-15T22:42:14Z", "5000", "");
-  writer.ExternalRefs().AddAtTail(QEN_TAny(fonts));
-  QEN_TArray separations(4);
-  separations[0] = VYR_TReference(QEN_TURL("file:///jobs/C.tif"), VYR_Inch, 0, 0);
-  separations[1] = QEN_TURL("file:///jobs/M.tif");
-  separations[2] = 42u;  // skipped
-  separations[3] = own;
+  const QEN_TURL fonts =
+      VYR_EmbeddedFile(QEN_TURL("file:///jobs/fonts.bin?password=x"), 5, 0, 0, 0, 0);
+  writer.ExternalRefs().AddAtTail(QEN_TAny(VYR_TReference(fonts, VYR_Inch, 0, 0)));
+  QEN_TArray separations(3);
+  separations[0] = QEN_TURL("file:///jobs/M.tif");
+  separations[1] = 42u;  // skipped
+  separations[2] = own;
   writer.ExtendedInfo()["Separations"] = separations;
 
   QEN_TList list;
   list.AddAtTail(QEN_TAny("kept"));
   EXPECT_TRUE(ticket.Dependencies(list, false, false));
-  EXPECT_EQ(Urls(list), "? logo.eps cyan.tif fonts.bin C.tif M.tif ");
-  // Details hold what the reference knows: no count, page or stamp it lacks.
+  EXPECT_EQ(Urls(list), "? logo.eps cyan.tif fonts.bin M.tif ");
+  // With details, each a dictionary with the URL.
   QEN_TList details;
   EXPECT_TRUE(ticket.Dependencies(details, false, true));
-  EXPECT_EQ(Keys(details[0]), "URL MIME Ext Count PageNr ");
-  EXPECT_EQ(Keys(details[1]), "URL MIME Ext ");
-  EXPECT_EQ(Keys(details[2]), "URL MIME Ext ModificationTime FileSize ");
-  EXPECT_EQ(Keys(details[4]), "URL ");  // a plain URL
+  EXPECT_EQ(Urls(details), "logo.eps cyan.tif fonts.bin M.tif ");
 
   // Relative references make the answer false; resolved only on request.
   writer.ExternalRefs().Clear();
   writer.ExternalRefs().AddAtTail(
       QEN_TAny(VYR_TReference(QEN_TURL("links/logo.eps"), VYR_Inch, 0, 0, "links/logo.eps")));
-  separations[0] = QEN_TURL("K.tif");  // a plain one never is
+  separations[1] = QEN_TURL("K.tif");  // a plain one never is
   writer.ExtendedInfo()["Separations"] = separations;
   list.Clear();
   EXPECT_FALSE(ticket.Dependencies(list, false, false));
   EXPECT_EQ(Urls(list), "M.tif ");
   list.Clear();
   EXPECT_FALSE(ticket.Dependencies(list, true, false));
-  EXPECT_EQ(Urls(list), "logo.eps M.tif ");
   EXPECT_EQ(std::as_const(list)[0], QEN_TAny(QEN_TURL("file:///jobs/2024/links/logo.eps")));
 
   // Below the level of references nothing is looked at.
@@ -429,12 +330,10 @@ TEST_F(TicketTest, AnyFailureInsideDependenciesIsOneExceptionAndKeepsWhatWasList
 TEST_F(TicketTest, RelatedImageLinkIsAPointerTheTicketDoesNotOwn) {
   VYR_TImageTicket ticket = Sample(VYR_FillBasicInfo);
   VYR_TTicketWriter writer(ticket);
-  EXPECT_EQ(writer.SetRelatedIndex(), 0xFFFFFFFFu);  // no link: -1
   VYR_TFtdLink link = {3, nullptr, VYR_TypePreview};
   writer.SetFtdLink(&link);
   writer.SetFtdLink(nullptr);  // keeps the link
   EXPECT_EQ(writer.SetRelatedIndex(), 3u);
-  EXPECT_EQ(writer.FtdImageType(), VYR_TypePreview);
   // A pointer means nothing to another process: no stored form takes it.
   EXPECT_THROW(test_support::Pack(ticket), QEN_EStreamException);
   writer.Internal("ftd link") = 7u;  // no pointer, no link
@@ -453,8 +352,6 @@ TEST_F(TicketTest, FormatCodesAndRipping) {
   two.join();
   EXPECT_TRUE(codes[0] == 5 && codes[1] == 5);
   EXPECT_EQ(VYR_TImageTicket(ticket, VYR_FillBasicInfo).MusCode(), 0);  // below the bit 0x40
-  writer.SetFileFormat("jfif");                                         // names are exact
-  EXPECT_EQ(ticket.MusCode(), 0);
   writer.ExtendedInfo()["MUScode"] = 7u;  // the reader's own code wins
   EXPECT_EQ(ticket.MusCode(), 7);
   writer.ExtendedInfo()["MUScode"] = 70000u;
@@ -481,9 +378,7 @@ TEST_F(TicketTest, FormatCodesAndRipping) {
     ripWriter.SetImageProcessor(row.processor);
     ripWriter.ExtendedInfo().Remove("BitsPerPlane");
     if (row.bits) ripWriter.ExtendedInfo()["BitsPerPlane"] = row.bits;
-    if (row.acquire) {
-      EXPECT_EQ(rip.SetCanAcquire(row.acquire), row.acquire);
-    }
+    if (row.acquire) rip.SetCanAcquire(row.acquire);
     EXPECT_EQ(rip.IsRippable(), row.rippable) << &row - rows;
     EXPECT_TRUE(VYR_TImageTicket(rip, VYR_FillBasicInfo).IsRippable());
   }
@@ -495,34 +390,18 @@ TEST_F(TicketTest, FormatCodesAndRipping) {
 
 // --- The image proxy ------------------------------------------------------------------------
 
-namespace {
-
-// The image positions of the tickets an iterator walks, forward.
-std::vector<int> Positions(QEN_TConstIterator at) {
-  std::vector<int> positions;
-  for (; !at.IsDone(); ++at)
-    positions.push_back(at.Value().DynamicCast<VYR_TImageTicket>()->ImagePosition());
-  return positions;
-}
-
-}  // namespace
-
 TEST_F(TicketTest, ProxySelectionStaysOnItsTicketAndLeavesAsAnIndex) {
-  VYR_TImageProxy empty;
-  EXPECT_TRUE(empty.IndexOfSelected() == 0 && empty.KeyOfSelected() == nullptr);
-  EXPECT_THROW(static_cast<VYR_TImageTicket>(empty), VYR_EImageProxyEmpty);
+  EXPECT_THROW(static_cast<VYR_TImageTicket>(VYR_TImageProxy()), VYR_EImageProxyEmpty);
 
   // No selection: the first ticket stands in, and the index is Entries(),
   // which a copy keeps.
   ProxyBuilder proxy(Image(0, VYR_TypeImage, -1));
-  QEN_TListKey* second = proxy.Add(Image(1, VYR_TypePreview, 0));
+  QEN_TListKey* second = proxy.List().AddAtTail(QEN_TAny(Image(1, VYR_TypePreview, 0)));
   proxy.Select(static_cast<const QEN_TListKey*>(nullptr));
   EXPECT_EQ(proxy.Selected().ImagePosition(), 0);
-  EXPECT_EQ(proxy.IndexOfSelected(), 2u);
   EXPECT_EQ(VYR_TImageProxy(proxy).IndexOfSelected(), 2u);
 
   // By position, among tickets of the proxy's own file only.
-  EXPECT_EQ(proxy.Select(static_cast<unsigned char>(5)), nullptr);
   VYR_TImageTicket elsewhere = Image(1, VYR_TypeImage, -1);
   VYR_TTicketWriter(elsewhere).AssignFile(QEN_TURL("file:///other.tif"), QEN_TTime(), 0);
   proxy.List().AddAtHead(QEN_TAny(elsewhere));
@@ -535,8 +414,6 @@ TEST_F(TicketTest, ProxySelectionStaysOnItsTicketAndLeavesAsAnIndex) {
   VYR_TImageProxy copy(proxy);
   EXPECT_NE(copy.KeyOfSelected(), proxy.KeyOfSelected());
   EXPECT_TRUE(copy == proxy);
-  copy.Select(0u);
-  EXPECT_TRUE(copy != proxy);
   copy = proxy;
   EXPECT_EQ(copy.KeyOfSelected(), std::as_const(copy).Tickets().KeyAtIndex(1));
   // A key of another list is at no index of this one.
@@ -549,13 +426,11 @@ TEST_F(TicketTest, ProxySelectionStaysOnItsTicketAndLeavesAsAnIndex) {
   EXPECT_EQ(proxy.IndexOfSelected(), 0u);
   copy = std::move(moved);
   EXPECT_EQ(copy.KeyOfSelected(), key);
-  EXPECT_EQ(static_cast<VYR_TImageTicket>(copy).ImagePosition(), 1);
 }
 
 TEST_F(TicketTest, ProxyWalksByTypeAndFindsPreviews) {
   VYR_TImageProxy proxy = FourTickets();
   EXPECT_EQ(Positions(proxy.Lookup(VYR_TypePreview)), (std::vector<int>{1, 3}));
-  EXPECT_TRUE(proxy.Lookup(VYR_TypeInternal).IsDone());
   // A preview belongs to an image by its RelatedIndex; all of the wanted
   // type come along.
   const VYR_TImageTicket image = proxy[0];
@@ -563,15 +438,13 @@ TEST_F(TicketTest, ProxyWalksByTypeAndFindsPreviews) {
   EXPECT_EQ(Positions(proxy.Previews(image, true)), (std::vector<int>{1, 2}));
   EXPECT_TRUE(proxy.Previews(Image(9, VYR_TypeImage, -1), false).IsDone());
 
-  // Backward from the last position stops at the first ticket that passes;
-  // a copy of the cursor moves on its own.
+  // Backward from the last position stops at the first ticket that passes.
   QEN_TConstIterator icons = proxy.Previews(image, true);
   icons.Last();
   --icons;
-  QEN_TConstIterator other(icons);
+  EXPECT_EQ(icons.Value().DynamicCast<VYR_TImageTicket>()->ImagePosition(), 1);
   --icons;
   EXPECT_TRUE(icons.IsBeforeFirst());
-  EXPECT_EQ(other.Value().DynamicCast<VYR_TImageTicket>()->ImagePosition(), 1);
 
   // An element that holds no ticket is passed over by walks and refused by
   // everything else.
