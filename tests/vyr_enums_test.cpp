@@ -36,19 +36,17 @@ VYR_TBufferAccess ReadAccess(const QEN_TString& text) {
   return &VYR_String2Enum(text, access) == &access ? access : static_cast<VYR_TBufferAccess>(99);
 }
 
+// The usual vocabulary: VYR_T<Name>, written by VYR_Enum2String and read
+// by VYR_String2<Name>.
+#define USUAL(Name) {#Name, Usual<VYR_T##Name, VYR_String2##Name>()},
+
 // Each vocabulary by its name in the golden file.
 const std::map<std::string, Vocabulary> kVocabularies = {
-    {"ChannelEnc", Usual<VYR_TChannelEnc, VYR_String2ChannelEnc>()},
-    {"InkPreviewEnc", Usual<VYR_TInkPreviewEnc, VYR_String2InkPreviewEnc>()},
-    {"AlphaPlane", Usual<VYR_TAlphaPlane, VYR_String2AlphaPlane>()},
-    {"CanFlag", Usual<VYR_TCanFlag, VYR_String2CanFlag>()},
-    {"DefInkTypes", Usual<VYR_TDefInkTypes, VYR_String2DefInkTypes>()},
-    {"ImageRotation", Usual<VYR_TImageRotation, VYR_String2ImageRotation>()},
-    {"ImageType", Usual<VYR_TImageType, VYR_String2ImageType>()},
-    {"Inks", Usual<VYR_TInks, VYR_String2Inks>()},
-    {"InterleavedType", Usual<VYR_TInterleavedType, VYR_String2InterleavedType>()},
-    {"KnotType", Usual<VYR_TKnotType, VYR_String2KnotType>()},
-    {"VerifyStatus", Usual<VYR_TVerifyStatus, VYR_String2VerifyStatus>()},
+    // clang-format off
+    USUAL(ChannelEnc) USUAL(InkPreviewEnc) USUAL(AlphaPlane) USUAL(CanFlag) USUAL(DefInkTypes)
+    USUAL(ImageRotation) USUAL(ImageType) USUAL(Inks) USUAL(InterleavedType) USUAL(KnotType)
+    USUAL(VerifyStatus)
+    // clang-format on
     {"Units", Usual<VYR_TMUnits, VYR_String2Units>()},
     {"ImageSubtype", {Write<VYR_TImageSubtype>, nullptr}},
     {"BufferAccess", Usual<VYR_TBufferAccess, ReadAccess>()},
