@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <numeric>
 #include <thread>
 
 #include "buffer_test_support.h"
@@ -26,94 +25,53 @@ const unsigned char* Bytes(const VYR_IBuffer& buffer) {
   return static_cast<const unsigned char*>(buffer.Buffer());
 }
 
-TEST_F(BufferTest, MemoryBufferCopiesOwnsAndSharesThroughItsRing) {
+// Memory buffers copy, adopt or share through their ring; size 0; no memory.
+TEST_F(BufferTest, MemoryBuffersCopyAdoptAndShare) {
   std::vector<unsigned char> source = Pattern(64);
   Owned copy(VYR_IBuffer::Create(64, source.data(), true));
-  EXPECT_STREQ(copy->ClassName(), "VYR_TMemoryBuffer");
   source[0] ^= 0xFF;  // a private copy doesn't see later writes
   EXPECT_EQ(Bytes(*copy)[0], static_cast<unsigned char>(source[0] ^ 0xFF));
-
   Owned shared(copy->Duplicate(false));
-  EXPECT_EQ(shared->Buffer(), copy->Buffer());
   const_cast<unsigned char*>(Bytes(*shared))[1] = 0xAB;  // every ring member sees a write at once
   EXPECT_EQ(Bytes(*copy)[1], 0xAB);
   Owned privateCopy(copy->Duplicate(true));
   EXPECT_NE(privateCopy->Buffer(), copy->Buffer());
   EXPECT_EQ(BytesOf(*privateCopy), BytesOf(*copy));
-  // The source dies first; the survivor still reads, and frees once.
-  const std::vector<unsigned char> expected = BytesOf(*copy);
-  copy.reset();
-  EXPECT_EQ(BytesOf(*shared), expected);
-}
-
-TEST_F(BufferTest, AdoptedMemoryAndSizeZero) {
   void* memory = std::calloc(8, 1);  // adopted as it is; its bytes are not read
-  Owned adopted(VYR_IBuffer::Create(8, memory, false));
-  EXPECT_EQ(adopted->Buffer(), memory);
+  EXPECT_EQ(Owned(VYR_IBuffer::Create(8, memory, false))->Buffer(), memory);
   // Size 0 adopts as well, and frees at the end: the leak checker would say.
-  Owned adoptedEmpty(VYR_IBuffer::Create(0, std::malloc(4), false));
-  EXPECT_FALSE(adoptedEmpty->IsValid());
+  EXPECT_FALSE(Owned(VYR_IBuffer::Create(0, std::malloc(4), false))->IsValid());
   for (bool copy : {false, true}) {
     Owned empty(VYR_IBuffer::Create(0, nullptr, copy));
     EXPECT_NE(empty->Buffer(), nullptr);
-    EXPECT_EQ(empty->Size(), 0u);
     EXPECT_FALSE(empty->IsValid());
     EXPECT_EQ(empty->Buffer(0u, 0u), nullptr);  // invalid: null, not an exception
   }
-}
-
-TEST_F(BufferTest, OutOfMemoryWrapsTheSystemError) {
+  // Out of memory wraps the system error; a copy fails the same way.
   VYR_PlatformInjectFault(VYR_PlatformAllocate, ENOMEM, 1);
   try {
     Owned(VYR_IBuffer::Create(16, nullptr, false));
     FAIL() << "no exception";
   } catch (const VYR_EBufferNotEnoughMemory& failure) {
-    EXPECT_STREQ(failure.QEN_ExceptionFile().c_str(), "Private/Source/vyr_buffer");
-    ExpectSystemError(failure, ENOMEM, "System error nr. %d %s");
+    ExpectSystemError(failure, ENOMEM);
   }
-  // A copy that can't get its memory fails the same way.
   VYR_PlatformInjectFault(VYR_PlatformAllocate, ENOMEM, 1);
   EXPECT_THROW(Owned(VYR_IBuffer::Create(8, Pattern(8).data(), true)), VYR_EBufferNotEnoughMemory);
-}
-
-TEST_F(BufferTest, ReferencesNeverOwnAndDuplicateIndependently) {
+  // References never own, and duplicate independently.
   unsigned char stack[32];
   std::memcpy(stack, Pattern(32).data(), 32);
   Owned ref(VYR_IBuffer::CreateRef(32, stack));
   Owned twin(ref->Duplicate(false));
-  EXPECT_STREQ(twin->ClassName(), "VYR_TMemoryRef");
   EXPECT_EQ(twin->Buffer(), static_cast<const void*>(stack));
   Owned slice(ref->Slice(4, 8, false));
   ref.reset();  // nothing is freed: stack memory would make the checker cry
   EXPECT_EQ(Bytes(*slice)[0], stack[4]);
-  Owned copy(twin->Duplicate(true));
-  EXPECT_STREQ(copy->ClassName(), "VYR_TMemoryBuffer");
-  stack[0] ^= 0xFF;
-  EXPECT_NE(Bytes(*copy)[0], stack[0]);
   EXPECT_THROW(Owned(VYR_IBuffer::CreateRef(4, nullptr)), VYR_EBufferInternal);
-}
-
-TEST_F(BufferTest, AddressesAreCheckedAgainstTheSize) {
-  Owned buffer(VYR_IBuffer::Create(10, Pattern(10).data(), true));
-  EXPECT_EQ(buffer->Buffer(10u), Bytes(*buffer) + 10);  // one past the end
-  try {
-    buffer->Buffer(11u);
-    FAIL() << "no exception";
-  } catch (const VYR_EBufferRegionTooLarge& failure) {
-    EXPECT_STREQ(failure.QEN_Message().c_str(), "VYR_EBufferRegionTooLarge");
-    EXPECT_EQ(TextOf(failure.QEN_Data()), "offset = 11, size = 10");
-  }
-  EXPECT_EQ(buffer->Buffer(2u, 8u), Bytes(*buffer) + 2);
-  EXPECT_EQ(buffer->Buffer(2u, 9u), nullptr);
-  EXPECT_EQ(buffer->Buffer(0xFFFFFFFFu, 2u), nullptr);  // the sum must not wrap
 }
 
 TEST_F(BufferTest, CopyContentFromWritesTheStartAndKeepsTheRest) {
   std::vector<unsigned char> expected = Pattern(16);
   Owned target(VYR_IBuffer::Create(16, expected.data(), true));
-  EXPECT_EQ(target->CopyContentFrom("xyz", 3), target.get());
-  std::memcpy(expected.data(), "xyz", 3);
-  EXPECT_EQ(BytesOf(*target), expected);
   // From another buffer: a range, size 0 up to its end, and the whole.
   Owned source(VYR_IBuffer::Create(6, "ABCDEF", true));
   const struct {
@@ -158,7 +116,6 @@ TEST_F(BufferTest, AnyOrderOfDeletionReleasesOnce) {
 // read; run under ThreadSanitizer as well.
 TEST_F(BufferTest, RingMembersComeAndGoFromManyThreads) {
   const std::vector<unsigned char> bytes = Pattern(4096);
-  const unsigned long expected = std::accumulate(bytes.begin(), bytes.end(), 0ul);
   const VYR_IBuffer* original = VYR_IBuffer::Create(4096, bytes.data(), true);
   std::vector<const VYR_IBuffer*> seeds;
   for (int i = 0; i < 4; ++i) seeds.push_back(original->Duplicate(false));
@@ -170,8 +127,7 @@ TEST_F(BufferTest, RingMembersComeAndGoFromManyThreads) {
       for (int round = 0; round < 300; ++round) {
         const VYR_IBuffer* twin = mine->Duplicate(false);
         const VYR_IBuffer* slice = twin->Slice(static_cast<unsigned>(round % 64), 0, false);
-        if (std::accumulate(Bytes(*twin), Bytes(*twin) + twin->Size(), 0ul) != expected) ++wrong;
-        if (Bytes(*slice)[0] != bytes[round % 64]) ++wrong;
+        if (BytesOf(*twin) != bytes || Bytes(*slice)[0] != bytes[round % 64]) ++wrong;
         // Alternate which one dies first, and let the thread's own member go
         // now and then, so that the last member changes hands.
         delete (round % 2 == 0 ? twin : slice);
@@ -192,77 +148,53 @@ TEST_F(BufferTest, RingMembersComeAndGoFromManyThreads) {
 
 // --- The handle ----------------------------------------------------------------------
 
-TEST_F(BufferTest, HandleAdoptsPointersAndDuplicatesReferences) {
+TEST_F(BufferTest, HandlesAdoptShareAndCompareBytes) {
   const VYR_IBuffer* raw = VYR_IBuffer::Create(4, "abcd", true);
   VYR_TBuffer handle(raw);
-  EXPECT_EQ(handle.Buffer(), raw->Buffer());
   EXPECT_EQ(handle = raw, raw);  // taking over what it holds already changes nothing
   EXPECT_EQ(std::memcmp(handle.Buffer(), "abcd", 4), 0);
   VYR_TBuffer shared(handle);
-  EXPECT_EQ(shared.Buffer(), handle.Buffer());
-  // A handle's duplicate shares, even when asked to copy; a slice does copy.
-  Owned duplicate(handle.Duplicate(true));
-  EXPECT_EQ(duplicate->Buffer(), handle.Buffer());
-  EXPECT_NE(Owned(handle.Slice(1, 2, true))->Buffer(), Bytes(handle) + 1);
-
+  // A handle's duplicate shares, even when asked to copy.
+  EXPECT_EQ(Owned(handle.Duplicate(true))->Buffer(), handle.Buffer());
   VYR_TBuffer part(handle, 1, 2);
-  EXPECT_EQ(part.Buffer(), Bytes(handle) + 1);
   VYR_TBuffer& same = part;
   part = same;  // assigning a handle to itself keeps what it holds
-  EXPECT_EQ(part.Size(), 2u);
-  part = handle;
-  EXPECT_EQ(part.Size(), 4u);
+  EXPECT_EQ(part.Buffer(), Bytes(handle) + 1);
   EXPECT_EQ(handle.CopyContentFrom("X", 1), raw);
   EXPECT_EQ(Bytes(shared)[0], 'X');
-}
-
-TEST_F(BufferTest, HandlesCompareByBytesAndAnEmptyOneHoldsNothing) {
-  VYR_TBuffer empty;
-  EXPECT_FALSE(empty.IsValid());
-  EXPECT_THROW(empty.Buffer(), VYR_EBufferEmptyBuffer);
-  EXPECT_THROW(empty(0, 0), VYR_EBufferEmptyBuffer);
-  EXPECT_TRUE(VYR_TBuffer(empty) == empty);
+  // Handles compare by their bytes, and an empty one holds nothing.
+  EXPECT_THROW(VYR_TBuffer().Buffer(), VYR_EBufferEmptyBuffer);
   VYR_TBuffer a(5, "hello", true);
   EXPECT_TRUE(a == VYR_TBuffer(5, "hello", true));
   EXPECT_TRUE(a != VYR_TBuffer(5, "hellO", true));
   EXPECT_TRUE(a != VYR_TBuffer(4, "hell", true));
 }
 
-TEST_F(BufferTest, PackedFormIsPinned) {
+// The pinned form; any original unpacks into a private writable memory
+// buffer, and a forged size is refused.
+TEST_F(BufferTest, PackedFormIsPinnedAndUnpacksIntoMemory) {
   test_support::ExpectPinnedPacked("vyr_buffer.bin",
                                    std::vector<VYR_TBuffer>{VYR_TBuffer(5, "bytes", true)});
-}
-
-TEST_F(BufferTest, UnpackingGivesAPrivateWritableMemoryBuffer) {
   unsigned char external[6] = {'a', 'b', 'c', 'd', 'e', 'f'};
   // Larger than what is allocated at once: the bytes arrive in growing steps.
   const std::vector<unsigned char> big = Pattern(3u << 20);
   for (const VYR_TBuffer& original :
        {VYR_TBuffer(VYR_IBuffer::CreateRef(6, external)), VYR_TBuffer(0, nullptr, false),
         VYR_TBuffer(static_cast<unsigned>(big.size()), big.data(), true)}) {
-    std::unique_ptr<QEN_IInterface> rebuilt = Extract(Pack(original));
-    ASSERT_NE(rebuilt, nullptr);
-    const VYR_TBuffer* handle = rebuilt->DynamicCast<VYR_TBuffer>();
+    const std::unique_ptr<QEN_IInterface> rebuilt = Extract(Pack(original));
+    const VYR_TBuffer* handle = rebuilt ? rebuilt->DynamicCast<VYR_TBuffer>() : nullptr;
     ASSERT_NE(handle, nullptr);
     EXPECT_TRUE(*handle == original);
-    EXPECT_EQ(handle->IsValid(), original.Size() != 0);
-    EXPECT_NE(handle->Buffer(), nullptr);
     EXPECT_NE(handle->Buffer(), static_cast<const void*>(external));
     EXPECT_EQ(handle->BufferAccess(), VYR_ReadWrite);
-    EXPECT_STREQ(Owned(handle->Duplicate(false))->ClassName(), "VYR_TMemoryBuffer");
   }
-}
-
-TEST_F(BufferTest, ForgedSizeInAPackedHandleIsRefused) {
-  const std::vector<unsigned char> packed = Pack(VYR_TBuffer(4, "abcd", true));
   // The size is the four bytes before the payload: claim 1 GiB and 3 GiB.
+  const std::vector<unsigned char> packed = Pack(VYR_TBuffer(4, "abcd", true));
   for (unsigned claim : {1u << 30, 3u << 30, 5u}) {
     std::vector<unsigned char> forged = packed;
     std::memcpy(&forged[forged.size() - 8], &claim, 4);
     EXPECT_THROW(Extract(forged), QEN_EStreamException) << claim;
   }
-  const std::vector<unsigned char> cut(packed.begin(), packed.end() - 2);
-  EXPECT_THROW(Extract(cut), QEN_EStreamException);
 }
 
 TEST_F(BufferTest, ProtocolsThatNoFileRouteServes) {
@@ -270,46 +202,31 @@ TEST_F(BufferTest, ProtocolsThatNoFileRouteServes) {
                VYR_EBufferInternal);
   EXPECT_THROW(Owned(VYR_IBuffer::Create(QEN_TURL("ftp://host/x"), 0, 0, 0)),
                VYR_EBufferUnknownProtocol);
-  // As a name, an unknown protocol is tried as a file of that very name, and
-  // the failure reported is the file route's.
-  try {
-    Owned(VYR_IBuffer::Create(QEN_TString("ftp://nowhere/at/all"), 0, 0, 0));
-    FAIL() << "no exception";
-  } catch (const VYR_EBufferCannotOpenFile& failure) {
-    ExpectSystemError(failure, ENOENT, nullptr, "ftp://nowhere/at/all");
-  }
+  // As a name, an unknown protocol is tried as a file of that very name.
+  EXPECT_THROW(Owned(VYR_IBuffer::Create(QEN_TString("ftp://nowhere/at/all"), 0, 0, 0)),
+               VYR_EBufferCannotOpenFile);
 }
 
 // --- Slices, the reservation behind operator(), ExtendBuffer ----------------------------
 
 class SliceTest : public BufferTest {
  protected:
-  void SetUp() override {
-    mBytes = Pattern(100);
-    mBuffer.reset(VYR_IBuffer::Create(100, mBytes.data(), true));
-  }
-  const unsigned char* At(unsigned offset) const {
-    return static_cast<const unsigned char*>(mBuffer->Buffer()) + offset;
-  }
-  std::vector<unsigned char> mBytes;
-  Owned mBuffer;
+  const unsigned char* At(unsigned offset) const { return Bytes(*mBuffer) + offset; }
+  const std::vector<unsigned char> mBytes = Pattern(100);
+  const Owned mBuffer{VYR_IBuffer::Create(100, mBytes.data(), true)};
 };
 
-TEST_F(SliceTest, SizesAndLimitsOfSlices) {
+TEST_F(SliceTest, SizesAndLimitsOfAddressesAndSlices) {
+  EXPECT_EQ(mBuffer->Buffer(100u), At(100));  // one past the end
+  EXPECT_THROW(mBuffer->Buffer(101u), VYR_EBufferRegionTooLarge);
+  EXPECT_EQ(mBuffer->Buffer(2u, 98u), At(2));
+  EXPECT_EQ(mBuffer->Buffer(2u, 99u), nullptr);
+  EXPECT_EQ(mBuffer->Buffer(0xFFFFFFFFu, 2u), nullptr);  // the sum must not wrap
   Owned middle(mBuffer->Slice(10, 10, false));
-  EXPECT_STREQ(middle->ClassName(), "VYR_TSliceBuffer");
-  EXPECT_EQ(middle->Buffer(), At(10));
-  EXPECT_EQ(middle->BufferAccess(), VYR_ReadWrite);  // the parent's answer
-  EXPECT_EQ(middle->Buffer(10u), At(20));            // relative, limited by the slice
+  EXPECT_EQ(middle->Buffer(10u), At(20));  // relative, limited by the slice
   EXPECT_THROW(middle->Buffer(11u), VYR_EBufferRegionTooLarge);
-  // A private copy of a slice holds its bytes.
-  Owned middleCopy(middle->Duplicate(true));
-  EXPECT_NE(middleCopy->Buffer(), middle->Buffer());
-  EXPECT_EQ(BytesOf(*middleCopy), BytesOf(*middle));
-  // A slice of a slice counts from its own start.
-  EXPECT_EQ(Owned(middle->Slice(2, 3, false))->Buffer(), At(12));
+  // A slice of a slice is limited by it.
   EXPECT_THROW(Owned(middle->Slice(8, 3, false)), VYR_EBufferSliceTooLarge);
-
   // Size 0 reaches the end when shared, but copies 0 bytes.
   const struct {
     unsigned offset, size;
@@ -318,11 +235,6 @@ TEST_F(SliceTest, SizesAndLimitsOfSlices) {
   } sizes[] = {{100, 0, false, 0}, {0, 0, false, 100}, {0, 0, true, 0}, {90, 10, true, 10}};
   for (const auto& row : sizes)
     EXPECT_EQ(Owned(mBuffer->Slice(row.offset, row.size, row.copy))->Size(), row.expected);
-  EXPECT_FALSE(Owned(mBuffer->Slice(100, 0, false))->IsValid());
-  Owned copy(mBuffer->Slice(90, 10, true));
-  EXPECT_STREQ(copy->ClassName(), "VYR_TMemoryBuffer");
-  EXPECT_EQ(BytesOf(*copy), std::vector<unsigned char>(mBytes.begin() + 90, mBytes.end()));
-
   // Past the end, and offset + size that would wrap.
   const struct { unsigned offset, size; } tooLarge[] = {{101, 0}, {50, 51}, {0xFFFFFFF0u, 0x20}};
   for (const auto& row : tooLarge)
@@ -333,16 +245,11 @@ TEST_F(SliceTest, SizesAndLimitsOfSlices) {
 
 TEST_F(SliceTest, OperatorCallReservesUntilTheNextCall) {
   EXPECT_EQ((*mBuffer)(10, 5), At(10));
-  ASSERT_NE(mBuffer->Reserved(), nullptr);
   EXPECT_EQ(mBuffer->Reserved()->Size(), 5u);
   EXPECT_EQ((*mBuffer)(95, 0), At(95));  // size 0: up to the end
   EXPECT_EQ(mBuffer->Reserved()->Size(), 5u);
-  EXPECT_EQ((*mBuffer)(100, 0), At(100));  // the end itself: 0 bytes
-  EXPECT_EQ(mBuffer->Reserved()->Size(), 0u);
-
   // A failure leaves the previous reservation in place; 64-bit offsets and
   // sizes are not cut to their low half.
-  (*mBuffer)(1, 2);
   const VYR_IBuffer* before = mBuffer->Reserved();
   const struct {
     unsigned long long offset, size;
@@ -351,11 +258,8 @@ TEST_F(SliceTest, OperatorCallReservesUntilTheNextCall) {
     EXPECT_THROW((*mBuffer)(row.offset, row.size), VYR_EBufferSliceTooLarge) << row.offset;
   EXPECT_EQ(mBuffer->Reserved(), before);
   mBuffer->FreeReservation();
-  EXPECT_EQ(mBuffer->Reserved(), nullptr);
   (*mBuffer)(0, 10);  // the reservation goes with the object, whenever that is
-}
-
-TEST_F(SliceTest, SliceOperatorCountsFromItsStartUpToTheParentsEnd) {
+  // A slice's counts from its start up to the parent's end.
   Owned slice(mBuffer->Slice(10, 10, false));
   EXPECT_EQ((*slice)(0, 0), At(10));
   EXPECT_EQ(slice->Reserved()->Size(), 90u);  // size 0 reaches the parent's end, not the slice's
@@ -363,7 +267,6 @@ TEST_F(SliceTest, SliceOperatorCountsFromItsStartUpToTheParentsEnd) {
   EXPECT_THROW((*slice)(85, 10), VYR_EBufferSliceTooLarge);
   // A duplicate of the slice has a reservation of its own.
   Owned twin(slice->Duplicate(false));
-  EXPECT_EQ(twin->Reserved(), nullptr);
   (*twin)(1, 1);
   slice->FreeReservation();
   EXPECT_NE(twin->Reserved(), nullptr);
@@ -371,15 +274,18 @@ TEST_F(SliceTest, SliceOperatorCountsFromItsStartUpToTheParentsEnd) {
 
 TEST_F(SliceTest, ExtendBufferReachesTheParentsEnd) {
   Owned slice(mBuffer->Slice(10, 10, false));
-  Owned extended(VYR_IBuffer::ExtendBuffer(slice.get()));
-  ASSERT_NE(extended, nullptr);
-  EXPECT_EQ(extended->Buffer(), At(10));
-  EXPECT_EQ(extended->Size(), 90u);
+  EXPECT_EQ(BytesOf(*Owned(VYR_IBuffer::ExtendBuffer(slice.get()))),
+            std::vector<unsigned char>(mBytes.begin() + 10, mBytes.end()));
   // Through any number of handles.
   VYR_TBuffer outer(new VYR_TBuffer(VYR_TBuffer(slice->Duplicate(false))));
-  Owned throughHandles(VYR_IBuffer::ExtendBuffer(&outer));
-  ASSERT_NE(throughHandles, nullptr);
-  EXPECT_EQ(throughHandles->Size(), 90u);
+  EXPECT_EQ(Owned(VYR_IBuffer::ExtendBuffer(&outer))->Size(), 90u);
+  // A slice of a slice is bounded as if each level held the one before it:
+  // it extends to the end of the slice it was cut from, while operator()
+  // reaches the owner's end.
+  Owned nested(Owned(mBuffer->Slice(10, 80, false))->Slice(5, 10, false));
+  EXPECT_EQ(Owned(VYR_IBuffer::ExtendBuffer(nested.get()))->Size(), 75u);
+  EXPECT_EQ((*nested)(0, 0), At(15));
+  EXPECT_EQ(nested->Reserved()->Size(), 85u);
   // Nothing to extend: no slice anywhere inside.
   VYR_TBuffer memory(mBuffer->Duplicate(false)), empty;
   for (const VYR_IBuffer* none :
@@ -388,101 +294,70 @@ TEST_F(SliceTest, ExtendBufferReachesTheParentsEnd) {
     EXPECT_EQ(VYR_IBuffer::ExtendBuffer(none), nullptr);
 }
 
-// Each step slices the previous slice and deletes it: a chain of any length
-// costs the same per step and unwinds without recursion, on a small stack.
-TEST_F(SliceTest, ChainsOfSlicesStayFlat) {
-  Owned slice(mBuffer->Slice(10, 80, false));
-  Owned nested(slice->Slice(5, 10, false));
-  // Bounds as if each level held the one before it.
-  EXPECT_EQ(nested->Buffer(), At(15));
-  EXPECT_EQ((*nested)(0, 0), At(15));
-  EXPECT_EQ(nested->Reserved()->Size(), 85u);  // operator() reaches the owner's end
-  Owned extended(VYR_IBuffer::ExtendBuffer(nested.get()));
-  EXPECT_EQ(extended->Buffer(), At(15));
-  EXPECT_EQ(extended->Size(), 75u);  // the end of the slice it was cut from
-  Owned atTheEnd(slice->Slice(80, 0, false));
-  EXPECT_EQ(Owned(VYR_IBuffer::ExtendBuffer(atTheEnd.get()))->Size(), 0u);
+// Slices a slice 200000 times, deleting the one before each time.
+void* WalkAChainOfSlices(void* owner) {
+  const VYR_IBuffer* start = static_cast<const VYR_IBuffer*>(owner);
+  const VYR_IBuffer* current = start->Slice(0, 0, false);
+  const unsigned steps = 200000;
+  for (unsigned step = 0; step < steps; ++step) {
+    const VYR_IBuffer* next = current->Slice(1, 0, false);
+    delete current;
+    current = next;
+  }
+  bool ok = current->Size() == start->Size() - steps && current->Buffer() == Bytes(*start) + steps;
+  ok = ok && Owned(VYR_IBuffer::ExtendBuffer(current))->Size() == current->Size();
+  delete current;
+  return ok ? owner : nullptr;
+}
 
+// A chain of any length costs the same per step and unwinds without
+// recursion, on a small stack.
+TEST_F(BufferTest, ChainsOfSlicesStayFlat) {
   std::vector<unsigned char> big(1 << 20);
   Owned owner(VYR_IBuffer::Create(static_cast<unsigned>(big.size()), big.data(), true));
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setstacksize(&attributes, 1 << 20);
-  struct Chain {
-    const VYR_IBuffer* owner;
-    bool ok;
-  } chain{owner.get(), false};
   pthread_t thread;
-  ASSERT_EQ(pthread_create(
-                &thread, &attributes,
-                [](void* arg) -> void* {
-                  Chain* chain = static_cast<Chain*>(arg);
-                  const VYR_IBuffer* current = chain->owner->Slice(0, 0, false);
-                  const unsigned steps = 200000;
-                  for (unsigned step = 0; step < steps; ++step) {
-                    const VYR_IBuffer* next = current->Slice(1, 0, false);
-                    delete current;
-                    current = next;
-                  }
-                  chain->ok = current->Size() == chain->owner->Size() - steps &&
-                              current->Buffer() ==
-                                  static_cast<const unsigned char*>(chain->owner->Buffer()) + steps;
-                  Owned extended(VYR_IBuffer::ExtendBuffer(current));
-                  chain->ok = chain->ok && extended->Size() == current->Size();
-                  delete current;
-                  return nullptr;
-                },
-                &chain),
-            0);
-  pthread_join(thread, nullptr);
+  void* const arg = const_cast<VYR_IBuffer*>(owner.get());
+  ASSERT_EQ(pthread_create(&thread, &attributes, &WalkAChainOfSlices, arg), 0);
+  void* result = nullptr;
+  pthread_join(thread, &result);
   pthread_attr_destroy(&attributes);
-  EXPECT_TRUE(chain.ok);
+  EXPECT_EQ(result, arg);
 }
 
 // --- DecodeHex ------------------------------------------------------------------------
 
-struct HexCase {
-  const char* text;
-  unsigned size;  // argument of DecodeHex(size)
-  const char* bytes;
-  unsigned count;
-  bool incomplete;
-};
-
-TEST_F(BufferTest, DecodeHexTableOfTexts) {
-  const HexCase cases[] = {
-      {"4A4b", 0, "\x4A\x4B", 2, false},
-      {"4A 4b\n", 0, "\x4A\x4B", 2, true},  // trailing non-digits set the flag
-      {"414", 0, "\x41", 1, true},          // the last digit is dropped
-      {"4 ", 0, "\x3F", 1, false},          // a lone digit with the mark as its low half
-      {"4142", 1, "\x41", 1, false},        // the destination is full
-      {" 0\n0 ", 0, "\x00", 1, true},       // blanks even inside a pair
-      {"fFaA09", 0, "\xFF\xAA\x09", 3, false},
-      {"x4y1z", 0, "\x41", 1, true},
-      {"00112233", 3, "\x00\x11\x22", 3, false},
+// A table of texts, then destinations of the caller.
+TEST_F(BufferTest, DecodeHex) {
+  const struct {
+    const char *text, *bytes;
+    unsigned size, count;  // size: the argument of DecodeHex(size)
+    bool incomplete;
+  } cases[] = {
+      {"4A4b", "\x4A\x4B", 0, 2, false},
+      {"4A 4b\n", "\x4A\x4B", 0, 2, true},  // trailing non-digits set the flag
+      {"414", "\x41", 0, 1, true},          // the last digit is dropped
+      {"4 ", "\x3F", 0, 1, false},          // a lone digit with the mark as its low half
+      {"4142", "\x41", 1, 1, false},        // the destination is full
+      {"x4y1z", "\x41", 0, 1, true},        // non-digits even inside a pair
       // No digit at all, with a destination of its own: 0 bytes asks for
       // size 0, which gives the whole destination, cleared, and the flag
       // says so.
-      {"zz z", 0, "\0\0", 2, true},
-      {"", 0, nullptr, 0, false},  // an empty source gives an empty result
+      {"zz z", "\0\0", 0, 2, true},
+      {"", nullptr, 0, 0, false},  // an empty source gives an empty result
   };
-  for (const HexCase& row : cases) {
+  for (const auto& row : cases) {
     SCOPED_TRACE(row.text);
     const unsigned length = static_cast<unsigned>(std::strlen(row.text));
     Owned source(VYR_IBuffer::Create(length, length ? row.text : nullptr, length != 0));
     bool incomplete = !row.incomplete;
     Owned result(length ? source->DecodeHex(row.size, incomplete) : source->DecodeHex(row.size));
-    if (length) {
-      EXPECT_EQ(incomplete, row.incomplete);
-    }
+    EXPECT_TRUE(length == 0 || incomplete == row.incomplete);
     ASSERT_EQ(result->Size(), row.count);
-    if (row.bytes != nullptr) {
-      EXPECT_EQ(std::memcmp(result->Buffer(), row.bytes, row.count), 0);
-    }
+    EXPECT_TRUE(row.count == 0 || std::memcmp(result->Buffer(), row.bytes, row.count) == 0);
   }
-}
-
-TEST_F(BufferTest, DecodeHexIntoDestinationsOfTheCaller) {
   // A destination of the caller stays the caller's; its tail is untouched.
   Owned destination(VYR_IBuffer::Create(6, "......", true));
   bool incomplete = true;
@@ -490,27 +365,16 @@ TEST_F(BufferTest, DecodeHexIntoDestinationsOfTheCaller) {
       Owned(VYR_IBuffer::Create(4, "cafe", true))->DecodeHex(destination.get(), incomplete));
   EXPECT_FALSE(incomplete);
   EXPECT_EQ(decoded->Buffer(), destination->Buffer());
-  EXPECT_EQ(decoded->Size(), 2u);
   EXPECT_EQ(std::memcmp(destination->Buffer(), "\xCA\xFE....", 6), 0);
-  // When nothing decodes, the whole destination comes back, cleared.
-  Owned none(Owned(VYR_IBuffer::Create(2, "zz", true))->DecodeHex(destination.get(), incomplete));
-  EXPECT_EQ(std::memcmp(none->Buffer(), "\0\0\0\0\0\0", 6), 0);
-
-  // Decoding through a handle and into a slice of a larger buffer.
+  // Through a handle, into a slice of a larger buffer.
   Owned big(VYR_IBuffer::Create(10, "0123456789", true));
   Owned window(big->Slice(4, 2, false));
-  EXPECT_EQ(Owned(VYR_TBuffer(6, "010203", true).DecodeHex(window.get()))->Size(), 2u);
+  Owned(VYR_TBuffer(6, "010203", true).DecodeHex(window.get()));
   EXPECT_EQ(std::memcmp(big->Buffer(),
                         "0123\x01\x02"
                         "6789",
                         10),
             0);
-
-  // The result outlives both the source and a destination it made itself.
-  Owned longText(VYR_IBuffer::Create(8, "deadbeef", true));
-  Owned bytes(longText->DecodeHex(0u));
-  longText.reset();
-  EXPECT_EQ(std::memcmp(bytes->Buffer(), "\xDE\xAD\xBE\xEF", 4), 0);
 }
 
 }  // namespace

@@ -15,31 +15,16 @@
 
 namespace {
 
-using test_support::Bytes;
-using test_support::Extract;
-using test_support::ExtractAll;
-using test_support::Pack;
-using test_support::Read;
-using test_support::Write;
-using ValueTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__>;
-using TagTest = ValueTest;
-using KnotTest = ValueTest;
-using ReferenceTest = ValueTest;
-using InkTest = ValueTest;
+using namespace test_support;
+using ValueTest = LibraryTest<__QEN_INITIALIZATION_FUNCTION_VYRAX__>;
 
 // Reads into `knot` and gives back what the read left in the text.
 std::string ReadKnotInto(VYR_TKnot& knot, const std::string& text) {
-  test_support::TextReader reader(text);
+  TextReader reader(text);
   knot.ReadFrom(reader.in);
   QEN_TString rest;
   reader.in.ReadUntil(rest, QEN_TString(""));
   return rest.c_str();
-}
-
-VYR_TKnot ReadKnot(const std::string& text) {
-  VYR_TKnot knot;
-  ReadKnotInto(knot, text);
-  return knot;
 }
 
 VYR_TKnotType Type(unsigned value) { return static_cast<VYR_TKnotType>(value); }
@@ -70,25 +55,16 @@ VYR_TReference FullReference() {
 
 // --- The tag --------------------------------------------------------------------
 
-TEST_F(TagTest, EmptinessIsTheReverseOfTheUsualSense) {
+TEST_F(ValueTest, TagEmptinessStoredFormsAndSyntax) {
+  // Emptiness is the reverse of the usual sense.
   EXPECT_TRUE(VYR_TTag());
-  EXPECT_TRUE(VYR_TTag(0, 0, 0, 0));
-  EXPECT_TRUE(VYR_TTag(0ULL, 0ULL));
   EXPECT_EQ(VYR_TTag(), VYR_TTag(0ULL, 0ULL));
-  VYR_TTag onlySizeHigh(0, 0, 0, 1);
-  EXPECT_FALSE(onlySizeHigh);
-  EXPECT_NE(onlySizeHigh, VYR_TTag());
-  EXPECT_FALSE(onlySizeHigh == VYR_TTag());
-}
-
-TEST_F(TagTest, PackedFormIsPinnedAndEveryCutFails) {
+  EXPECT_FALSE(VYR_TTag(0, 0, 0, 1));  // only the high size set
+  EXPECT_NE(VYR_TTag(0, 0, 0, 1), VYR_TTag());
+  // Its stored forms are pinned, and what does not fit is a syntax error.
   // 64-bit values split into their halves.
   EXPECT_EQ(VYR_TTag(0x100000002ULL, 0x300000004ULL), VYR_TTag(2, 1, 4, 3));
-  test_support::ExpectPinnedPacked("vyr_tag.bin", std::vector<VYR_TTag>{VYR_TTag(16ULL, 32ULL)});
-  EXPECT_THROW(Extract(test_support::Bytes()), QEN_EException);
-}
-
-TEST_F(TagTest, TextFormReadsBackAndWhatDoesNotFitIsASyntaxError) {
+  ExpectPinnedPacked("vyr_tag.bin", std::vector<VYR_TTag>{VYR_TTag(16ULL, 32ULL)});
   VYR_TTag largest(0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu);
   EXPECT_EQ(Write(largest), "4294967295 : 4294967295, 4294967295 : 4294967295");
   EXPECT_EQ(Read<VYR_TTag>(Write(largest)), largest);
@@ -98,16 +74,15 @@ TEST_F(TagTest, TextFormReadsBackAndWhatDoesNotFitIsASyntaxError) {
                            "1 : 2, 3 : ", "1 : 2, x : 4", "4294967296 : 0, 0 : 0"})
     EXPECT_THROW(Read<VYR_TTag>(text), QEN_ESyntaxError) << text;
   // Framed, and rebuilt by its class name.
-  const auto rebuilt = test_support::ExtractAllText("VYR_TTag { 3 : 4, 5 : 6 }");
+  const auto rebuilt = ExtractAllText("VYR_TTag { 3 : 4, 5 : 6 }");
   ASSERT_EQ(rebuilt.size(), 1u);
   EXPECT_EQ(*rebuilt[0]->DynamicCast<VYR_TTag>(), VYR_TTag(3, 4, 5, 6));
 }
 
 // --- The knot -------------------------------------------------------------------
 
-TEST_F(KnotTest, EqualityLooksAtTypeAndAllSixCoordinates) {
+TEST_F(ValueTest, KnotEqualityLooksAtTypeAndAllSixCoordinates) {
   VYR_TKnot close(VYR_KnotClose, 1, 2, 3, 4, 5, 6);
-  EXPECT_EQ(close, VYR_TKnot(close));
   // Each of the seven fields changed alone makes a difference.
   for (int field = 0; field < 7; ++field) {
     double v[6] = {1, 2, 3, 4, 5, 6};
@@ -120,36 +95,18 @@ TEST_F(KnotTest, EqualityLooksAtTypeAndAllSixCoordinates) {
             VYR_TKnot(VYR_KnotMoveTo, -0.0, 0, 0, 0, 0, 0));
   VYR_TKnot unused(VYR_KnotMoveTo, 0, 0, 0, 0, 0, std::numeric_limits<double>::quiet_NaN());
   EXPECT_FALSE(unused == unused);
-  EXPECT_TRUE(unused != unused);
   EXPECT_FALSE(unused.QEN_IsIdent(unused));
   EXPECT_FALSE(close.QEN_IsIdent(VYR_TTag()));
 }
 
-TEST_F(KnotTest, PackedFormIsPinnedAndGivesIdenticalKnots) {
-  test_support::ExpectPinnedPacked("vyr_knot.bin", EveryType(), 5);
-  // Extreme numbers travel too; a NaN as well, though it never compares equal.
-  VYR_TKnot extreme(VYR_KnotMoveTo, std::numeric_limits<double>::infinity(),
-                    -std::numeric_limits<double>::denorm_min(), std::numeric_limits<double>::max(),
-                    0, std::nan(""), 0);
-  const auto object = Extract(Pack(extreme));
-  const VYR_TKnot& read = test_support::As<VYR_TKnot>(object);
-  EXPECT_TRUE(read.V1() == extreme.V1() && read.H1() == extreme.H1() && read.V2() == extreme.V2());
-  EXPECT_TRUE(std::isnan(read.V3()));
+TEST_F(ValueTest, KnotPackedFormIsPinnedAndGivesIdenticalKnots) {
+  ExpectPinnedPacked("vyr_knot.bin", EveryType(), 5);
 }
 
-TEST_F(KnotTest, TextFormReadsBackTheTypeAndThePairsInUse) {
-  // Into a knot of zeros: the type and the pairs in use arrive, the rest
-  // stays zero.
-  for (const VYR_TKnot& knot : EveryType()) {
-    unsigned type = knot.Type();
-    unsigned pairs = type == 1 || type == 3 || type == 4 ? 1 : type == 5 || type == 6 ? 3 : 0;
-    double in[6], out[6];
-    VYR_TKnotType ignored;
-    knot.GetInfo(ignored, in[0], in[1], in[2], in[3], in[4], in[5]);
-    for (unsigned i = 0; i < 6; ++i) out[i] = i < 2 * pairs ? in[i] : 0.0;
-    VYR_TKnot expected(Type(type <= 6 ? type : 0), out[0], out[1], out[2], out[3], out[4], out[5]);
-    EXPECT_EQ(ReadKnot(Write(knot)), expected) << Write(knot);
-  }
+TEST_F(ValueTest, KnotTextFormReadsBackTheTypeAndThePairsInUse) {
+  // Only the pairs in use are written (the golden text has them); a type
+  // outside the named ones is written as KnotNop.
+  EXPECT_EQ(Write(VYR_TKnot(Type(9), 1, 2, 3, 4, 5, 6)), Write(VYR_TKnot(VYR_KnotNop)));
   // Unused pairs keep what the object held before the read.
   VYR_TKnot target(VYR_KnotNormCurveTo, 10, 20, 30, 40, 50, 60);
   EXPECT_EQ(ReadKnotInto(target, Write(VYR_TKnot(VYR_KnotMoveTo, 1, 2, 3, 4, 5, 6))), "");
@@ -157,20 +114,19 @@ TEST_F(KnotTest, TextFormReadsBackTheTypeAndThePairsInUse) {
   // An unknown type word gives KnotNop and ends the read, without error.
   EXPECT_EQ(ReadKnotInto(target, "knotmoveto 7, 8"), " 7, 8");
   EXPECT_EQ(target, VYR_TKnot(VYR_KnotNop, 1, 2, 30, 40, 50, 60));
-  EXPECT_EQ(ReadKnotInto(target, ""), "");
   // White space may follow a comma, and a number may come in any form.
-  EXPECT_EQ(ReadKnot("KnotLinkCurveTo 1,\n2,\t3, 4,5, -6e-1"),
+  EXPECT_EQ(Read<VYR_TKnot>("KnotLinkCurveTo 1,\n2,\t3, 4,5, -6e-1"),
             VYR_TKnot(VYR_KnotLinkCurveTo, 1, 2, 3, 4, 5, -0.6));
   for (const char* text :
        {"KnotMoveTo 1 2", "KnotMoveTo 1 , 2", "KnotMoveTo 1; 2", "KnotMoveTo 1,", "KnotMoveTo",
         "KnotMoveTo x, 2", "KnotNormCurveTo 1, 2, 3, 4, 5", "KnotNormCurveTo 1, 2, 3, 4, 5 6"})
-    EXPECT_THROW(ReadKnot(text), QEN_ESyntaxError) << text;
+    EXPECT_THROW(Read<VYR_TKnot>(text), QEN_ESyntaxError) << text;
 }
 
-TEST_F(KnotTest, FramedTextIsPinnedAndRebuiltByExtract) {
+TEST_F(ValueTest, KnotFramedTextIsPinnedAndRebuiltByExtract) {
   // Every type with only its pairs in use set, so that the text carries all;
   // one outside the named types is written as KnotNop (EveryType, above).
-  test_support::ExpectPinnedText(
+  ExpectPinnedText(
       "vyr_knot.txt",
       std::vector<VYR_TKnot>{
           VYR_TKnot(VYR_KnotNop),
@@ -186,68 +142,49 @@ TEST_F(KnotTest, FramedTextIsPinnedAndRebuiltByExtract) {
 
 // --- The reference ----------------------------------------------------------------
 
-TEST_F(ReferenceTest, ConstructorsAddTheirParametersToThoseOfTheUrl) {
+TEST_F(ValueTest, ReferenceConstructorsAndTheNumbersInTheUrl) {
+  // The constructors add their parameters to those of the URL.
   int orientation = 5;
   EXPECT_FALSE(VYR_TReference().GetCADRegistration(&orientation, nullptr, nullptr));
   EXPECT_EQ(orientation, 5);
   QEN_TURL url = Url("file:///jobs/a.tif?keep=1");
-  // Without an original text the URL's text stands in; absent numbers are -1.
-  VYR_TReference plain(url, VYR_CM, 1.0, 2.0);
-  EXPECT_EQ(plain.Original(), QEN_TString("file:///jobs/a.tif?keep=1"));
-  EXPECT_EQ(plain.PageNr(), -1);
+  // Without an original text the URL's text stands in.
+  EXPECT_EQ(VYR_TReference(url, VYR_CM, 1.0, 2.0).Original(),
+            QEN_TString("file:///jobs/a.tif?keep=1"));
   VYR_TReference full(url, VYR_CM, 1.0, 2.0, QEN_TString("a.tif"), QEN_TString("image/tiff"),
                       QEN_TString("TIFF"), 4, 9);
   EXPECT_EQ(full.File().Param("keep"), QEN_TString("1"));
-  EXPECT_TRUE(full.Original() == "a.tif" && full.ExtType() == "TIFF" && full.Count() == 9);
-  // -1 stores an empty number, which reads as 0.
-  VYR_TReference unset(Url("file:///a.tif"), VYR_Inch, 0, 0, QEN_TString("a.tif"),
-                       QEN_TString("image/tiff"), QEN_TString("TIFF"), -1, -1);
-  QEN_TString value("x");
-  ASSERT_TRUE(unset.File().GetParam("iPageNr", value));
-  EXPECT_TRUE(value.Empty());
-  EXPECT_EQ(unset.PageNr(), 0);
-}
-
-TEST_F(ReferenceTest, NarrowConstructorBuildsAndPercentCodesTheWholeQuery) {
-  // The URL's own parameters are replaced, not kept.
+  // The narrow constructor builds and percent-codes the whole query: the
+  // URL's own parameters are replaced, not kept.
   VYR_TReference reference(Url("file:///jobs/a.tif?keep=1"), VYR_Pixel, 0, 0,
                            "dir/Bild\xC3\xA9 1+2%.tif", "image/tiff", "*-._~", -1, 3);
   EXPECT_EQ(reference.File().Query(),
             QEN_TString("iOriginalRef=dir%2FBild%C3%A9%201%2B2%25.tif&iMIMEType=image%2Ftiff"
                         "&iExtType=*-._%7E&iPageNr=&iCount=3"));
   EXPECT_FALSE(reference.File().HasParam("keep"));
-  EXPECT_EQ(reference.Original(), QEN_TString("dir/Bild\xC3\xA9 1+2%.tif"));
-  EXPECT_EQ(reference.Count(), 3);
 
   VYR_TReference other(Url("file:///a.tif"), VYR_Pixel, 0, 0, nullptr, "", nullptr, -7, -1);
   EXPECT_EQ(other.File().Query(),
             QEN_TString("iOriginalRef=&iMIMEType=&iExtType=&iPageNr=-7&iCount="));
-  EXPECT_EQ(other.PageNr(), -7);
-}
-
-TEST_F(ReferenceTest, NumbersAreTakenAsFarAsTheyGo) {
-  VYR_TReference reference(Url("file:///a.tif?iPageNr=12abc&iCount=x&iCADOrient=-90z"
-                               "&iCADOrgxY=2.5e1mm"),
-                           VYR_Inch, 0, 0);
-  EXPECT_EQ(reference.PageNr(), 12);
-  EXPECT_EQ(reference.Count(), 0);
-  int orientation = 0;
+  // Numbers are taken as far as they go.
+  VYR_TReference parsed(Url("file:///a.tif?iPageNr=12abc&iCount=x&iCADOrient=-90z"
+                            "&iCADOrgxY=2.5e1mm"),
+                        VYR_Inch, 0, 0);
+  EXPECT_EQ(parsed.PageNr(), 12);
+  EXPECT_EQ(parsed.Count(), 0);
   double x = 7.0, y = 7.0;
-  ASSERT_TRUE(reference.GetCADRegistration(&orientation, &x, &y));
+  ASSERT_TRUE(parsed.GetCADRegistration(&orientation, &x, &y));
   EXPECT_EQ(orientation, -90);
   EXPECT_EQ(x, 0.0);  // missing: set to 0.0
   EXPECT_EQ(y, 25.0);
 }
 
-TEST_F(ReferenceTest, StampsAndCadRegistrationLiveInTheUrl) {
+TEST_F(ValueTest, ReferenceStampsAndCadRegistrationLiveInTheUrl) {
   VYR_TReference reference(Url("file:///a.tif"), VYR_Inch, 0, 0, QEN_TString("a.tif"));
   reference.AddStampInfo("2024-02-15", "1234", "abcdef");
-  EXPECT_EQ(reference.FileSizeStamp(), QEN_TString("1234"));
   reference.AddCADRegistration(90, 1.5, 2.0);
-  EXPECT_EQ(reference.File().Param("iCADOrient"), QEN_TString("90"));
-  EXPECT_EQ(reference.File().Param("iCADOrgX"), QEN_TString("1.50000"));
-  EXPECT_EQ(reference.File().Param("iCADOrgxY"), QEN_TString("2.00000"));
-  // A second registration replaces the first; five decimals are kept.
+  // A second registration replaces the first; five decimals are kept (the
+  // golden text pins the names and the form of the parameters).
   reference.AddCADRegistration(-180, 1.0 / 3.0, -1e-6);
   int orientation = 0;
   double x = 0, y = 0;
@@ -255,44 +192,33 @@ TEST_F(ReferenceTest, StampsAndCadRegistrationLiveInTheUrl) {
   EXPECT_EQ(orientation, -180);
   EXPECT_EQ(x, 0.33333);
   EXPECT_EQ(reference.File().Param("iCADOrgxY"), QEN_TString("-0.00000"));
-  EXPECT_EQ(reference.File().Param("iMD5Hash"), QEN_TString("abcdef"));
-  EXPECT_EQ(reference.Original(), QEN_TString("a.tif"));
+  EXPECT_EQ(reference.FileSizeStamp(), QEN_TString("1234"));
 }
 
-// Resolution of the original text
-
-TEST_F(ReferenceTest, OriginalResolvesTheFourKindsOfText) {
+TEST_F(ValueTest, ReferenceOriginalResolvesTheFourKindsOfText) {
   QEN_TURL base = Url("file:///jobs/job1/page.pdf");
   auto resolve = [&](const char* original) {
     VYR_TReference reference(Url("file:///elsewhere/x.tif"), VYR_Inch, 0, 0, QEN_TString(original));
     return reference.Original(base);
   };
-  // "file:///": the hex-decoded text behind "file://", against the folder.
-  QEN_TURL absolute = resolve("file:///tmp/a%20b");
-  EXPECT_EQ(absolute.Protocol(), QEN_TString("file"));
-  EXPECT_EQ(absolute.LocalPath(), QEN_TString("/tmp/a b"));
-  // "///" without "file:": from position 2, against the folder.
-  EXPECT_EQ(resolve("///Volumes/img.tif").LocalPath(), QEN_TString("/Volumes/img.tif"));
-  // "//" with "file:": the URL as it stands.
-  QEN_TURL shared = resolve("file://server/share/img%20x.tif");
-  EXPECT_EQ(shared.Host(), QEN_TString("server"));
-  EXPECT_EQ(shared.FileName(), QEN_TString("img x.tif"));
-  EXPECT_EQ(shared, Url("file://server/share/img%20x.tif"));
-  // "//" alone: a "file" URL of it.
-  QEN_TURL unc = resolve("//server/share/img.tif");
-  EXPECT_EQ(unc, Url("file://server/share/img.tif"));
-  // "file:" only: the hex-decoded rest, relative to the folder.
-  EXPECT_EQ(resolve("file:links/a%20b.tif").LocalPath(), QEN_TString("/jobs/job1/links/a b.tif"));
-  EXPECT_EQ(resolve("file:/abs/c%25d.tif").LocalPath(), QEN_TString("/abs/c%d.tif"));
-  // Plain text: relative to the folder, with dot segments removed.
-  EXPECT_EQ(resolve("links/a.tif").LocalPath(), QEN_TString("/jobs/job1/links/a.tif"));
-  EXPECT_EQ(resolve("../shared/a%20b.tif").LocalPath(), QEN_TString("/jobs/shared/a b.tif"));
-  EXPECT_EQ(resolve("b.tif").LocalPath(), QEN_TString("/jobs/job1/b.tif"));
-}
-
-TEST_F(ReferenceTest, OriginalWithoutOriginalTextResolvesTheUrlItself) {
+  // "file:///" takes the hex-decoded text behind "file://", "///" without
+  // "file:" the text from position 2, "file:" only the hex-decoded rest, and
+  // plain text is relative to the folder, with dot segments removed.
+  const std::pair<const char*, const char*> paths[] = {
+      {"file:///tmp/a%20b", "/tmp/a b"},
+      {"///Volumes/img.tif", "/Volumes/img.tif"},
+      {"file:links/a%20b.tif", "/jobs/job1/links/a b.tif"},
+      {"file:/abs/c%25d.tif", "/abs/c%d.tif"},
+      {"links/a.tif", "/jobs/job1/links/a.tif"},
+      {"../shared/a%20b.tif", "/jobs/shared/a b.tif"},
+  };
+  for (const auto& row : paths)
+    EXPECT_EQ(resolve(row.first).LocalPath(), QEN_TString(row.second)) << row.first;
+  // "//" with "file:": the URL as it stands; "//" alone: a "file" URL of it.
+  EXPECT_EQ(resolve("file://server/share/img%20x.tif"), Url("file://server/share/img%20x.tif"));
+  EXPECT_EQ(resolve("//server/share/img.tif"), Url("file://server/share/img.tif"));
+  // Without an original text the URL itself is resolved.
   VYR_TReference reference(Url("file:///data/x%20y.tif"), VYR_Inch, 0, 0);
-  EXPECT_EQ(reference.Original(), QEN_TString("file:///data/x%20y.tif"));
   EXPECT_EQ(reference.Original(Url("file:///jobs/page.pdf")).LocalPath(),
             QEN_TString("/data/x y.tif"));
   // Neither a reference nor a base: the folder of nothing, and no exception.
@@ -301,12 +227,7 @@ TEST_F(ReferenceTest, OriginalWithoutOriginalTextResolvesTheUrlItself) {
       VYR_TReference(QEN_TURL(), VYR_Inch, 0, 0, QEN_TString("%%//\xFF///")).Original(Url("x")));
 }
 
-// Equality
-
-TEST_F(ReferenceTest, EqualityLooksAtEveryField) {
-  VYR_TReference reference = FullReference();
-  EXPECT_TRUE(VYR_TReference(reference).QEN_IsIdent(reference));
-
+TEST_F(ValueTest, ReferenceEqualityLooksAtEveryField) {
   QEN_TURL url = Url("file:///a.tif");
   VYR_TReference base(url, VYR_MM, 1.0, 2.0);
   for (const VYR_TReference& other :
@@ -314,11 +235,8 @@ TEST_F(ReferenceTest, EqualityLooksAtEveryField) {
         VYR_TReference(url, VYR_MM, 1.0, 2.5), VYR_TReference(Url("file:///b.tif"), VYR_MM, 1, 2),
         VYR_TReference(url, VYR_MM, 1.0, 2.0, QEN_TString("a.tif"))})
     EXPECT_NE(base, other) << Write(other);
-  double nan = std::numeric_limits<double>::quiet_NaN();
-  VYR_TReference notANumber(url, VYR_MM, nan, 2.0);
-  EXPECT_FALSE(notANumber == notANumber);
+  VYR_TReference notANumber(url, VYR_MM, std::numeric_limits<double>::quiet_NaN(), 2.0);
   EXPECT_FALSE(notANumber.QEN_IsIdent(notANumber));
-
   // The URL compares its parameters, so stamps alone make a difference.
   VYR_TReference stamped(base);
   stamped.AddStampInfo("t", "1", "h");
@@ -329,20 +247,16 @@ TEST_F(ReferenceTest, EqualityLooksAtEveryField) {
             VYR_TReference(Url("file:///a.tif?b=2&a=1"), VYR_MM, 0, 0, QEN_TString("a.tif")));
   EXPECT_NE(VYR_TReference(Url("file:///a.tif?a=1&b=2"), VYR_MM, 0, 0),
             VYR_TReference(Url("file:///a.tif?b=2&a=1"), VYR_MM, 0, 0));
-
-  EXPECT_FALSE(reference.QEN_IsIdent(VYR_TTag(1, 2, 3, 4)));
+  EXPECT_FALSE(FullReference().QEN_IsIdent(VYR_TTag(1, 2, 3, 4)));
 }
 
-// Binary form
-
-TEST_F(ReferenceTest, PackedFormIsPinnedAndRebuiltIdenticalInEveryUnit) {
-  test_support::ExpectPinnedPacked("vyr_reference.bin",
-                                   std::vector<VYR_TReference>{FullReference(), VYR_TReference()});
+TEST_F(ValueTest, ReferencePackedFormIsPinnedAndRebuiltIdenticalInEveryUnit) {
+  ExpectPinnedPacked("vyr_reference.bin",
+                     std::vector<VYR_TReference>{FullReference(), VYR_TReference()});
   // Every unit, and one outside the named ones, travels unchanged.
   for (unsigned unit : {0u, 1u, 2u, 3u, 4u, 0xFFFFFFFFu}) {
     VYR_TReference reference(FullReference().File(), static_cast<VYR_TMUnits>(unit), -1e300, 0.1);
-    EXPECT_TRUE(
-        test_support::As<VYR_TReference>(ExtractAll(Pack(reference)).at(0)).QEN_IsIdent(reference))
+    EXPECT_TRUE(As<VYR_TReference>(ExtractAll(Pack(reference)).at(0)).QEN_IsIdent(reference))
         << unit;
   }
   // Any single damaged byte either still reads or fails cleanly.
@@ -357,32 +271,23 @@ TEST_F(ReferenceTest, PackedFormIsPinnedAndRebuiltIdenticalInEveryUnit) {
   }
 }
 
-// Text form
-
-TEST_F(ReferenceTest, TextFormIsTheQuotedUrlThenUnitAndOffsets) {
+TEST_F(ValueTest, ReferenceTextFormIsTheQuotedUrlThenUnitAndOffsets) {
   VYR_TReference reference(Url("file:///jobs/a%20b.tif?iPageNr=2"), VYR_CM, 1.5, -0.25);
   EXPECT_EQ(Write(reference), "\"file:///jobs/a%20b.tif?iPageNr=2\"\nCM 1.5, -0.25");
-  EXPECT_EQ(Write(VYR_TReference()), "\"\"\nInch 0, 0");
-  EXPECT_TRUE(reference.QEN_HRMultiLine());
   for (unsigned unit = 0; unit <= 4; ++unit) {
-    const VYR_TMUnits units = static_cast<VYR_TMUnits>(unit);
-    VYR_TReference one(FullReference().File(), units, 0.1, -123456.789e-3);
+    VYR_TReference one(FullReference().File(), static_cast<VYR_TMUnits>(unit), 0.1, -123.456789);
     EXPECT_EQ(Read<VYR_TReference>(Write(one)), one) << Write(one);
   }
-  // The unit word is read whatever its case.
-  const std::pair<const char*, VYR_TMUnits> units[] = {{"\"file:///a\" inch 1,2", VYR_Inch},
-                                                       {"\"file:///a\"\tmM\n1, 2", VYR_MM},
-                                                       {"\"file:///a\" PIXEL 1, 2", VYR_Pixel},
-                                                       {"\"file:///a\" Mil 1, 2", VYR_Mil}};
-  for (const auto& row : units)
-    EXPECT_EQ(Read<VYR_TReference>(row.first).Units(), row.second) << row.first;
+  // The unit word is read whatever its case, and white space may be any.
+  EXPECT_EQ(Read<VYR_TReference>("\"file:///a\"\tmM\n1, 2").Units(), VYR_MM);
+  EXPECT_EQ(Read<VYR_TReference>("\"file:///a\" PIXEL 1, 2").Units(), VYR_Pixel);
   VYR_TReference read = Read<VYR_TReference>("\"file:///a\" cm -1e3, \n 2.5");
   EXPECT_EQ(read.VOffset(), -1000.0);
   EXPECT_EQ(read.HOffset(), 2.5);
   EXPECT_EQ(read.File(), Url("file:///a"));
 }
 
-TEST_F(ReferenceTest, TextThatDoesNotFitIsASyntaxError) {
+TEST_F(ValueTest, ReferenceTextThatDoesNotFitIsASyntaxError) {
   for (const char* text :
        {"\"file:///a\" Inches 1, 2", "\"file:///a\" 1, 2", "\"file:///a\" Inch 1 2",
         "\"file:///a\" Inch 1 , 2", "\"file:///a\" Inch 1,", "\"file:///a\" Inch", "\"file:///a\"",
@@ -391,55 +296,34 @@ TEST_F(ReferenceTest, TextThatDoesNotFitIsASyntaxError) {
   // A unit outside the named ones writes a word that doesn't read back.
   VYR_TReference odd(Url("file:///a"), static_cast<VYR_TMUnits>(9), 0, 0);
   EXPECT_THROW(Read<VYR_TReference>(Write(odd)), QEN_ESyntaxError);
-}
-
-TEST_F(ReferenceTest, FramedTextIsPinnedAndRebuiltByExtract) {
-  test_support::ExpectPinnedText("vyr_reference.txt",
-                                 std::vector<VYR_TReference>{FullReference(), VYR_TReference()});
+  // The framed text is pinned and rebuilt by Extract.
+  ExpectPinnedText("vyr_reference.txt",
+                   std::vector<VYR_TReference>{FullReference(), VYR_TReference()});
 }
 
 // --- The ink ----------------------------------------------------------------------
 
-TEST_F(InkTest, InkNamesAndTypesAreCheckedAndGetTheirPreviews) {
-  struct Row {
-    VYR_TInk ink;
-    const char* name;
-    VYR_TInkPreviewEnc encoding;
-    double preview[4];
-  } rows[] = {
-      {VYR_TInk("Black", "process"), "black", VYR_PreviewCmyk, {0, 0, 0, 1}},
-      {VYR_TInk("Green", "Display"), "green", VYR_PreviewRgb, {0, 1, 0, 0}},
-      {VYR_TInk("Pantone 185", "designer"), "Pantone 185", VYR_PreviewNone, {}},
-      {VYR_TInk("Varnish", "spot", 0.5, 0.25, 1, VYR_PreviewLabcolor),
-       "Varnish",
-       VYR_PreviewLabcolor,
-       {0.5, 0.25, 1, 0}},
-  };
-  for (const Row& row : rows) {
-    EXPECT_EQ(std::string(row.ink.InkName().c_str()), row.name);
-    EXPECT_EQ(row.ink.InkPreviewEnc(), row.encoding) << row.name;
-    if (row.encoding == VYR_PreviewNone) {
-      EXPECT_EQ(row.ink.InkPreview(), nullptr);
-      continue;
-    }
-    for (int i = 0; i < (row.encoding == VYR_PreviewCmyk ? 4 : 3); ++i)
-      EXPECT_EQ(row.ink.InkPreview()[i], row.preview[i]) << row.name << " " << i;
-  }
+TEST_F(ValueTest, InkNamesAndTypesAreCheckedAndGetTheirPreviews) {
+  const VYR_TInk black("Black", "process"), green("Green", "Display");
+  EXPECT_STREQ(black.InkName().c_str(), "black");
+  EXPECT_EQ(black.InkPreviewEnc(), VYR_PreviewCmyk);
+  EXPECT_EQ(std::vector<double>(black.InkPreview(), black.InkPreview() + 4),
+            (std::vector<double>{0, 0, 0, 1}));
+  EXPECT_STREQ(green.InkName().c_str(), "green");
+  EXPECT_EQ(green.InkPreviewEnc(), VYR_PreviewRgb);
+  EXPECT_EQ(std::vector<double>(green.InkPreview(), green.InkPreview() + 3),
+            (std::vector<double>{0, 1, 0}));
+  const VYR_TInk pantone("Pantone 185", "designer");
+  EXPECT_STREQ(pantone.InkName().c_str(), "Pantone 185");
+  EXPECT_EQ(pantone.InkPreview(), nullptr);
   EXPECT_THROW(VYR_TInk("red", "process"), VYR_EWrongInkName);
   EXPECT_THROW(VYR_TInk("cyan", "display"), VYR_EWrongInkName);
   EXPECT_THROW(VYR_TInk(static_cast<VYR_TInks>(8)), VYR_EWrongInkName);
 }
 
-TEST_F(InkTest, InkPreviewChecksKeepOrDropThePreview) {
+TEST_F(ValueTest, InkPreviewChecksKeepOrDropThePreview) {
   VYR_TInk ink("Spot", "designer", 0.1, 0.2, 0.3, VYR_PreviewRgb);
-  try {
-    ink.SetInkPreview(0, 0, 1.5, VYR_PreviewRgb);
-    ADD_FAILURE() << "no exception";
-  } catch (const VYR_EIllegalRGBInkPreviewValues& e) {
-    EXPECT_EQ(std::string(VYR_Exception2String(e).c_str()),
-              "RGB preview ink values need to be between 0. and 1. (value 1.5)");
-  }
-  EXPECT_EQ(ink, VYR_TInk("Spot", "designer", 0.1, 0.2, 0.3, VYR_PreviewRgb));
+  EXPECT_THROW(ink.SetInkPreview(0, 0, 1.5, VYR_PreviewRgb), VYR_EIllegalRGBInkPreviewValues);
   EXPECT_THROW(ink.SetInkPreview(-0.5, 0, 0, 2), VYR_EIllegalCMYKInkPreviewValues);
   EXPECT_EQ(ink.InkPreviewEnc(), VYR_PreviewRgb);
   // A four-value encoding given three values leaves no preview at all.
@@ -457,7 +341,7 @@ TEST_F(InkTest, InkPreviewChecksKeepOrDropThePreview) {
   EXPECT_NE(red, VYR_TInk("Spot", "designer", 1, 0, 0, VYR_PreviewHsv));
 }
 
-TEST_F(InkTest, InkStoredFormsArePinnedAndSurviveEveryCut) {
+TEST_F(ValueTest, InkStoredFormsArePinnedAndSurviveEveryCut) {
   const std::vector<VYR_TInk> inks = {
       VYR_TInk(VYR_InkMagenta),
       VYR_TInk(VYR_InkRed),
@@ -465,11 +349,11 @@ TEST_F(InkTest, InkStoredFormsArePinnedAndSurviveEveryCut) {
       VYR_TInk("Lack", "spot", 0.25, 0.5, 0.75, VYR_PreviewHsv),
       VYR_TInk("Gold", "spot", 0.1, 0.2, 0.3, 0.4),
   };
-  test_support::ExpectPinnedPacked("vyr_ink.bin", inks, 4);
-  test_support::ExpectPinnedText("vyr_ink.txt", inks, 4);
+  ExpectPinnedPacked("vyr_ink.bin", inks, 4);
+  ExpectPinnedText("vyr_ink.txt", inks, 4);
   // An encoding that is no preview encoding reads back as none, without numbers.
   std::unique_ptr<QEN_IInterface> made(VYR_TInk::QEN_Create());
   VYR_TInk& gray = *made->DynamicCast<VYR_TInk>();
-  test_support::ReadInto(gray, "\"k\" \"spot\" \"Grayscale\"");
+  ReadInto(gray, "\"k\" \"spot\" \"Grayscale\"");
   EXPECT_EQ(gray.InkPreviewEnc(), VYR_PreviewNone);
 }
