@@ -69,9 +69,6 @@ inline Bytes Pack(const QEN_IPackable& object) {
   return Packed([&](QEN_TDataStream& stream) { stream << object; });
 }
 
-// The mark in front of what a binary stream writes.
-inline Bytes StreamMark() { return Bytes{0xB5, QEN_TDataStream::sVersion}; }
-
 // The same without the stream's mark: items that UnpackContent reads.
 template <class Packer>
 Bytes PackedContent(Packer pack) {
@@ -86,14 +83,19 @@ inline Bytes PackContent(const QEN_IPackable& object) {
   return PackedContent([&](QEN_TDataStream& stream) { object.QEN_Pack(stream); });
 }
 
-// A binary stream over its own copy of `bytes`.
-struct DataReader {
-  explicit DataReader(const Bytes& bytes) : in(stream) {
-    stream.Write(bytes.data(), static_cast<unsigned>(bytes.size()));
+// A stream `in` of kind S over its own copy of the bytes or the text it is given.
+template <class S>
+struct Reader {
+  explicit Reader(const Bytes& bytes) : Reader(bytes.data(), bytes.size()) {}
+  explicit Reader(const std::string& text) : Reader(text.data(), text.size()) {}
+  Reader(const void* data, size_t size) : in(stream) {
+    stream.Write(data, static_cast<unsigned>(size));
   }
   QEN_TMemoryStream stream;
-  QEN_TDataStream in;
+  S in;
 };
+typedef Reader<QEN_TDataStream> DataReader;
+typedef Reader<QEN_THumanReadableStream> TextReader;
 
 // The object at the start of the bytes, built by the class named there.
 inline std::unique_ptr<QEN_IInterface> Extract(const Bytes& bytes) {
@@ -129,7 +131,7 @@ T Unpack(const Bytes& bytes) {
 
 // Fills `object` from its own items (its QEN_Unpack), the reverse of PackContent.
 inline void UnpackContent(const Bytes& bytes, QEN_IPackable& object) {
-  Bytes marked = StreamMark();
+  Bytes marked{0xB5, QEN_TDataStream::sVersion};  // the mark in front of what a stream writes
   marked.insert(marked.end(), bytes.begin(), bytes.end());
   DataReader reader(marked);
   object.QEN_Unpack(reader.in);
@@ -155,15 +157,6 @@ std::string Written(Writer write) {
 inline std::string Write(const QEN_IHumanReadable& object) {
   return Written([&](QEN_THumanReadableStream& stream) { object.WriteTo(stream); });
 }
-
-// A text stream over its own copy of `text`.
-struct TextReader {
-  explicit TextReader(const std::string& text) : in(stream) {
-    stream.Write(text.data(), static_cast<unsigned>(text.size()));
-  }
-  QEN_TMemoryStream stream;
-  QEN_THumanReadableStream in;
-};
 
 // Fills `object` from its text form (its ReadFrom).
 inline void ReadInto(QEN_IHumanReadable& object, const std::string& text) {
