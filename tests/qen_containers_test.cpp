@@ -23,18 +23,18 @@ namespace {
 
 using test_support::Bytes;
 using test_support::Pack;
-using test_support::Unpack;
 using ContainersTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_qentypes__>;
 
-std::unique_ptr<QEN_IInterface> ExtractText(const std::string& text) {
-  test_support::TextReader reader(text);
-  return std::unique_ptr<QEN_IInterface>(reader.in.Extract());
+test_support::Object ExtractText(const std::string& text) {
+  return test_support::Object(test_support::TextReader(text).in.Extract());
 }
 
-// Read through the text stream's >>, which counts as one level of nesting.
-template <class T>
-T ReadText(const std::string& text) {
-  test_support::TextReader reader(text);
+// A new T filled by the >> of the stream R over `content`: the binary one wants
+// T's class in front; the text one takes the framed form as well as the bare
+// content, and counts as one level of nesting.
+template <class T, class R = test_support::DataReader, class Content>
+T Unpack(const Content& content) {
+  R reader(content);
   T object;
   reader.in >> object;
   return object;
@@ -370,8 +370,8 @@ TEST_F(ContainersTest, AConfigurationWrittenByHandReads) {
   EXPECT_TRUE(tree->Get("Flat/x") == QEN_TAny(-1));
 
   // Read as bare content, the framed form is accepted too.
-  EXPECT_TRUE(ReadText<QEN_TTree>(text) == *tree);
-  EXPECT_EQ(ReadText<QEN_TDict>("\"a\" = 1; \"b\" = 2").Entries(), 2u);
+  EXPECT_TRUE((Unpack<QEN_TTree, test_support::TextReader>(text) == *tree));
+  EXPECT_EQ((Unpack<QEN_TDict, test_support::TextReader>("\"a\" = 1; \"b\" = 2").Entries()), 2u);
 }
 
 TEST_F(ContainersTest, TextThatDoesNotFitNamesWhere) {

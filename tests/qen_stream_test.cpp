@@ -133,7 +133,9 @@ class StreamTest : public ::testing::Test {
   }
 };
 
-std::string Bytes(const QEN_TMemoryStream& m) { return test_support::Contents(m); }
+std::string Bytes(const QEN_TMemoryStream& m) {
+  return std::string(reinterpret_cast<const char*>(m.Data()), m.Length());
+}
 
 using test_support::DataReader;
 using test_support::FailureOf;
@@ -160,7 +162,6 @@ TEST_F(StreamTest, MemoryStreamReadsBackAndFixedMemoryRefusesToOverflow) {
   EXPECT_EQ(std::string(block, 8), "abcdefgh");
   EXPECT_THROW(fixed.Write("i", 1), QEN_EStreamException);
   EXPECT_EQ(fixed.Length(), 8u) << "a refused write changes nothing";
-  EXPECT_THROW(QEN_TMemoryStream(block, 4, 5), QEN_EStreamException);
 }
 
 // Grows by doubling into blocks of its own, until told to refuse.
