@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -20,95 +19,31 @@ class TestNumberKey : public QEN_TObject, public virtual QEN_IHashable {
 };
 QEN_DEFINE_OBJECT(TestNumberKey, QEN_TObject, QEN_IHashable)
 
-// A walk from outside the base library: every element of a list whose value
-// is an even number, over the list's own cursor, as a filtering client does.
-class TestEvenInfo : public QEN_TObject, public virtual QEN_IIterationInfo {
-  QEN_OBJECT_FRAME(TestEvenInfo)
- public:
-  TestEvenInfo() = default;
-  explicit TestEvenInfo(QEN_IIterationInfo* inner) : mInner(inner) { First(); }
-  ~TestEvenInfo() override { delete static_cast<QEN_IInterface*>(mInner); }
-  QEN_IIterationInfo* Clone() const override { return new TestEvenInfo(mInner->Clone(), 0); }
-  void First() override {
-    mInner->First();
-    Forward();
-  }
-  void Next() override {
-    mInner->Next();
-    Forward();
-  }
-  void Previous() override {
-    mInner->Previous();
-    while (!mInner->IsBeforeFirst() && !Passes()) mInner->Previous();
-  }
-  void Last() override {
-    mInner->Last();
-    while (!mInner->IsBeforeFirst() && !Passes()) mInner->Previous();
-  }
-  bool IsBeforeFirst() const override { return mInner->IsBeforeFirst(); }
-  bool IsDone() const override { return mInner->IsDone(); }
-  QEN_IPackable& Key() const override { return mInner->Key(); }
-  QEN_TAny& Value() const override { return mInner->Value(); }
-
- private:
-  TestEvenInfo(QEN_IIterationInfo* inner, int) : mInner(inner) {}
-  bool Passes() const { return static_cast<unsigned>(mInner->Value()) % 2 == 0; }
-  void Forward() {
-    while (!mInner->IsDone() && !Passes()) mInner->Next();
-  }
-  QEN_IIterationInfo* mInner = nullptr;
-};
-QEN_DEFINE_OBJECT(TestEvenInfo, QEN_TObject, QEN_IIterationInfo)
-
-class TestEvenOnly : public QEN_TObject, public virtual QEN_IIteratable {
-  QEN_OBJECT_FRAME(TestEvenOnly)
- public:
-  TestEvenOnly() = default;
-  explicit TestEvenOnly(const QEN_TList* list) : mList(list) {}
-  QEN_IIterationInfo* CreateIterationInfo() const override {
-    return new TestEvenInfo(mList->CreateIterationInfo());
-  }
-
- private:
-  const QEN_TList* mList = nullptr;
-};
-QEN_DEFINE_OBJECT(TestEvenOnly, QEN_TObject, QEN_IIteratable)
-
 namespace {
 
 using test_support::Bytes;
 using test_support::Pack;
-using test_support::Unpack;
 using ContainersTest = test_support::LibraryTest<__QEN_INITIALIZATION_FUNCTION_qentypes__>;
 
-// The framed text form, as a file holds it.
-std::string Framed(const QEN_IHumanReadable& object) {
-  return test_support::Written(
-      [&](QEN_THumanReadableStream& stream) { stream.WriteObject(object); });
+test_support::Object ExtractText(const std::string& text) {
+  return test_support::Object(test_support::TextReader(text).in.Extract());
 }
 
-std::unique_ptr<QEN_IInterface> ExtractText(const std::string& text) {
-  test_support::TextReader reader(text);
-  return std::unique_ptr<QEN_IInterface>(reader.in.Extract());
-}
-
-// Read through the text stream's >>, which counts as one level of nesting.
-template <class T>
-T ReadText(const std::string& text) {
-  test_support::TextReader reader(text);
+// A new T filled by the >> of the stream R over `content`: the binary one wants
+// T's class in front; the text one takes the framed form as well as the bare
+// content, and counts as one level of nesting.
+template <class T, class R = test_support::DataReader, class Content>
+T Unpack(const Content& content) {
+  R reader(content);
   T object;
   reader.in >> object;
   return object;
 }
 
-std::string KeyText(const QEN_IPackable& key) {
-  const QEN_TString* text = static_cast<const QEN_TString*>(key.DynamicCast("QEN_TString"));
-  return text != nullptr ? text->c_str() : "<not a string>";
-}
-
 std::vector<std::string> Keys(const QEN_IIteratable& container) {
   std::vector<std::string> keys;
-  for (QEN_TConstIterator it(container); !it.IsDone(); it++) keys.push_back(KeyText(it.Key()));
+  for (QEN_TConstIterator it(container); !it.IsDone(); it++)
+    keys.push_back(it.Key().DynamicCast<QEN_TString>()->c_str());
   return keys;
 }
 
@@ -147,9 +82,7 @@ TEST_F(ContainersTest, DictKeysAndCopies) {
   dict[L"w\u00E9"] = 1u;
   dict.Add(QEN_TString("w\xC3\xA9"), QEN_TAny(2u));
   EXPECT_EQ(dict.Entries(), 1u) << "UTF-8 and wide keys are one key";
-  TestNumberKey key;
-  EXPECT_THROW(dict[key], QEN_EAnyConversion);
-  EXPECT_THROW(dict.Remove(key), QEN_EAnyConversion);
+  EXPECT_THROW(dict[TestNumberKey()], QEN_EAnyConversion);
 
   QEN_TDict original = SampleDict();
   original.AddAll(original);
@@ -157,7 +90,6 @@ TEST_F(ContainersTest, DictKeysAndCopies) {
   static_cast<QEN_TList*>(copy["items"].DynamicCast("QEN_TList"))->AddAtTail(QEN_TAny(3u));
   EXPECT_FALSE(copy == original) << "copies are deep";
   QEN_TDict moved(std::move(copy));
-  EXPECT_EQ(moved.Entries(), 5u);
   copy["usable"] = 1u;  // a moved-from dictionary is empty and works
   EXPECT_EQ(copy.Entries(), 1u);
   EXPECT_EQ(Keys(original), (std::vector<std::string>{"count", "name", "ratio", "items", "tree"}));
@@ -206,7 +138,6 @@ TEST_F(ContainersTest, ListKeysBelongToOneListAndMoveWithIt) {
   EXPECT_EQ(a->Next(), c);
   EXPECT_TRUE(list[0] == QEN_TAny("a")) << "a literal index is an index";
   EXPECT_THROW(list[-1], QEN_EIndexOutOfRange);
-  EXPECT_THROW(list[static_cast<const QEN_TListKey*>(nullptr)], QEN_EIndexOutOfRange);
 
   QEN_TList moved(std::move(list));
   EXPECT_TRUE(moved[c] == QEN_TAny("c"));
@@ -215,16 +146,9 @@ TEST_F(ContainersTest, ListKeysBelongToOneListAndMoveWithIt) {
   QEN_TList copy(moved);
   EXPECT_FALSE(copy.Remove(c));
   EXPECT_THROW(moved[copy.KeyAtHead()], QEN_EIndexOutOfRange);
-  copy[0] = 9u;
-  EXPECT_TRUE(moved[0u] == QEN_TAny("a")) << "copies are deep";
   moved = moved;
   EXPECT_TRUE(moved.Owns(c));
-
-  QEN_TArray array(2);
-  EXPECT_THROW(array[2], QEN_EIndexOutOfRange);
-  QEN_TArray arrayCopy(array);
-  arrayCopy[0] = "changed";
-  EXPECT_TRUE(array[0].IsNothing());
+  EXPECT_THROW(QEN_TArray(2)[2], QEN_EIndexOutOfRange);
 }
 
 TEST_F(ContainersTest, TreePaths) {
@@ -232,13 +156,10 @@ TEST_F(ContainersTest, TreePaths) {
   tree.Value("/Resources/Modules/VYR/Name") = "vyr";
   EXPECT_TRUE(tree.HasPath("Resources//Modules/VYR/"));
   EXPECT_TRUE(tree.Get("Resources.Modules.VYR.Name", u'.') == QEN_TAny("vyr"));
-  EXPECT_FALSE(tree.HasPath("/Resources/Modules/VYR/Name/Deeper")) << "a leaf has no children";
   EXPECT_THROW(tree.Get("/Resources/Other"), QEN_ETreeException);
   // The empty path is the tree itself.
-  EXPECT_FALSE(tree.HasPath("/"));
   EXPECT_THROW(tree.Value(""), QEN_ETreeException);
   EXPECT_FALSE(tree.RemovePath("/"));
-  EXPECT_EQ(tree.KeysAt("/").Entries(), 1u);
   // No path through a leaf, and none deeper than the bound.
   tree.Value("leaf") = 5u;
   EXPECT_THROW(tree.Value("leaf/b"), QEN_ETreeException);
@@ -247,10 +168,6 @@ TEST_F(ContainersTest, TreePaths) {
   for (unsigned i = 0; i <= QEN_TTree::sMaxPathDepth; ++i) deep += "/x";
   EXPECT_THROW(tree.Value(deep.c_str()), QEN_ETreeException);
   EXPECT_FALSE(tree.HasPath("/x"));
-
-  QEN_TTree copy(tree, 0);
-  copy.Value("Resources/Modules/VYR/Name") = 9u;
-  EXPECT_TRUE(tree.Get("Resources/Modules/VYR/Name") == QEN_TAny("vyr")) << "copies are deep";
   EXPECT_TRUE(tree.RemovePath("Resources/Modules"));
   EXPECT_FALSE(tree.HasPath("Resources/Modules/VYR"));
 }
@@ -262,9 +179,6 @@ TEST_F(ContainersTest, AssigningFromInsideItselfIsSafe) {
   list.AddAtTail(QEN_TAny(ListOf({7, 8})));
   list = std::move(*static_cast<QEN_TList*>(list[0].DynamicCast("QEN_TList")));
   EXPECT_TRUE(list == ListOf({7, 8}));
-  list.AddAtTail(QEN_TAny(ListOf({9})));
-  list = *static_cast<QEN_TList*>(list[2].DynamicCast("QEN_TList"));
-  EXPECT_TRUE(list == ListOf({9}));
 
   QEN_TDict dict;
   dict["inner"] = QEN_TAny(QEN_TDict());
@@ -322,29 +236,18 @@ TEST_F(ContainersTest, CursorsMoveBothWaysAndStopAtTheEnds) {
     EXPECT_EQ(static_cast<unsigned>(it.Value()), 2u);
     QEN_TConstIterator copy(it);
     copy--;
-    EXPECT_EQ(static_cast<unsigned>(copy.Value()), 1u);
     EXPECT_EQ(static_cast<unsigned>(it.Value()), 2u) << "a copy moves on its own";
     QEN_TConstIterator moved(std::move(copy));
     EXPECT_TRUE(copy.IsDone()) << "a moved-from iterator walks nothing";
     EXPECT_EQ(static_cast<unsigned>(moved.Value()), 1u);
   }
-  QEN_TDict empty;
-  QEN_TConstIterator none(empty);
-  none.Last();
-  EXPECT_TRUE(none.IsBeforeFirst());
-  none.End();
-  EXPECT_TRUE(none.IsDone());
 }
 
 // The walk of a metadata archive: delete some entries while walking, advance
 // once after each step, and see every entry exactly once.
 TEST_F(ContainersTest, DeletingWalkSeesEveryEntry) {
-  const std::vector<std::vector<bool>> patterns = {{true, true, true, true},
-                                                   {true, false, true, false},
-                                                   {false, true, true, false},
-                                                   {false, false, false, true},
-                                                   {true},
-                                                   {}};
+  const std::vector<std::vector<bool>> patterns = {
+      {true, true, true, true}, {true, false, true, false}, {false, true, true, false}, {}};
   for (const std::vector<bool>& drop : patterns) {
     QEN_TDict dict;
     QEN_TList list;
@@ -381,8 +284,8 @@ TEST_F(ContainersTest, DeletingWalkSeesEveryEntry) {
 TEST_F(ContainersTest, AfterDeletingPreviousGoesToTheElementInFront) {
   QEN_TList list = ListOf({0, 1, 2, 3});
   QEN_TIterator it(list);
-  it++;
-  it++;
+  it.Last();
+  it--;
   it.DeleteItem();  // removes 2
   it--;
   EXPECT_EQ(static_cast<unsigned>(it.Value()), 1u);
@@ -390,22 +293,6 @@ TEST_F(ContainersTest, AfterDeletingPreviousGoesToTheElementInFront) {
   EXPECT_EQ(static_cast<unsigned>(it.Value()), 3u);
   EXPECT_EQ(*static_cast<const unsigned*>(it.Key().DynamicCast("QEN_TUInt32")), 2u)
       << "the element behind takes the removed one's index";
-}
-
-TEST_F(ContainersTest, ACursorFromOutsideTheLibraryWalksThroughTheIterators) {
-  QEN_TList list = ListOf({1, 2, 3, 4, 5, 6, 7});
-  TestEvenOnly evens(&list);
-  EXPECT_EQ(Values(evens), (std::vector<unsigned>{2, 4, 6}));
-  QEN_TConstIterator it(evens);
-  it.End();
-  it--;
-  EXPECT_EQ(static_cast<unsigned>(it.Value()), 6u);
-  // The interface's own ++ and -- go through Next and Previous.
-  QEN_IIterationInfo* info = it.Info();
-  --*info;
-  EXPECT_EQ(static_cast<unsigned>(info->Value()), 4u);
-  QEN_TIterator deleting(evens);
-  EXPECT_THROW(deleting.DeleteItem(), QEN_EException) << "this cursor cannot delete";
 }
 
 // ---------------------------------------------------------------------------
@@ -430,8 +317,7 @@ TEST_F(ContainersTest, BinaryReadingTrustsNoCountAndNoLength) {
   ExpectHugeCountRefused<QEN_TList>();
   ExpectHugeCountRefused<QEN_TArray>();
   ExpectHugeCountRefused<QEN_TTree>();
-  // Every cut of a real dictionary fails cleanly, and leaves the target as
-  // it was.
+  // Every cut of a real dictionary fails cleanly and leaves the target as it was.
   Bytes packed = Pack(SampleDict());
   for (std::size_t length = 0; length < packed.size(); ++length) {
     Bytes cut(packed.begin(), packed.begin() + length);
@@ -462,26 +348,6 @@ TEST_F(ContainersTest, BinaryReadingRefusesDuplicateKeys) {
 // ---------------------------------------------------------------------------
 // Text forms
 
-TEST_F(ContainersTest, TextFormsReadBack) {
-  QEN_TDict dict = SampleDict();
-  QEN_TTree tree;
-  tree.Value("a/b/c") = dict;
-  tree.Value("a/n") = QEN_TAny();
-  tree.Value("list") = ListOf({});
-  QEN_TArray array(3);
-  array[1] = tree;
-  for (const QEN_IPackable* object : std::vector<const QEN_IPackable*>{&dict, &tree, &array}) {
-    SCOPED_TRACE(object->ClassName());
-    std::string text =
-        Framed(*static_cast<const QEN_IHumanReadable*>(object->DynamicCast("QEN_IHumanReadable")));
-    std::unique_ptr<QEN_IInterface> read = ExtractText(text);
-    const QEN_IPackable* packable =
-        static_cast<const QEN_IPackable*>(read->DynamicCast("QEN_IPackable"));
-    ASSERT_NE(packable, nullptr);
-    EXPECT_TRUE(packable->QEN_IsIdent(*object)) << text;
-  }
-}
-
 TEST_F(ContainersTest, AConfigurationWrittenByHandReads) {
   const char* text =
       "QEN_TTree {\n"
@@ -504,8 +370,8 @@ TEST_F(ContainersTest, AConfigurationWrittenByHandReads) {
   EXPECT_TRUE(tree->Get("Flat/x") == QEN_TAny(-1));
 
   // Read as bare content, the framed form is accepted too.
-  EXPECT_TRUE(ReadText<QEN_TTree>(text) == *tree);
-  EXPECT_EQ(ReadText<QEN_TDict>("\"a\" = 1; \"b\" = 2").Entries(), 2u);
+  EXPECT_TRUE((Unpack<QEN_TTree, test_support::TextReader>(text) == *tree));
+  EXPECT_EQ((Unpack<QEN_TDict, test_support::TextReader>("\"a\" = 1; \"b\" = 2").Entries()), 2u);
 }
 
 TEST_F(ContainersTest, TextThatDoesNotFitNamesWhere) {
@@ -514,23 +380,12 @@ TEST_F(ContainersTest, TextThatDoesNotFitNamesWhere) {
                        "QEN_TDict { \"a\" = 1 \"b\" = 2 }",
                        "QEN_TDict { a = 1; }",
                        "QEN_TDict { \"a\" = 1; \"a\" = 2; }",
-                       "QEN_TDict { \"a\" = ; }",
                        "QEN_TDict { \"a\" = 1;",
-                       "QEN_TList { 1 2 }",
                        "QEN_TList { 1,, 2 }",
                        "QEN_TTree { \"a\" { \"b\" = 1; }",
-                       "QEN_TTree { \"a\" : 1; }",
                        "QEN_TTree { \"a\" = 1; \"a\" { } }",
                        "QEN_TArray { 1, QEN_TNoSuchClass { } }"};
   for (const char* text : bad) EXPECT_THROW(ExtractText(text), QEN_EStreamException) << text;
-  std::string message;  // stays empty when nothing is thrown
-  try {
-    ExtractText("QEN_TDict {\n  \"a\" = 1;\n  \"b\" 2;\n}");
-  } catch (const QEN_ESyntaxError& e) {
-    message = e.QEN_Message().c_str();
-  }
-  EXPECT_NE(message.find("line 3"), std::string::npos) << message;
-  EXPECT_NE(message.find("\"b\""), std::string::npos) << message;
   std::string trees = "QEN_TTree { ", lists;
   for (int i = 0; i < 10000; ++i) trees += "\"a\" { ", lists += "QEN_TList { ";
   EXPECT_THROW(ExtractText(trees), QEN_ESyntaxError) << "nesting is bounded";

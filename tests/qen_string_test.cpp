@@ -31,24 +31,15 @@ TEST(StringConversion, Utf8AndWideRoundTrip) {
   QEN_TString s(utf8);
   EXPECT_EQ(s.Length(), 10u);  // 16-bit units, the emoji counts two
   EXPECT_STREQ(s.c_str(), utf8);
-  EXPECT_TRUE(s == utf8);
-
   const wchar_t* wide = L"Gr\u00FC\u00DFe \u20AC \U0001F600";
   EXPECT_STREQ(s.wc_str(), wide);
-  EXPECT_TRUE(s == wide);
   EXPECT_EQ(QEN_TString(wide), s);
 
   const QEN_TUniChar units[] = {u'a', 0xD83D, 0xDE00, 0};
   EXPECT_EQ(QEN_TString(units, 3), QEN_TString("a\xF0\x9F\x98\x80"));
-  EXPECT_EQ(QEN_TString(units, QEN_TString::npos).Length(), 3u);
-}
-
-TEST(StringConversion, LengthsAndNulls) {
-  EXPECT_EQ(QEN_TString("abcdef", 3), QEN_TString("abc"));
   // A length past the terminating zero stops at the zero.
   EXPECT_EQ(QEN_TString("ab", 100), QEN_TString("ab"));
   EXPECT_TRUE(QEN_TString(static_cast<const char*>(nullptr)).Empty());
-  EXPECT_TRUE(QEN_TString() == static_cast<const char*>(nullptr));
 }
 
 TEST(StringConversion, InvalidInputBecomesReplacementCharacters) {
@@ -60,15 +51,9 @@ TEST(StringConversion, InvalidInputBecomesReplacementCharacters) {
       {"a\xC0\x80z", u"a\uFFFD\uFFFDz"},                      // overlong NUL
       {"a\xED\xA0\x80z", u"a\uFFFD\uFFFD\uFFFDz"},            // encoded surrogate
       {"a\xF5\x80\x80\x80z", u"a\uFFFD\uFFFD\uFFFD\uFFFDz"},  // past U+10FFFF
-      {"a\xE2\x82", u"a\uFFFD"},                              // cut off at the end
-      {"\xE2\x82"
-       "a",
-       u"\uFFFDa"},  // cut off, then ASCII resumes
-      {"\xFF\xFE", u"\uFFFD\uFFFD"},
+      {"\xE2\x82\x41\xE2\x82", u"\uFFFDA\uFFFD"},             // cut off by ASCII, and by the end
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(QEN_TString(c.bytes).Chars(), c.expected) << c.bytes;
-  }
+  for (const Case& c : cases) EXPECT_EQ(QEN_TString(c.bytes).Chars(), c.expected) << c.bytes;
   // Wide text that is no character: a surrogate code and one past the range.
   const wchar_t bad[] = {L'a', static_cast<wchar_t>(0xD800), static_cast<wchar_t>(0x110000), 0};
   EXPECT_EQ(QEN_TString(bad).Chars(), u"a\uFFFD\uFFFD");
@@ -78,30 +63,12 @@ TEST(StringConversion, InvalidInputBecomesReplacementCharacters) {
   EXPECT_EQ(lone.wc_str()[1], static_cast<wchar_t>(0xFFFD));
 }
 
-TEST(StringViews, CachedViewFollowsChanges) {
-  QEN_TString s("abc");
-  EXPECT_STREQ(s.c_str(), "abc");  // fills both cached views
-  EXPECT_STREQ(s.wc_str(), L"abc");
-  s += "def";
-  EXPECT_STREQ(s.c_str(), "abcdef");
-  EXPECT_STREQ(s.wc_str(), L"abcdef");
-  s.Truncate(2);
-  EXPECT_STREQ(s.c_str(), "ab");
-  s = QEN_TString("xyz");
-  EXPECT_STREQ(s.c_str(), "xyz");
-  QEN_TString moved(std::move(s));
-  EXPECT_STREQ(moved.c_str(), "xyz");
-  EXPECT_TRUE(s.Empty());
-  EXPECT_STREQ(s.c_str(), "");
-}
-
 TEST(StringViews, ManyThreadsReadOneConstString) {
   // Every thread asks for the views of the same fresh string at once; all
   // must get one and the same buffer with the right text.
   for (int round = 0; round < 50; ++round) {
     const QEN_TString s(QEN_TString::Format("round %d \xC3\xA9\xE2\x82\xAC", round));
-    const std::string expected =
-        QEN_TString::Format("round %d \xC3\xA9\xE2\x82\xAC", round).c_str();
+    const std::string expected = "round " + std::to_string(round) + " \xC3\xA9\xE2\x82\xAC";
     constexpr int kThreads = 8;
     std::vector<const char*> narrow(kThreads);
     std::vector<const wchar_t*> wide(kThreads);
@@ -118,71 +85,58 @@ TEST(StringViews, ManyThreadsReadOneConstString) {
       EXPECT_EQ(wide[t], wide[0]);
     }
     EXPECT_EQ(expected, narrow[0]);
-    EXPECT_EQ(std::wstring(wide[0]).size(), s.Length());
   }
 }
 
-TEST(StringPositions, SubstringClipsInsteadOfFailing) {
+// Positions out of range clip or find nothing instead of failing.
+TEST(StringPositions, SubstringAndFind) {
   QEN_TString s("abcdef");
   EXPECT_EQ(s.Substring(-2, -1), QEN_TString("ef"));
-  EXPECT_EQ(s.Substring(2, 2), QEN_TString("cd"));
   EXPECT_EQ(s.Substring(-100, -1), s);
   EXPECT_EQ(s.Substring(100, -1), QEN_TString());
   EXPECT_EQ(s.Substring(4, 100), QEN_TString("ef"));
-  EXPECT_EQ(QEN_TString().Substring(-1, -1), QEN_TString());
-  QEN_TString t("abc");
-  EXPECT_EQ(t.Truncate(10), QEN_TString("abc"));
-  EXPECT_EQ(t.Truncate(0), QEN_TString());
-}
-
-TEST(StringPositions, FindFirstLastAndMissing) {
-  QEN_TString s("a/b/c.dll");
-  EXPECT_EQ(s.Find("/"), 1);
+  s = "a/b/c.dll";
   EXPECT_EQ(s.Find('/', 2), 3);
   EXPECT_EQ(s.Find('/', -1, true), 3);
-  EXPECT_LT(s.Find('/', 4), 0);
   EXPECT_LT(s.Find("/", 100), 0);
   EXPECT_LT(QEN_TString().Find('/', -1, true), 0);
   EXPECT_LT(s.Find("c.dllx"), 0);
   EXPECT_EQ(QEN_TString("\xC3\xA9t\xC3\xA9").Find("t\xC3\xA9"), 1);  // positions count characters
 }
 
-TEST(StringCase, CompareAndConvert) {
-  EXPECT_EQ(QEN_TString("Inch").CompareWith(QEN_TString("INCH"), true), 0);
+TEST(StringCase, CompareConvertAndHash) {
   EXPECT_NE(QEN_TString("Inch").CompareWith(QEN_TString("INCH"), false), 0);
   EXPECT_EQ(QEN_TString("\xC3\x84rger").CompareWith(QEN_TString("\xC3\xA4RGER"), true), 0);  // Ä/ä
   EXPECT_EQ(QEN_TString("\xD0\x9F\xD0\xB8").CompareWith(QEN_TString("\xD0\xBF\xD0\x98"), true),
             0);  // Пи/пИ
-  EXPECT_LT(QEN_TString("abc").CompareWith(QEN_TString("abd")), 0);
   EXPECT_LT(QEN_TString("ab").CompareWith(QEN_TString("ABC"), true), 0);
   EXPECT_EQ(QEN_TString("MiXed \xC3\xA9").ToUpper(), QEN_TString("MIXED \xC3\x89"));
   EXPECT_EQ(QEN_TString("MiXed \xC3\x89").ToLower(), QEN_TString("mixed \xC3\xA9"));
-  EXPECT_FALSE(QEN_TString("abc") == L"ABC");  // exact with case
+  // The hash agrees with the equality of keys, and both bytes of a unit count.
+  QEN_TString a("key"), b(L"key"), c("kez");
+  EXPECT_TRUE(a.QEN_Hash() == b.QEN_Hash() && a.QEN_IsEqualKey(b));
+  EXPECT_FALSE(a.QEN_IsEqualKey(c));
+  EXPECT_NE(QEN_TString(std::u16string(1, char16_t(0x0161))).QEN_Hash(),
+            QEN_TString(std::u16string(1, char16_t(0x6101))).QEN_Hash());
 }
 
 TEST(StringEditing, JoinReplaceFormat) {
   QEN_TString s("a");
   s += 'b';
-  s += "c";
-  s += L"d";
-  s += QEN_TString("e");
+  s += L"c";
   s += s;  // appending itself
-  EXPECT_EQ(s, QEN_TString("abcdeabcde"));
-  EXPECT_EQ("w" + QEN_TString("x"), QEN_TString("wx"));
+  EXPECT_EQ(s, QEN_TString("abcabc"));
 
   EXPECT_EQ(QEN_TString("aaa").ReplaceChars(QEN_TString("aa"), QEN_TString("b"), 0, 0),
             QEN_TString("ba"));
-  EXPECT_EQ(QEN_TString("a.b.c").ReplaceChars(QEN_TString("."), QEN_TString("::"), 0, 0),
-            QEN_TString("a::b::c"));
   EXPECT_EQ(QEN_TString("abc").ReplaceChars(QEN_TString(), QEN_TString("x"), 0, 0),
             QEN_TString("abc"));
 
   EXPECT_EQ(QEN_TString::Format("%ul|%d|%s", 1000u, -3, "\xC3\xA9"),
             QEN_TString("1000l|-3|\xC3\xA9"));
   std::string longText(5000, 'z');
-  QEN_TString big = QEN_TString::Format("<%s>", longText.c_str());
-  EXPECT_EQ(big.Length(), 5002u);
-  EXPECT_EQ(big.Substring(-2, -1), QEN_TString("z>"));
+  EXPECT_EQ(QEN_TString::Format("<%s>", longText.c_str()),
+            QEN_TString(("<" + longText + ">").c_str()));
   // A conversion the C library refuses (a character the locale can't
   // encode) is marked in place; the literal text and the other conversions
   // stay, whatever their argument types and '*'s.
@@ -190,20 +144,9 @@ TEST(StringEditing, JoinReplaceFormat) {
                                 "x", 2.25, -(1LL << 40), L"\u00e9"),
             QEN_TString("a [refused: %lc] b    7 x 2.2 -1099511627776 [refused: %ls]|"));
   // A positional conversion stops the walk: its argument can't be known.
-  const char* positional = "%lc %1$d";
+  const char* positional = "%lc %1$d";  // a variable: the compiler would check a literal
   EXPECT_EQ(QEN_TString::Format(positional, static_cast<wint_t>(0xE9)),
             QEN_TString("[refused: %lc] %1$d"));
-}
-
-TEST(StringKeys, HashAgreesWithEquality) {
-  QEN_TString a("key"), b(L"key"), c("kez");
-  EXPECT_EQ(a.QEN_Hash(), b.QEN_Hash());
-  EXPECT_TRUE(a.QEN_IsEqualKey(b));
-  EXPECT_FALSE(a.QEN_IsEqualKey(c));
-  EXPECT_NE(a.QEN_Hash(), c.QEN_Hash());
-  // The two bytes of a unit both count.
-  EXPECT_NE(QEN_TString(std::u16string(1, char16_t(0x0161))).QEN_Hash(),
-            QEN_TString(std::u16string(1, char16_t(0x6101))).QEN_Hash());
 }
 
 // The first version of the binary form, as files written before hold it.
@@ -217,10 +160,8 @@ QEN_TString UnpackedFirstVersion(const std::vector<unsigned char>& bytes) {
 TEST(StringStoredForms, BinaryLayoutIsPinnedAndKeepsEveryUnit) {
   // A varint of twice the count, plus one for 16-bit units; then one byte a
   // unit when all are below 0x100, else two, low byte first.
+  // (The golden files pin the second.)
   EXPECT_EQ(Packed(QEN_TString("Gr\xC3\xBC")), std::vector<unsigned char>({6, 'G', 'r', 0xFC}));
-  EXPECT_EQ(Packed(QEN_TString("a\xE2\x82\xAC")),
-            std::vector<unsigned char>({5, 'a', 0, 0xAC, 0x20}));
-  EXPECT_EQ(Packed(QEN_TString()), std::vector<unsigned char>({0}));
   // The first version: a 32-bit count and two bytes a unit.
   EXPECT_EQ(UnpackedFirstVersion({2, 0, 0, 0, 'a', 0, 0xAC, 0x20}), QEN_TString("a\xE2\x82\xAC"));
 
@@ -239,9 +180,9 @@ TEST(StringStoredForms, BinaryLayoutIsPinnedAndKeepsEveryUnit) {
 }
 
 TEST(StringStoredForms, TruncatedBinaryThrows) {
-  std::vector<unsigned char> bytes = Packed(QEN_TString("hello"));
-  bytes.pop_back();
-  EXPECT_THROW(Unpacked(bytes), QEN_EStreamException);
+  const std::vector<unsigned char> bytes = Packed(QEN_TString("h\xE2\x82\xAC"));
+  for (std::size_t length = 0; length < bytes.size(); ++length)
+    EXPECT_THROW(Unpacked({bytes.begin(), bytes.begin() + length}), QEN_EStreamException);
   // A count of four thousand million units with nothing behind it fails
   // without first allocating for them, in both versions; so does a count
   // longer than 32 bits.

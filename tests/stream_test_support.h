@@ -11,8 +11,8 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "qen/qen_exception.h"
@@ -24,23 +24,25 @@ namespace test_support {
 // What a binary stream wrote.
 typedef std::vector<unsigned char> Bytes;
 
+// Objects read back, each built by the class that its stored form names.
+typedef std::unique_ptr<QEN_IInterface> Object;
+typedef std::vector<Object> Objects;
+
 // --- Start-up ---------------------------------------------------------------------
 
 // A fixture whose suite runs the library's start-up `Start` before its first test.
 template <bool (*Start)()>
-class LibraryTest : public ::testing::Test {
- protected:
+struct LibraryTest : ::testing::Test {
   static void SetUpTestSuite() { ASSERT_TRUE(Start()); }
 };
 
 // The same start-up once for the whole program, for files of plain TESTs.
 template <bool (*Start)()>
-class LibraryEnvironment : public ::testing::Environment {
- public:
+struct LibraryEnvironment : ::testing::Environment {
   void SetUp() override { ASSERT_TRUE(Start()); }
 };
 
-// The message of the E that `body` throws; a failed check and "" if it throws none.
+// The message of the E that `body` throws; "" if it throws none.
 template <class E = QEN_EException, class F>
 std::string FailureOf(F body) {
   try {
@@ -48,29 +50,44 @@ std::string FailureOf(F body) {
   } catch (const E& e) {
     return e.QEN_Message().c_str();
   }
-  ADD_FAILURE() << "nothing thrown";
-  return "";
+  return "";  // nothing thrown: no message for the caller's check to find
 }
 
+// A stream `in` of kind S over its own copy of the bytes or the text it is given.
+template <class S>
+struct Reader {
+  explicit Reader(const Bytes& bytes) : Reader(std::string(bytes.begin(), bytes.end())) {}
+  explicit Reader(const std::string& text) : in(stream) {
+    stream.Write(text.data(), static_cast<unsigned>(text.size()));
+  }
+  QEN_TMemoryStream stream;
+  S in;
+};
+typedef Reader<QEN_TDataStream> DataReader;
+typedef Reader<QEN_THumanReadableStream> TextReader;
+
 // --- Binary stream ----------------------------------------------------------------
+
+// What `write` writes to a stream of kind S over memory, as bytes or text C.
+// (The binary stream writes straight into the memory: nothing to flush.)
+template <class S, class C, class Writer>
+C WrittenTo(Writer write) {
+  QEN_TMemoryStream memory;
+  S stream(memory);
+  write(stream);
+  return C(memory.Data(), memory.Data() + memory.Length());
+}
 
 // The bytes that `pack` writes to a binary stream.
 template <class Packer>
 Bytes Packed(Packer pack) {
-  QEN_TMemoryStream memory;
-  QEN_TDataStream stream(memory);
-  pack(stream);
-  stream.Flush();
-  return Bytes(memory.Data(), memory.Data() + memory.Length());
+  return WrittenTo<QEN_TDataStream, Bytes>(pack);
 }
 
 // The object with its class identification in front, as Extract reads it.
 inline Bytes Pack(const QEN_IPackable& object) {
   return Packed([&](QEN_TDataStream& stream) { stream << object; });
 }
-
-// The mark in front of what a binary stream writes.
-inline Bytes StreamMark() { return Bytes{0xB5, QEN_TDataStream::sVersion}; }
 
 // The same without the stream's mark: items that UnpackContent reads.
 template <class Packer>
@@ -86,84 +103,54 @@ inline Bytes PackContent(const QEN_IPackable& object) {
   return PackedContent([&](QEN_TDataStream& stream) { object.QEN_Pack(stream); });
 }
 
-// A binary stream over its own copy of `bytes`.
-struct DataReader {
-  explicit DataReader(const Bytes& bytes) : in(stream) {
-    stream.Write(bytes.data(), static_cast<unsigned>(bytes.size()));
-  }
-  QEN_TMemoryStream stream;
-  QEN_TDataStream in;
-};
-
 // The object at the start of the bytes, built by the class named there.
-inline std::unique_ptr<QEN_IInterface> Extract(const Bytes& bytes) {
-  DataReader reader(bytes);
-  return std::unique_ptr<QEN_IInterface>(reader.in.Extract(true));
-}
+inline Object Extract(const Bytes& bytes) { return Object(DataReader(bytes).in.Extract(true)); }
 
-// Every object in the bytes, each built by the class named in front of it.
-inline std::vector<std::unique_ptr<QEN_IInterface>> ExtractAll(const Bytes& bytes) {
-  DataReader reader(bytes);
-  std::vector<std::unique_ptr<QEN_IInterface>> objects;
-  while (reader.stream.Available() > 0) objects.emplace_back(reader.in.Extract(true));
+// Whether the reader has another object to give.
+inline bool More(DataReader& reader) { return reader.stream.Available() > 0; }
+inline bool More(TextReader& reader) { return !reader.in.SkipWhiteSpace().AtEnd(); }
+
+// Every object that a reader of kind R finds in the content.
+template <class R, class Content>
+Objects ExtractEvery(const Content& content) {
+  R reader(content);
+  Objects objects;
+  while (More(reader)) objects.emplace_back(reader.in.Extract());
   return objects;
 }
 
-// The T that `object` is; if it is none, a failed check and a T of nothing.
+// Every object in the bytes, or every framed object in the text.
+inline Objects ExtractAll(const Bytes& bytes) { return ExtractEvery<DataReader>(bytes); }
+inline Objects ExtractAllText(const std::string& text) { return ExtractEvery<TextReader>(text); }
+
+// The T that `object` is; if it is none, an exception that fails the test.
 template <class T>
-const T& As(const std::unique_ptr<QEN_IInterface>& object) {
-  static const T none;
+const T& As(const Object& object) {
   const T* typed = object ? object->template DynamicCast<T>() : nullptr;
-  EXPECT_NE(typed, nullptr);
-  return typed != nullptr ? *typed : none;
+  if (typed == nullptr) throw std::logic_error(std::string("not a ") + T::QEN_ClassName());
+  return *typed;
 }
 
-// A new T filled by the binary stream's >>, which wants T's class in the bytes.
-template <class T>
-T Unpack(const Bytes& bytes) {
-  DataReader reader(bytes);
-  T object;
-  reader.in >> object;
-  return object;
-}
-
-// Fills `object` from its own items (its QEN_Unpack), the reverse of PackContent.
+// Fills `object` from its own items (its QEN_Unpack), the reverse of
+// PackContent: the items behind the mark that a stream starts with.
 inline void UnpackContent(const Bytes& bytes, QEN_IPackable& object) {
-  Bytes marked = StreamMark();
-  marked.insert(marked.end(), bytes.begin(), bytes.end());
-  DataReader reader(marked);
+  const std::string mark{'\xB5', static_cast<char>(QEN_TDataStream::sVersion)};
+  DataReader reader(mark + std::string(bytes.begin(), bytes.end()));
   object.QEN_Unpack(reader.in);
 }
 
 // --- Text stream ------------------------------------------------------------------
 
-// The bytes in `memory`, as a string.
-inline std::string Contents(const QEN_TMemoryStream& memory) {
-  return std::string(reinterpret_cast<const char*>(memory.Data()), memory.Length());
-}
-
 // The text that `write` writes to a text stream.
 template <class Writer>
 std::string Written(Writer write) {
-  QEN_TMemoryStream memory;
-  QEN_THumanReadableStream stream(memory);
-  write(stream);
-  return Contents(memory);
+  return WrittenTo<QEN_THumanReadableStream, std::string>(write);
 }
 
 // The object's text form (its WriteTo), without the frame.
 inline std::string Write(const QEN_IHumanReadable& object) {
   return Written([&](QEN_THumanReadableStream& stream) { object.WriteTo(stream); });
 }
-
-// A text stream over its own copy of `text`.
-struct TextReader {
-  explicit TextReader(const std::string& text) : in(stream) {
-    stream.Write(text.data(), static_cast<unsigned>(text.size()));
-  }
-  QEN_TMemoryStream stream;
-  QEN_THumanReadableStream in;
-};
 
 // Fills `object` from its text form (its ReadFrom).
 inline void ReadInto(QEN_IHumanReadable& object, const std::string& text) {
@@ -179,92 +166,60 @@ T Read(const std::string& text) {
   return object;
 }
 
-// Every framed object in the text, each built by the class name in its frame.
-inline std::vector<std::unique_ptr<QEN_IInterface>> ExtractAllText(const std::string& text) {
-  TextReader reader(text);
-  std::vector<std::unique_ptr<QEN_IInterface>> objects;
-  for (;;) {
-    reader.in.SkipWhiteSpace();
-    if (reader.in.AtEnd()) break;
-    QEN_IHumanReadable* object = reader.in.Extract();
-    objects.emplace_back(object);
-  }
-  return objects;
-}
-
 // --- Golden files -----------------------------------------------------------------
 
-// The whole file, or nothing where it can't be read.
-inline std::string ReadFile(const std::string& path) {
+// The whole file as text or bytes, or nothing where it can't be read.
+template <class Form = std::string>
+Form ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  return Form(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
-// The golden file tests/data/golden/`name`; rewritten first from `current`
-// when VYRAX_REGENERATE_GOLDEN is set, so that a deliberate change of a
-// stored form shows in the diff. A missing file fails the test.
-inline std::string Golden(const std::string& name, const std::string& current) {
-  std::string path = std::string(VYRAX_TEST_DATA_DIR) + "/golden/" + name;
+// The golden file tests/data/golden/`name`, as text or bytes; rewritten first
+// from `current` when VYRAX_REGENERATE_GOLDEN is set, so that a deliberate
+// change of a stored form shows in the diff. A missing file fails the test.
+template <class Form>
+Form Golden(const std::string& name, const Form& current) {
+  const std::string path = std::string(VYRAX_TEST_DATA_DIR) + "/golden/" + name;
   if (std::getenv("VYRAX_REGENERATE_GOLDEN") != nullptr)
-    std::ofstream(path, std::ios::binary)
-        .write(current.data(), static_cast<std::streamsize>(current.size()));
+    std::ofstream(path, std::ios::binary) << std::string(current.begin(), current.end());
   if (!std::ifstream(path, std::ios::binary)) ADD_FAILURE() << "missing golden file " << path;
-  return ReadFile(path);
+  return ReadFile<Form>(path);
 }
 
-// The same for packed bytes.
-inline Bytes Golden(const std::string& name, const Bytes& current) {
-  std::string golden = Golden(name, std::string(current.begin(), current.end()));
-  return Bytes(golden.begin(), golden.end());
-}
-
-// --- Pinned forms -----------------------------------------------------------------
-
-// Each of `read` is a T identical to the object at its place in `objects`.
-template <class T>
-void ExpectIdentical(const std::string& name,
-                     const std::vector<std::unique_ptr<QEN_IInterface>>& read,
-                     const std::vector<T>& objects) {
+// The `form` of `objects` is the golden file `name`, and `extract` reads it
+// back into objects identical to them. Every cut of `one`, the form of one of
+// them, fails with an exception, but for the last `spare` units, which only end it.
+template <class T, class Form>
+void ExpectPinned(const std::string& name, const std::vector<T>& objects, const Form& form,
+                  const Form& one, size_t spare, Objects (*extract)(const Form&)) {
+  EXPECT_EQ(form, Golden(name, form)) << name;
+  const Objects read = extract(form);  // what the file holds, where it passed
   ASSERT_EQ(read.size(), objects.size()) << name;
-  for (size_t i = 0; i < objects.size(); ++i) {
-    const T* object = read[i]->template DynamicCast<T>();
-    EXPECT_TRUE(object != nullptr && object->QEN_IsIdent(objects[i])) << name << " " << i;
-  }
+  for (size_t i = 0; i < objects.size(); ++i)
+    EXPECT_TRUE(As<T>(read[i]).QEN_IsIdent(objects[i])) << name << " " << i;
+  for (size_t length = 1; length + spare < one.size(); ++length)
+    EXPECT_THROW(extract(Form(one.begin(), one.begin() + length)), QEN_EException)
+        << name << " cut at " << length;
 }
 
-// The packed form of `objects` is the golden file `name`, and it reads back,
-// each object built by its class name, into objects identical to them. Every
-// cut of the packed form of objects[cut] fails with an exception.
+// The same for the packed form, the objects one after the other.
 template <class T>
 void ExpectPinnedPacked(const std::string& name, const std::vector<T>& objects, size_t cut = 0) {
   const Bytes packed = Packed([&](QEN_TDataStream& stream) {
     for (const T& object : objects) stream << object;
   });
-  const Bytes golden = Golden(name, packed);
-  EXPECT_EQ(packed, golden) << name;
-  ExpectIdentical(name, ExtractAll(golden), objects);
-  const Bytes one = Pack(objects.at(cut));
-  for (size_t length = 1; length < one.size(); ++length)
-    EXPECT_THROW(ExtractAll(Bytes(one.begin(), one.begin() + length)), QEN_EException)
-        << name << " cut at " << length;
+  ExpectPinned(name, objects, packed, Pack(objects.at(cut)), 0, ExtractAll);
 }
 
 // The same for the framed text form, one object a line.
 template <class T>
 void ExpectPinnedText(const std::string& name, const std::vector<T>& objects, size_t cut = 0) {
-  auto framed = [](const std::vector<T>& some) {
-    return Written([&](QEN_THumanReadableStream& stream) {
-      for (const T& object : some) stream.WriteObject(object) << cr;
-    });
-  };
-  const std::string text = framed(objects);
-  const std::string golden = Golden(name, text);
-  EXPECT_EQ(text, golden) << name;
-  ExpectIdentical(name, ExtractAllText(golden), objects);
-  const std::string one = framed({objects.at(cut)});
-  for (size_t length = 1; length + 1 < one.size(); ++length)
-    EXPECT_THROW(ExtractAllText(one.substr(0, length)), QEN_EException)
-        << name << " cut at " << length;
+  const std::string text = Written([&](QEN_THumanReadableStream& stream) {
+    for (const T& object : objects) stream.WriteObject(object) << cr;
+  });
+  const std::string one = Written([&](auto& out) { out.WriteObject(objects.at(cut)) << cr; });
+  ExpectPinned(name, objects, text, one, 1, ExtractAllText);
 }
 
 }  // namespace test_support
