@@ -1,4 +1,5 @@
 // vyrtool, run as a child process on real files, as an operator runs it.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <utime.h>
