@@ -8,8 +8,8 @@
 #include <memory>
 
 #include "buffers/vyr_buffer-priv.h"
-#include "platform/vyr_platform.h"
 #include "core/vyr_throw.h"
+#include "platform/vyr_platform.h"
 
 QEN_DEFINE_OBJECT(VYR_TBuffPriv, QEN_TObject, VYR_IBuffer)
 

@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "buffers/vyr_buffer-priv.h"
-#include "platform/vyr_platform.h"
 #include "core/vyr_throw.h"
+#include "platform/vyr_platform.h"
 
 QEN_DEFINE_OBJECT(VYR_TMemoryBuffer, VYR_TBuffPriv, VYR_IBuffer)
 QEN_DEFINE_OBJECT(VYR_TMemoryRef, VYR_TBuffPriv, VYR_IBuffer)

@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "buffers/vyr_buffer-priv.h"
-#include "platform/vyr_platform.h"
 #include "core/vyr_throw.h"
+#include "platform/vyr_platform.h"
 
 QEN_DEFINE_OBJECT(VYR_TSliceBuffer, VYR_TBuffPriv, VYR_IBuffer)
 

@@ -9,10 +9,10 @@
 #include <memory>
 #include <string>
 
-#include "plugins/vyr_dynamic_loader-priv.h"
-#include "platform/vyr_platform.h"
 #include "core/vyr_throw.h"
 #include "core/vyr_trace.h"
+#include "platform/vyr_platform.h"
+#include "plugins/vyr_dynamic_loader-priv.h"
 #include "vyrax/vyr_cfswrap.h"
 #include "vyrax/vyr_dynamic_loader.h"
 #include "vyrax/vyr_utils.h"

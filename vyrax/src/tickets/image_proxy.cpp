@@ -7,8 +7,8 @@
 #include <new>
 #include <utility>
 
-#include "tickets/image_proxy_tickets.h"
 #include "core/vyr_throw.h"
+#include "tickets/image_proxy_tickets.h"
 #include "vyrax/vyr_image_proxy.h"
 
 namespace vyr_ticket {

@@ -6,8 +6,8 @@
 #include <type_traits>
 #include <utility>
 
-#include "tickets/ticket_levels.h"
 #include "core/vyr_throw.h"
+#include "tickets/ticket_levels.h"
 #include "vyrax/vyr_image_ticket.h"
 
 using namespace vyr_ticket;

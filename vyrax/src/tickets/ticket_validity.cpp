@@ -9,11 +9,11 @@
 #include <sstream>
 #include <string>
 
-#include "tickets/ticket_levels.h"
 #include "buffers/vyr_buffer-priv.h"
-#include "platform/vyr_platform_readiness.h"
 #include "core/vyr_throw.h"
 #include "core/vyr_trace.h"
+#include "platform/vyr_platform_readiness.h"
+#include "tickets/ticket_levels.h"
 #include "vyrax/vyr_buffer.h"
 #include "vyrax/vyr_image_ticket.h"
 
