@@ -13,20 +13,13 @@
 
 namespace {
 
+using bench::PackAndExtract;
 using bench::Started;
 
 void BM_TagPackExtract(benchmark::State& state) {
   Started();
   VYR_TTag tag(0x100000002ULL, 0x300000004ULL);
-  for (auto _ : state) {
-    QEN_TMemoryStream memory;
-    QEN_TDataStream out(memory);
-    out << tag;
-    QEN_TMemoryStream source(memory.Data(), memory.Length(), memory.Length());
-    QEN_TDataStream in(source);
-    std::unique_ptr<QEN_IInterface> copy(in.Extract(true));
-    benchmark::DoNotOptimize(copy.get());
-  }
+  for (auto _ : state) PackAndExtract(tag);
 }
 BENCHMARK(BM_TagPackExtract);
 
@@ -55,15 +48,7 @@ QEN_TDict HundredEntries() {
 void BM_DictPackExtract(benchmark::State& state) {
   Started();
   QEN_TDict dict = HundredEntries();
-  for (auto _ : state) {
-    QEN_TMemoryStream memory;
-    QEN_TDataStream out(memory);
-    out << dict;
-    QEN_TMemoryStream source(memory.Data(), memory.Length(), memory.Length());
-    QEN_TDataStream in(source);
-    std::unique_ptr<QEN_IInterface> copy(in.Extract(true));
-    benchmark::DoNotOptimize(copy.get());
-  }
+  for (auto _ : state) PackAndExtract(dict);
 }
 BENCHMARK(BM_DictPackExtract);
 

@@ -1,10 +1,14 @@
-// What the benchmarks share: the library started once, and the full ticket
-// that the ticket benchmarks and the peer comparison pack.
+// What the benchmarks share: the library started once, one round trip
+// through the binary stream, and the full ticket that the ticket benchmarks
+// and the peer comparison pack.
 #ifndef VYRAX_BENCH_SAMPLES_H
 #define VYRAX_BENCH_SAMPLES_H
 
+#include <benchmark/benchmark.h>
 #include <vyrax/vyrax.h>
 
+#include <cstddef>
+#include <memory>
 #include <string>
 
 namespace bench {
@@ -12,6 +16,19 @@ namespace bench {
 inline bool Started() {
   static const bool started = __QEN_INITIALIZATION_FUNCTION_VYRAX__();
   return started;
+}
+
+// One round trip: the object packed into a memory stream, then extracted from
+// it as a new object. Gives the packed size.
+inline std::size_t PackAndExtract(const QEN_IPackable& object) {
+  QEN_TMemoryStream memory;
+  QEN_TDataStream out(memory);
+  out << object;
+  QEN_TMemoryStream source(memory.Data(), memory.Length(), memory.Length());
+  QEN_TDataStream in(source);
+  std::unique_ptr<QEN_IInterface> copy(in.Extract(true));
+  benchmark::DoNotOptimize(copy.get());
+  return memory.Length();
 }
 
 inline VYR_TImageTicket FullTicket() {

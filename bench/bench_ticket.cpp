@@ -15,20 +15,13 @@
 namespace {
 
 using bench::FullTicket;
+using bench::PackAndExtract;
 using bench::Started;
 
 void BM_TicketPackExtract(benchmark::State& state) {
   Started();
   VYR_TImageTicket ticket = FullTicket();
-  for (auto _ : state) {
-    QEN_TMemoryStream memory;
-    QEN_TDataStream out(memory);
-    out << ticket;
-    QEN_TMemoryStream source(memory.Data(), memory.Length(), memory.Length());
-    QEN_TDataStream in(source);
-    std::unique_ptr<QEN_IInterface> copy(in.Extract(true));
-    benchmark::DoNotOptimize(copy.get());
-  }
+  for (auto _ : state) PackAndExtract(ticket);
 }
 BENCHMARK(BM_TicketPackExtract);
 

@@ -211,16 +211,7 @@ void Report(benchmark::State& state, std::size_t bytes) {
 void Vyrax(benchmark::State& state, const QEN_IPackable& object) {
   Started();
   std::size_t size = 0;
-  for (auto _ : state) {
-    QEN_TMemoryStream memory;
-    QEN_TDataStream out(memory);
-    out << object;
-    QEN_TMemoryStream source(memory.Data(), memory.Length(), memory.Length());
-    QEN_TDataStream in(source);
-    std::unique_ptr<QEN_IInterface> copy(in.Extract(true));
-    benchmark::DoNotOptimize(copy.get());
-    size = memory.Length();
-  }
+  for (auto _ : state) size = bench::PackAndExtract(object);
   Report(state, size);
 }
 

@@ -122,7 +122,9 @@ TEST_F(ConfigTest, EachSourceInTurnGivesItsConfigurationOrAnEmptyOne) {
                 VYR_ICfs& cfs = VYR_CfsWrap();
                 EXPECT_EQ(&VYR_CfsWrap(), &cfs);
                 EXPECT_EQ(Source(cfs), row.source);
-                if (std::string(row.source).empty()) EXPECT_TRUE(cfs.KeysAt("/").IsEmpty());
+                if (std::string(row.source).empty()) {
+                  EXPECT_TRUE(cfs.KeysAt("/").IsEmpty());
+                }
               }))
         << "VYR_USE_CFS " << (row.useCfs == nullptr ? "(unset)" : row.useCfs);
   }

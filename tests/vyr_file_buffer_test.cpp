@@ -253,10 +253,11 @@ TEST_F(FileBufferTest, TheGuardChainsAndCanBeSwitchedOff) {
       return 127;
     }));
     // Off: killed by SIGBUS, or ended by a sanitizer's report of it.
-    if (std::string(guard) == "on")
+    if (std::string(guard) == "on") {
       EXPECT_EQ(status, 0);
-    else
+    } else {
       EXPECT_TRUE(status != 0 && status != 3 && status != 127) << status;
+    }
   }
 }
 
