@@ -1,6 +1,7 @@
 // vyrtool meta: a file's metadata through the library's front object, on
 // either backend.
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,33 +37,42 @@ void ChooseBackend() {
   if (Meta().backend == "sidecar") ::setenv("VYR_EMULATE_METADATA", "Yes", 1);
 }
 
-// Regular files under `folder`, in name order, without following links and
-// without hidden entries (the side-car folders among them).
-void Walk(const std::string& folder, std::vector<std::string>& files, unsigned depth = 0) {
-  if (depth > 64) return;
-  DIR* dir = ::opendir(folder.c_str());
-  if (dir == nullptr) throw Failure(folder, std::strerror(errno));
+// Regular files under the folder open as `dir`, named from `folder`, in name
+// order, without hidden entries (the side-car folders among them). Links are
+// never followed: each entry is looked at and each subfolder opened relative
+// to its parent's descriptor with O_NOFOLLOW, so a folder swapped for a link
+// after it was listed is refused rather than walked. Takes `dir` over.
+void Walk(int dir, const std::string& folder, std::vector<std::string>& files, unsigned depth) {
+  DIR* listing = ::fdopendir(dir);
+  if (listing == nullptr) {
+    ::close(dir);
+    throw Failure(folder, std::strerror(errno));
+  }
   std::vector<std::string> names;
-  while (const dirent* entry = ::readdir(dir))
+  while (const dirent* entry = ::readdir(listing))
     if (entry->d_name[0] != '.') names.push_back(entry->d_name);
-  ::closedir(dir);
   std::sort(names.begin(), names.end());
   for (const std::string& name : names) {
     const std::string path = folder + "/" + name;
     struct stat info;
-    if (::lstat(path.c_str(), &info) != 0) continue;
-    if (S_ISDIR(info.st_mode)) Walk(path, files, depth + 1);
+    if (::fstatat(dir, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
     if (S_ISREG(info.st_mode)) files.push_back(path);
+    if (!S_ISDIR(info.st_mode) || depth >= 64) continue;
+    const int sub = ::openat(dir, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (sub >= 0) Walk(sub, path, files, depth + 1);
   }
+  ::closedir(listing);
 }
 
 std::vector<std::string> Files(const std::vector<std::string>& given) {
   if (!Meta().recursive) return given;
   std::vector<std::string> files;
   for (const std::string& path : given) {
-    struct stat info;
-    if (::lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
-      Walk(path, files);
+    // A folder named on the command line is taken as given, but not through
+    // a link at its last step.
+    const int dir = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (dir >= 0) {
+      Walk(dir, path, files, 0);
     } else {
       files.push_back(path);
     }
