@@ -148,6 +148,7 @@ TEST_P(MetadataContract, CopiesAreIndependentViewsOfTheSameStore) {
   ASSERT_TRUE(Store(*copy, "added", "by the copy"));
   original->Rescan();
   EXPECT_EQ("by the copy", ValueOf(*original, "added"));
+  EXPECT_EQ("<none>", ValueOf(*original, "memory"));  // a new reading drops what was not committed
   // Destroyed in either order.
   original.reset();
   EXPECT_EQ("by the copy", ValueOf(*copy, "added"));
