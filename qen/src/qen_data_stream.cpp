@@ -334,15 +334,7 @@ QEN_IPackable* QEN_TDataStream::Extract(bool) {
 
 void QEN_TDataStream::Impl::Unpack(QEN_TDataStream& s, QEN_IPackable& object, std::size_t index,
                                    ReadClass* scratch, unsigned long long start) {
-  try {
-    object.QEN_Unpack(s);
-  } catch (const QEN_EStreamException&) {
-    throw;
-  } catch (const QEN_EException& e) {
-    CannotRead(Entry(s, index, scratch).Name(), start, e.QEN_Message().c_str());
-  } catch (const std::exception& e) {
-    CannotRead(Entry(s, index, scratch).Name(), start, e.what());
-  }
+  Guarded(s, index, scratch, start, [&] { object.QEN_Unpack(s); });
 }
 
 void QEN_TDataStream::Impl::CannotRead(const char* name, unsigned long long start,

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <string>
 #include <typeinfo>
 
@@ -49,14 +50,25 @@ inline const char* MarkerText(unsigned char marker) {
   }
 }
 
+// On a little-endian host the bytes are the number's own: one move each way.
+constexpr bool kLittleEndianHost = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
+
 template <unsigned N>
 void ToLittleEndian(unsigned char* bytes, unsigned long long value) {
+  if (kLittleEndianHost) {
+    std::memcpy(bytes, &value, N);
+    return;
+  }
   for (unsigned i = 0; i < N; ++i) bytes[i] = static_cast<unsigned char>(value >> (8 * i));
 }
 
 template <unsigned N>
 unsigned long long FromLittleEndian(const unsigned char* bytes) {
   unsigned long long value = 0;
+  if (kLittleEndianHost) {
+    std::memcpy(&value, bytes, N);
+    return value;
+  }
   for (unsigned i = 0; i < N; ++i) value |= static_cast<unsigned long long>(bytes[i]) << (8 * i);
   return value;
 }
@@ -172,6 +184,19 @@ class QEN_TDataStream::Impl {
   // place: a reader of outside bytes has one failure type to catch.
   static void Unpack(QEN_TDataStream& s, QEN_IPackable& object, std::size_t index,
                      ReadClass* scratch, unsigned long long start);
+  template <class Read>
+  static void Guarded(QEN_TDataStream& s, std::size_t index, ReadClass* scratch,
+                      unsigned long long start, Read read) {
+    try {
+      read();
+    } catch (const QEN_EStreamException&) {
+      throw;
+    } catch (const QEN_EException& e) {
+      CannotRead(Entry(s, index, scratch).Name(), start, e.QEN_Message().c_str());
+    } catch (const std::exception& e) {
+      CannotRead(Entry(s, index, scratch).Name(), start, e.what());
+    }
+  }
   [[noreturn]] static void CannotRead(const char* name, unsigned long long start, const char* why);
   // Builds the object of the class at `index` and reads it.
   static QEN_IPackable* Build(QEN_TDataStream& s, std::size_t index, ReadClass* scratch,
@@ -194,6 +219,90 @@ class QEN_TDataStream::Impl {
     QEN_TDataStream& mStream;
   };
 };
+
+namespace qen_data {
+
+// The base values' own way in and out of a plain memory stream of the
+// current version. Their items go straight to and from its bytes, and the
+// objects they hold (a dictionary's keys and values, a list's values) skip
+// the virtual calls of operator<< and operator>> where the class stands as a
+// number already. Whatever doesn't fit that takes the stream's checked way,
+// which gives the same bytes and the same failures.
+class InPlace {
+ public:
+  // The stream behind `in` or `out` when it reads or writes a plain memory
+  // stream of the current version; null for any other.
+  static QEN_TDataStream* Reading(QEN_IUnpacking& in) {
+    if (typeid(in) != typeid(QEN_TDataStream)) return nullptr;
+    QEN_TDataStream& s = static_cast<QEN_TDataStream&>(in);
+    return s.mMemory != nullptr && s.mReadVersion == kVersion ? &s : nullptr;
+  }
+  static QEN_TDataStream* Writing(QEN_IPacking& out) {
+    if (typeid(out) != typeid(QEN_TDataStream)) return nullptr;
+    QEN_TDataStream& s = static_cast<QEN_TDataStream&>(out);
+    return s.mMemory != nullptr && s.mWriteVersion == kVersion ? &s : nullptr;
+  }
+
+  // The bytes at the read position, and how many there are.
+  static const unsigned char* Next(const QEN_TDataStream& s, unsigned& left) {
+    const QEN_TMemoryStream& m = *s.mMemory;
+    left = m.mLength - m.mPosition;
+    return m.mData + m.mPosition;
+  }
+  static void Took(QEN_TDataStream& s, unsigned size) {
+    s.mMemory->mPosition += size;
+    s.mOffset += size;
+  }
+
+  // Room for `size` bytes at the write position, or null.
+  static unsigned char* Room(QEN_TDataStream& s, unsigned size) {
+    QEN_TMemoryStream& m = *s.mMemory;
+    return size <= m.mCapacity - m.mLength ? m.mData + m.mLength : nullptr;
+  }
+  static void Wrote(QEN_TDataStream& s, unsigned size) { s.mMemory->mLength += size; }
+
+  // Reads the next object into `object`, which is a T itself, as operator>>
+  // does. `s` is Reading(in).
+  template <class T>
+  static void Read(QEN_IUnpacking& in, QEN_TDataStream* s, T& object) {
+    if (s != nullptr) {
+      unsigned left;
+      const unsigned char* at = Next(*s, left);
+      if (left > 0 && at[0] < kLongClassNumber && at[0] < s->mReadClasses.size() &&
+          s->mReadClasses[at[0]].knownType == &typeid(T)) {
+        const std::size_t index = at[0];
+        const unsigned long long start = s->mOffset;
+        Took(*s, 1);
+        QEN_TDataStream::Impl::Depth depth(*s, start);
+        QEN_TDataStream::Impl::Guarded(*s, index, nullptr, start,
+                                       [&] { object.T::QEN_Unpack(*s); });
+        return;
+      }
+    }
+    in >> object;
+  }
+
+  // Writes `object`, which is a T itself, as operator<< does. `s` is
+  // Writing(out).
+  template <class T>
+  static void Write(QEN_IPacking& out, QEN_TDataStream* s, const T& object) {
+    if (s != nullptr) {
+      const QEN_TDataStream::WrittenType& slot = s->mWrittenTypes[TypeSlot(&typeid(T))];
+      unsigned char* room = Room(*s, 1);
+      if (slot.type == &typeid(T) && slot.number < kLongClassNumber && room != nullptr &&
+          s->mDepth < QEN_TDataStream::sMaxDepth) {
+        *room = static_cast<unsigned char>(slot.number);
+        Wrote(*s, 1);
+        QEN_TDataStream::Impl::Depth depth(*s, s->mOffset);
+        object.T::QEN_Pack(*s);
+        return;
+      }
+    }
+    out << object;
+  }
+};
+
+}  // namespace qen_data
 
 // ---------------------------------------------------------------------------
 // Bytes in and out

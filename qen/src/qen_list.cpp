@@ -12,6 +12,7 @@
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
 #include "qen_cursor.h"
+#include "qen_data_stream_impl.h"
 #include "qen_string_map.h"
 
 QEN_DEFINE_VALUE(QEN_TList, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable,
@@ -163,7 +164,9 @@ bool QEN_TList::operator==(const QEN_TList& other) const {
 
 void QEN_TList::QEN_Pack(QEN_IPacking& out) const {
   out << Entries();
-  for (const QEN_TListKey* key = KeyAtHead(); key != nullptr; key = key->mNext) out << key->mValue;
+  QEN_TDataStream* s = qen_data::InPlace::Writing(out);
+  for (const QEN_TListKey* key = KeyAtHead(); key != nullptr; key = key->mNext)
+    qen_data::InPlace::Write(out, s, key->mValue);
 }
 
 void QEN_TList::QEN_Unpack(QEN_IUnpacking& in) {
@@ -171,9 +174,10 @@ void QEN_TList::QEN_Unpack(QEN_IUnpacking& in) {
   in >> &count;
   // The count is only a claim: elements are added as they are read.
   QEN_TList read;
+  QEN_TDataStream* s = qen_data::InPlace::Reading(in);
   for (unsigned i = 0; i < count; ++i) {
     QEN_TAny value;
-    in >> value;
+    qen_data::InPlace::Read(in, s, value);
     read.Link(std::move(value), true);
   }
   *this = std::move(read);

@@ -13,6 +13,7 @@
 #include "qen/qen_stream.h"
 #include "qen/qen_utf8.h"
 #include "qen_case.h"
+#include "qen_data_stream_impl.h"
 #include "qen_format.h"
 
 QEN_DEFINE_INTERFACE(QEN_IHashable)
@@ -507,10 +508,15 @@ void QEN_TString::QEN_Pack(QEN_IPacking& out) const {
 }
 
 void QEN_TString::QEN_Unpack(QEN_IUnpacking& in) {
-  // Read aside: a failure leaves the string as it was.
-  std::u16string text;
-  in.GetChars(text);
-  mText = std::move(text);
+  // A failure leaves the string as it was: a memory stream checks the count
+  // against its bytes before it touches the text, any other is read aside.
+  if (QEN_TDataStream* s = qen_data::InPlace::Reading(in)) {
+    s->QEN_TDataStream::GetChars(mText);
+  } else {
+    std::u16string text;
+    in.GetChars(text);
+    mText = std::move(text);
+  }
   Changed();
 }
 

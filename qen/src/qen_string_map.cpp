@@ -14,15 +14,16 @@
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
 #include "qen_cursor.h"
+#include "qen_data_stream_impl.h"
 
 namespace qen_detail {
 
 namespace {
 
-// Entries per block: the first block, and the most any block holds.
+// Entries per block: the first one beyond the map's own, and the most any
+// block holds.
 constexpr unsigned kFirstBlock = 8;
 constexpr unsigned kLargestBlock = 256;
-constexpr std::size_t kFirstBuckets = 16;
 
 // A hash of 16-bit text, four units at a time; the final mix spreads every
 // bit into the low ones, which pick the bucket.
@@ -66,25 +67,19 @@ struct FreeSlot {
 
 }  // namespace
 
-// Room for entries, handed out front to back.
-struct StringMap::Block {
-  Block* next;
-  unsigned capacity;
-  alignas(Entry) unsigned char room[1];
+StringMap::Block* StringMap::Block::Make(unsigned capacity, Block* next) {
+  constexpr std::size_t kHead =
+      (sizeof(Block) + alignof(Entry) - 1) / alignof(Entry) * alignof(Entry);
+  void* raw = ::operator new(kHead + capacity * sizeof(Entry));
+  return new (raw) Block{next, capacity, static_cast<unsigned char*>(raw) + kHead};
+}
 
-  void* Slot(unsigned i) {
-    return reinterpret_cast<unsigned char*>(this) + offsetof(Block, room) + i * sizeof(Entry);
-  }
-  static Block* Make(unsigned capacity, Block* next) {
-    void* raw = ::operator new(offsetof(Block, room) + capacity * sizeof(Entry));
-    Block* block = static_cast<Block*>(raw);
-    block->next = next;
-    block->capacity = capacity;
-    return block;
-  }
-};
-
-StringMap::StringMap() { mEnd.previous = mEnd.next = &mEnd; }
+StringMap::StringMap()
+    : mBuckets(mInlineBuckets),
+      mBucketCount(kInlineBuckets),
+      mInlineBlock{nullptr, kInlineEntries, mInlineRoom} {
+  mEnd.previous = mEnd.next = &mEnd;
+}
 
 StringMap::StringMap(const StringMap& other) : StringMap() {
   // The keys are known to differ: each copy goes straight into the index
@@ -110,20 +105,18 @@ StringMap::~StringMap() {
   mSize = 0;
   while (mBlocks != nullptr) {
     Block* next = mBlocks->next;
-    ::operator delete(mBlocks);
+    if (mBlocks != &mInlineBlock) ::operator delete(mBlocks);
     mBlocks = next;
   }
-  delete[] mBuckets;
-  mBuckets = nullptr;
-  mBucketCount = 0;
+  if (mBuckets != mInlineBuckets) delete[] mBuckets;
   mFree = nullptr;
 }
 
 void StringMap::Reserve(unsigned count) {
-  std::size_t buckets = mBucketCount > 0 ? mBucketCount : kFirstBuckets;
+  std::size_t buckets = mBucketCount;
   while (buckets < count) buckets *= 2;
   if (buckets > mBucketCount) Rehash(buckets);
-  if (mBlocks == nullptr && count > kFirstBlock) {
+  if (mBlocks == nullptr && count > kInlineEntries) {
     mBlocks = Block::Make(std::min(count, kLargestBlock), nullptr);
     mFreshInBlock = mBlocks->capacity;
   }
@@ -138,24 +131,27 @@ void StringMap::Rehash(std::size_t buckets) {
     entry->chain = head;
     head = entry;
   }
-  delete[] mBuckets;
+  if (mBuckets != mInlineBuckets) delete[] mBuckets;
   mBuckets = fresh;
   mBucketCount = buckets;
 }
 
 StringMap::Entry* StringMap::NewEntry() {
   // Room in the index first, so that indexing the entry cannot fail.
-  if (mSize + 1 > mBucketCount) Rehash(mBucketCount > 0 ? mBucketCount * 2 : kFirstBuckets);
+  if (mSize + 1 > mBucketCount) Rehash(mBucketCount * 2);
   void* room;
   if (mFree != nullptr) {
     room = mFree;
     mFree = static_cast<FreeSlot*>(mFree)->next;
   } else {
     if (mFreshInBlock == 0) {
-      unsigned capacity =
-          mBlocks == nullptr ? kFirstBlock : std::min(2 * mBlocks->capacity, kLargestBlock);
-      mBlocks = Block::Make(capacity, mBlocks);
-      mFreshInBlock = capacity;
+      if (mBlocks == nullptr) {
+        mBlocks = &mInlineBlock;
+      } else {
+        unsigned capacity = std::min(std::max(2 * mBlocks->capacity, kFirstBlock), kLargestBlock);
+        mBlocks = Block::Make(capacity, mBlocks);
+      }
+      mFreshInBlock = mBlocks->capacity;
     }
     room = mBlocks->Slot(mBlocks->capacity - mFreshInBlock--);
   }
@@ -197,7 +193,6 @@ void StringMap::RemoveFromIndex(Entry* entry) {
 }
 
 StringMap::Entry* StringMap::Lookup(const std::u16string& key, std::size_t hash) const {
-  if (mBucketCount == 0) return nullptr;
   for (Entry* at = mBuckets[hash & (mBucketCount - 1)]; at != nullptr; at = at->chain)
     if (at->hash == hash && at->key.Chars() == key) return at;
   return nullptr;
@@ -285,7 +280,11 @@ constexpr unsigned kMaxReserved = 256;
 void PackMap(const StringMap* map, QEN_IPacking& out) {
   out << (map != nullptr ? map->Size() : 0u);
   if (map == nullptr) return;
-  for (auto at = map->Begin(); at != map->End(); ++at) out << at->key << at->value;
+  QEN_TDataStream* s = qen_data::InPlace::Writing(out);
+  for (auto at = map->Begin(); at != map->End(); ++at) {
+    qen_data::InPlace::Write(out, s, at->key);
+    qen_data::InPlace::Write(out, s, at->value);
+  }
 }
 
 Content<StringMap> UnpackMap(QEN_IUnpacking& in, const char* owner) {
@@ -296,10 +295,12 @@ Content<StringMap> UnpackMap(QEN_IUnpacking& in, const char* owner) {
   // at most, and each entry is read in place before the next one takes room,
   // so a short stream ends in the stream's own error.
   map->Reserve(std::min(count, kMaxReserved));
+  QEN_TDataStream* s = qen_data::InPlace::Reading(in);
   for (unsigned i = 0; i < count; ++i) {
     StringMap::Entry& entry = map->AppendUnindexed();
     try {
-      in >> entry.key >> entry.value;
+      qen_data::InPlace::Read(in, s, entry.key);
+      qen_data::InPlace::Read(in, s, entry.value);
     } catch (...) {
       map->DropLast();
       throw;

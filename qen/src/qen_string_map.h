@@ -101,7 +101,17 @@ class StringMap {
   bool Equals(const StringMap& other) const;
 
  private:
-  struct Block;
+  // Room for entries, handed out front to back.
+  struct Block {
+    Block* next;
+    unsigned capacity;
+    unsigned char* room;
+
+    void* Slot(unsigned i) const { return room + i * sizeof(Entry); }
+    static Block* Make(unsigned capacity, Block* next);
+  };
+  static constexpr std::size_t kInlineBuckets = 16;
+  static constexpr unsigned kInlineEntries = 2;
 
   Entry* Lookup(const std::u16string& key, std::size_t hash) const;
   // A new entry, linked at the end of the order but not in the index.
@@ -115,13 +125,18 @@ class StringMap {
   Link mEnd;
   unsigned mSize = 0;
   // The index: a power-of-two number of buckets, each a chain of entries.
-  Entry** mBuckets = nullptr;
-  std::size_t mBucketCount = 0;
+  Entry** mBuckets;
+  std::size_t mBucketCount;
   // Entries live in blocks that the map owns, so that a map of a hundred
   // entries costs a handful of allocations; erased entries are kept for reuse.
   Block* mBlocks = nullptr;
   void* mFree = nullptr;
   unsigned mFreshInBlock = 0;  // entries of the newest block not yet handed out
+  // A small map takes no memory beyond this object: its first buckets and
+  // entries live here. (The map is never moved: it is held by pointer.)
+  Entry* mInlineBuckets[kInlineBuckets] = {};
+  Block mInlineBlock;
+  alignas(Entry) unsigned char mInlineRoom[kInlineEntries * sizeof(Entry)];
 };
 
 // The binary form shared by the dictionary and the tree: count, then key and

@@ -122,6 +122,8 @@ class QEN_API QEN_TAny : public QEN_TObject,
 
  private:
   unsigned long long AsUInt64Checked(unsigned long long max) const;
+  bool PackInPlace(QEN_IPacking& out) const;
+  bool UnpackInPlace(QEN_IUnpacking& in);
   void SetNumber(Kind kind);
 
   Kind mKind = kNothing;

@@ -12,6 +12,10 @@
 #include "qen/qen_string.h"
 
 // A source and sink of bytes.
+namespace qen_data {
+class InPlace;  // the base values' own way in and out of a memory stream
+}
+
 class QEN_API QEN_IStream {
  public:
   virtual ~QEN_IStream();
@@ -55,7 +59,9 @@ class QEN_API QEN_TMemoryStream : public QEN_IStream {
   void Rewind() { mPosition = 0; }
 
  private:
-  friend class QEN_TDataStream;  // reads and writes the bytes in place
+  // They read and write the bytes in place.
+  friend class QEN_TDataStream;
+  friend class qen_data::InPlace;
   void Reserve(unsigned needed);
 
   unsigned char* mData = nullptr;
@@ -220,6 +226,7 @@ class QEN_API QEN_TDataStream : public QEN_IPacking, public QEN_IUnpacking {
 
  private:
   class Impl;
+  friend class qen_data::InPlace;
   struct ReadClass;
   struct WrittenClass;
 
