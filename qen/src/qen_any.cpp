@@ -489,107 +489,9 @@ bool QEN_TAny::HasInterface(const char* name) const {
 // ---------------------------------------------------------------------------
 // Binary form
 
-namespace {
-
-// The bytes of the value of each kind code in the binary form; -1 for the
-// codes whose value is not a number.
-constexpr signed char kValueBytes[] = {0, 1, 1, 2, 4, 8, 4, 8, 8, -1, -1, -1};
-
-int ValueBytes(unsigned char code) { return code < sizeof kValueBytes ? kValueBytes[code] : -1; }
-
-}  // namespace
-
-// A number, or nothing, straight into a memory stream's bytes.
-bool QEN_TAny::PackInPlace(QEN_IPacking& out) const {
-  QEN_TDataStream* s = qen_data::InPlace::Writing(out);
-  unsigned char* room = s != nullptr ? qen_data::InPlace::Room(*s, 9) : nullptr;
-  if (room == nullptr || ValueBytes(mKind) < 0) return false;
-  unsigned long long bits = 0;
-  switch (mKind) {
-    case kBool:
-      bits = mBool ? 1 : 0;
-      break;
-    case kUInt8:
-      bits = mUInt8;
-      break;
-    case kUInt16:
-      bits = mUInt16;
-      break;
-    case kUInt32:
-      bits = mUInt32;
-      break;
-    case kInt32:
-      bits = static_cast<unsigned>(mInt32);
-      break;
-    case kDouble:
-      std::memcpy(&bits, &mDouble, sizeof bits);
-      break;
-    default:  // nothing, and the 64-bit numbers
-      bits = mUInt64;
-      break;
-  }
-  room[0] = mKind;
-  qen_data::ToLittleEndian<8>(room + 1, bits);
-  qen_data::InPlace::Wrote(*s, 1 + static_cast<unsigned>(ValueBytes(mKind)));
-  return true;
-}
-
-// A number, or nothing, straight from a memory stream's bytes; false, with
-// nothing read, for anything else or a value that is not all there.
-bool QEN_TAny::UnpackInPlace(QEN_IUnpacking& in) {
-  QEN_TDataStream* s = qen_data::InPlace::Reading(in);
-  if (s == nullptr) return false;
-  unsigned left = 0;
-  const unsigned char* at = qen_data::InPlace::Next(*s, left);
-  const int size = left > 0 ? ValueBytes(at[0]) : -1;
-  if (size < 0 || left < 1u + size || (at[0] == kBool && at[1] > 1)) return false;
-  const Kind kind = static_cast<Kind>(at[0]);
-  unsigned long long bits = 0;
-  switch (size) {
-    case 1:
-      bits = at[1];
-      break;
-    case 2:
-      bits = qen_data::FromLittleEndian<2>(at + 1);
-      break;
-    case 4:
-      bits = qen_data::FromLittleEndian<4>(at + 1);
-      break;
-    case 8:
-      bits = qen_data::FromLittleEndian<8>(at + 1);
-      break;
-  }
-  Clear();
-  mKind = kind;
-  switch (kind) {
-    case kBool:
-      mBool = bits != 0;
-      break;
-    case kUInt8:
-      mUInt8 = static_cast<unsigned char>(bits);
-      break;
-    case kUInt16:
-      mUInt16 = static_cast<unsigned short>(bits);
-      break;
-    case kUInt32:
-      mUInt32 = static_cast<unsigned>(bits);
-      break;
-    case kInt32:
-      mInt32 = static_cast<int>(static_cast<unsigned>(bits));
-      break;
-    case kDouble:
-      std::memcpy(&mDouble, &bits, sizeof bits);
-      break;
-    default:  // nothing, and the 64-bit numbers
-      mUInt64 = bits;
-      break;
-  }
-  qen_data::InPlace::Took(*s, 1 + static_cast<unsigned>(size));
-  return true;
-}
-
 void QEN_TAny::QEN_Pack(QEN_IPacking& out) const {
-  if (PackInPlace(out)) return;
+  if (QEN_TDataStream* s = qen_data::InPlace::Writing(out))
+    if (qen_data::InPlace::PutValue(*s, *this)) return;
   if (mKind == kPointer || mKind == kFunction)
     QEN_THROW(QEN_EStreamException, mKind == kPointer
                                         ? "QEN_TAny: a raw pointer cannot be packed"
@@ -629,7 +531,8 @@ void QEN_TAny::QEN_Pack(QEN_IPacking& out) const {
 }
 
 void QEN_TAny::QEN_Unpack(QEN_IUnpacking& in) {
-  if (UnpackInPlace(in)) return;
+  if (QEN_TDataStream* s = qen_data::InPlace::Reading(in))
+    if (qen_data::InPlace::GetValue(*s, *this)) return;
   unsigned char code = 0;
   in >> &code;
   switch (code) {

@@ -119,8 +119,16 @@ void QEN_TDataStream::TakeFromStream(void* data, unsigned size, const char* what
 
 QEN_IPacking& QEN_TDataStream::operator<<(const QEN_IPackable& object) {
   Impl::Depth depth(*this, mOffset);
-  Impl::PutObjectClass(*this, object);
-  object.QEN_Pack(*this);
+  // The usual case: the class number of a type written before.
+  const std::type_info* type = &typeid(object);
+  const WrittenType& slot = mWrittenTypes[TypeSlot(type)];
+  if (slot.type == type && slot.number < kLongClassNumber) {
+    const unsigned char number = static_cast<unsigned char>(slot.number);
+    Put(&number, 1);
+  } else {
+    Impl::PutObjectClass(*this, object);
+  }
+  if (!InPlace::PutValue(*this, type, object)) object.QEN_Pack(*this);
   return *this;
 }
 
@@ -241,31 +249,29 @@ QEN_IUnpacking& QEN_TDataStream::operator>>(QEN_IPackable& object) {
   // The usual case: a class met before, into an object of a type read into
   // as that class before.
   unsigned long long start = 0;
-  std::size_t index = Impl::KnownClassNext(*this, start);
-  if (index != Impl::kScratch) {
-    if (mReadClasses[index].knownType != &typeid(object)) {
-      // Back to the class number: the checked way below reads it again.
-      --mMemory->mPosition;
-      --mOffset;
-      index = Impl::kScratch;
-    } else {
-      Impl::Depth depth(*this, start);
-      Impl::Unpack(*this, object, index, nullptr, start);
-      return *this;
-    }
-  }
+  const std::type_info* type = &typeid(object);
+  const std::size_t index = Impl::KnownClassNext(*this, type, start);
+  if (index == Impl::kScratch) return Impl::ReadObject(*this, object);
+  Impl::Depth depth(*this, start);
+  if (!InPlace::GetValue(*this, type, object)) Impl::Unpack(*this, object, index, nullptr, start);
+  return *this;
+}
+
+// operator>> where the class is not known for the object's type yet.
+QEN_IUnpacking& QEN_TDataStream::Impl::ReadObject(QEN_TDataStream& s, QEN_IPackable& object) {
   const QEN_TClass& expected = object.ClassObject();
-  unsigned char byte = Impl::HeadByte(*this, "an object", start);
+  unsigned long long start = 0;
+  unsigned char byte = HeadByte(s, "an object", start);
   ReadClass scratch;
-  index = Impl::ClassAt(*this, kObjectMarker, byte, start, scratch);
-  ReadClass& found = Impl::Entry(*this, index, &scratch);
+  const std::size_t index = ClassAt(s, kObjectMarker, byte, start, scratch);
+  ReadClass& found = Entry(s, index, &scratch);
   if (found.found != &expected && std::strcmp(found.Name(), expected.name) != 0)
     Fail(QEN_TString::Format("expected an object of class \"%s\", found \"%s\" at offset %llu",
                              expected.name, found.Name(), start));
   if (found.found == &expected) found.knownType = &typeid(object);
-  Impl::Depth depth(*this, start);
-  Impl::Unpack(*this, object, index, &scratch, start);
-  return *this;
+  Depth depth(s, start);
+  Unpack(s, object, index, &scratch, start);
+  return s;
 }
 
 QEN_IUnpacking& QEN_TDataStream::operator>>(double* value) {
@@ -324,7 +330,7 @@ QEN_IUnpacking& QEN_TDataStream::UnpackEndClass(const char* name) {
 
 QEN_IPackable* QEN_TDataStream::Extract(bool) {
   unsigned long long start = 0;
-  std::size_t index = Impl::KnownClassNext(*this, start);
+  std::size_t index = Impl::KnownClassNext(*this, nullptr, start);
   if (index != Impl::kScratch) return Impl::Build(*this, index, nullptr, start);
   unsigned char byte = Impl::HeadByte(*this, "an object", start);
   ReadClass scratch;

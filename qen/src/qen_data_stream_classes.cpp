@@ -135,10 +135,6 @@ void QEN_TDataStream::Impl::Depth::TooDeep(unsigned long long offset) {
 void QEN_TDataStream::Impl::PutObjectClass(QEN_TDataStream& s, const QEN_IPackable& object) {
   const std::type_info* type = &typeid(object);
   WrittenType& slot = s.mWrittenTypes[TypeSlot(type)];
-  if (slot.type == type && slot.number < kLongClassNumber) {
-    const unsigned char number = static_cast<unsigned char>(slot.number);
-    return s.Put(&number, 1);
-  }
   const QEN_TClass& cls = object.ClassObject();
   slot.number = PutClass(s, kObjectMarker, cls.name, &cls);
   slot.type = type;

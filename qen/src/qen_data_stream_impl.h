@@ -13,6 +13,7 @@
 #include <string>
 #include <typeinfo>
 
+#include "qen/qen_any.h"
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
 
@@ -138,13 +139,16 @@ class QEN_TDataStream::Impl {
   }
 
   // Writing (qen_data_stream_classes.cpp).
-  // The class of an object, by number once its C++ type was written before.
+  // The class of an object whose C++ type has no class number yet.
   static void PutObjectClass(QEN_TDataStream& s, const QEN_IPackable& object);
   // Writes `marker` (none for an object) and the class: its number, or its
   // definition the first time; gives the number. `object` is the class
   // object of an object.
   static unsigned PutClass(QEN_TDataStream& s, unsigned char marker, const char* name,
                            const QEN_TClass* object);
+
+  // operator>> where the class is not known for the object's type yet.
+  static QEN_IUnpacking& ReadObject(QEN_TDataStream& s, QEN_IPackable& object);
 
   // Reading (qen_data_stream_classes.cpp).
   static void ReadMark(QEN_TDataStream& s, unsigned long long start);
@@ -165,13 +169,17 @@ class QEN_TDataStream::Impl {
 
   // The index of a class met before in this stream and standing next, in
   // a memory stream of the current version, taken from the stream; or
-  // kScratch, with nothing taken. The usual case of reading an object.
-  static std::size_t KnownClassNext(QEN_TDataStream& s, unsigned long long& start) {
+  // kScratch, with nothing taken. With a `type`, only a class that an object
+  // of that C++ type was read into before. The usual case of reading an
+  // object.
+  static std::size_t KnownClassNext(QEN_TDataStream& s, const std::type_info* type,
+                                    unsigned long long& start) {
     if (s.mMemory == nullptr || s.mReadVersion != qen_data::kVersion) return kScratch;
     QEN_TMemoryStream& m = *s.mMemory;
     if (m.mPosition == m.mLength) return kScratch;
     const unsigned char byte = m.mData[m.mPosition];
     if (byte >= qen_data::kLongClassNumber || byte >= s.mReadClasses.size()) return kScratch;
+    if (type != nullptr && s.mReadClasses[byte].knownType != type) return kScratch;
     start = s.mOffset;
     ++m.mPosition;
     ++s.mOffset;
@@ -222,6 +230,14 @@ class QEN_TDataStream::Impl {
 
 namespace qen_data {
 
+// The bytes of the value of each kind code of a variant in the binary form;
+// -1 for the codes whose value is not a number.
+constexpr signed char kValueBytes[] = {0, 1, 1, 2, 4, 8, 4, 8, 8, -1, -1, -1};
+
+inline int ValueBytes(unsigned char code) {
+  return code < sizeof kValueBytes ? kValueBytes[code] : -1;
+}
+
 // The base values' own way in and out of a plain memory stream of the
 // current version. Their items go straight to and from its bytes, and the
 // objects they hold (a dictionary's keys and values, a list's values) skip
@@ -261,25 +277,155 @@ class InPlace {
   }
   static void Wrote(QEN_TDataStream& s, unsigned size) { s.mMemory->mLength += size; }
 
+  // A variant's number (or nothing) and a short text of 8-bit characters,
+  // straight to and from the bytes: false, with nothing read or written, for
+  // any other value and where the bytes or the room are not all there.
+  static bool PutValue(QEN_TDataStream& s, const QEN_TAny& any) {
+    unsigned char* room = Room(s, 9);
+    const int size = ValueBytes(any.mKind);
+    if (room == nullptr || size < 0) return false;
+    unsigned long long bits = 0;
+    switch (any.mKind) {
+      case QEN_TAny::kBool:
+        bits = any.mBool ? 1 : 0;
+        break;
+      case QEN_TAny::kUInt8:
+        bits = any.mUInt8;
+        break;
+      case QEN_TAny::kUInt16:
+        bits = any.mUInt16;
+        break;
+      case QEN_TAny::kUInt32:
+        bits = any.mUInt32;
+        break;
+      case QEN_TAny::kInt32:
+        bits = static_cast<unsigned>(any.mInt32);
+        break;
+      case QEN_TAny::kDouble:
+        std::memcpy(&bits, &any.mDouble, sizeof bits);
+        break;
+      default:  // nothing, and the 64-bit numbers
+        bits = any.mUInt64;
+        break;
+    }
+    room[0] = any.mKind;
+    ToLittleEndian<8>(room + 1, bits);
+    Wrote(s, 1 + static_cast<unsigned>(size));
+    return true;
+  }
+  static bool GetValue(QEN_TDataStream& s, QEN_TAny& any) {
+    unsigned left = 0;
+    const unsigned char* at = Next(s, left);
+    const int size = left > 0 ? ValueBytes(at[0]) : -1;
+    if (size < 0 || left < 1u + size || (at[0] == QEN_TAny::kBool && at[1] > 1)) return false;
+    unsigned long long bits = 0;
+    switch (size) {
+      case 1:
+        bits = at[1];
+        break;
+      case 2:
+        bits = FromLittleEndian<2>(at + 1);
+        break;
+      case 4:
+        bits = FromLittleEndian<4>(at + 1);
+        break;
+      case 8:
+        bits = FromLittleEndian<8>(at + 1);
+        break;
+    }
+    any.Clear();
+    any.mKind = static_cast<QEN_TAny::Kind>(at[0]);
+    switch (any.mKind) {
+      case QEN_TAny::kBool:
+        any.mBool = bits != 0;
+        break;
+      case QEN_TAny::kUInt8:
+        any.mUInt8 = static_cast<unsigned char>(bits);
+        break;
+      case QEN_TAny::kUInt16:
+        any.mUInt16 = static_cast<unsigned short>(bits);
+        break;
+      case QEN_TAny::kUInt32:
+        any.mUInt32 = static_cast<unsigned>(bits);
+        break;
+      case QEN_TAny::kInt32:
+        any.mInt32 = static_cast<int>(static_cast<unsigned>(bits));
+        break;
+      case QEN_TAny::kDouble:
+        std::memcpy(&any.mDouble, &bits, sizeof bits);
+        break;
+      default:  // nothing, and the 64-bit numbers
+        any.mUInt64 = bits;
+        break;
+    }
+    Took(s, 1 + static_cast<unsigned>(size));
+    return true;
+  }
+  static bool PutValue(QEN_TDataStream& s, const QEN_TString& text) {
+    const std::u16string& chars = text.mText;
+    const std::size_t count = chars.size();
+    unsigned char* room = count < 64 ? Room(s, static_cast<unsigned>(count) + 1) : nullptr;
+    if (room == nullptr) return false;
+    unsigned all = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      all |= chars[i];
+      room[1 + i] = static_cast<unsigned char>(chars[i]);
+    }
+    if (all > 0xFF) return false;
+    room[0] = static_cast<unsigned char>(count << 1);
+    Wrote(s, static_cast<unsigned>(count) + 1);
+    return true;
+  }
+  static bool GetValue(QEN_TDataStream& s, QEN_TString& text) {
+    unsigned left = 0;
+    const unsigned char* at = Next(s, left);
+    if (left == 0 || (at[0] & 0x81) != 0 || (at[0] >> 1) >= left) return false;
+    const unsigned count = at[0] >> 1;
+    text.mText.resize(count);
+    char16_t* out = &text.mText[0];
+    for (unsigned i = 0; i < count; ++i) out[i] = at[1 + i];
+    text.Changed();
+    Took(s, 1 + count);
+    return true;
+  }
+
+  // The same for an object of any class whose C++ type is `type`: false for
+  // all but a variant and a text. (A dynamic_cast to void finds the whole
+  // object by the offset its table gives, with no search.)
+  static bool PutValue(QEN_TDataStream& s, const std::type_info* type,
+                       const QEN_IPackable& object) {
+    if (s.mMemory == nullptr || s.mWriteVersion != kVersion) return false;
+    const void* whole = type == &typeid(QEN_TAny) || type == &typeid(QEN_TString)
+                            ? dynamic_cast<const void*>(&object)
+                            : nullptr;
+    if (whole == nullptr) return false;
+    return type == &typeid(QEN_TAny) ? PutValue(s, *static_cast<const QEN_TAny*>(whole))
+                                     : PutValue(s, *static_cast<const QEN_TString*>(whole));
+  }
+  static bool GetValue(QEN_TDataStream& s, const std::type_info* type, QEN_IPackable& object) {
+    void* whole = type == &typeid(QEN_TAny) || type == &typeid(QEN_TString)
+                      ? dynamic_cast<void*>(&object)
+                      : nullptr;
+    if (whole == nullptr) return false;
+    return type == &typeid(QEN_TAny) ? GetValue(s, *static_cast<QEN_TAny*>(whole))
+                                     : GetValue(s, *static_cast<QEN_TString*>(whole));
+  }
+
   // Reads the next object into `object`, which is a T itself, as operator>>
   // does. `s` is Reading(in).
   template <class T>
   static void Read(QEN_IUnpacking& in, QEN_TDataStream* s, T& object) {
-    if (s != nullptr) {
-      unsigned left;
-      const unsigned char* at = Next(*s, left);
-      if (left > 0 && at[0] < kLongClassNumber && at[0] < s->mReadClasses.size() &&
-          s->mReadClasses[at[0]].knownType == &typeid(T)) {
-        const std::size_t index = at[0];
-        const unsigned long long start = s->mOffset;
-        Took(*s, 1);
-        QEN_TDataStream::Impl::Depth depth(*s, start);
-        QEN_TDataStream::Impl::Guarded(*s, index, nullptr, start,
-                                       [&] { object.T::QEN_Unpack(*s); });
-        return;
-      }
+    typedef QEN_TDataStream::Impl Impl;
+    unsigned long long start = 0;
+    const std::size_t index =
+        s != nullptr ? Impl::KnownClassNext(*s, &typeid(T), start) : Impl::kScratch;
+    if (index == Impl::kScratch) {
+      in >> object;
+      return;
     }
-    in >> object;
+    Impl::Depth depth(*s, start);
+    if (!GetValue(*s, object))
+      Impl::Guarded(*s, index, nullptr, start, [&] { object.T::QEN_Unpack(*s); });
   }
 
   // Writes `object`, which is a T itself, as operator<< does. `s` is
@@ -294,7 +440,7 @@ class InPlace {
         *room = static_cast<unsigned char>(slot.number);
         Wrote(*s, 1);
         QEN_TDataStream::Impl::Depth depth(*s, s->mOffset);
-        object.T::QEN_Pack(*s);
+        if (!PutValue(*s, object)) object.T::QEN_Pack(*s);
         return;
       }
     }

@@ -10,6 +10,7 @@
 #include <new>
 #include <ostream>
 #include <string>
+#include <typeinfo>
 
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
@@ -336,6 +337,9 @@ void PrintMap(const StringMap* map, std::ostream& out) {
 }
 
 const QEN_TString& KeyString(const QEN_IHashable& key, const char* owner) {
+  // The usual key is a QEN_TString itself, found without asking by name.
+  if (typeid(key) == typeid(QEN_TString))
+    return *static_cast<const QEN_TString*>(key.QEN_MostDerivedObject());
   const QEN_TString* text = static_cast<const QEN_TString*>(key.DynamicCast("QEN_TString"));
   if (text == nullptr)
     QEN_THROW(QEN_EAnyConversion, QEN_TString::Format("%s: a key must be a QEN_TString, not a %s",

@@ -121,9 +121,8 @@ class QEN_API QEN_TAny : public QEN_TObject,
   static const char* NumberClassName(Kind kind);
 
  private:
+  friend class qen_data::InPlace;  // reads and writes the numbers in place
   unsigned long long AsUInt64Checked(unsigned long long max) const;
-  bool PackInPlace(QEN_IPacking& out) const;
-  bool UnpackInPlace(QEN_IUnpacking& in);
   void SetNumber(Kind kind);
 
   Kind mKind = kNothing;

@@ -19,6 +19,9 @@ class QEN_TObject;
 class QEN_IPacking;
 class QEN_IUnpacking;
 class QEN_THumanReadableStream;
+namespace qen_data {
+class InPlace;  // the base values' own way in and out of a memory stream
+}
 
 typedef QEN_TObject* (*QEN_TFactory)();
 typedef bool (*QEN_TInitFunction)();

@@ -12,10 +12,6 @@
 #include "qen/qen_string.h"
 
 // A source and sink of bytes.
-namespace qen_data {
-class InPlace;  // the base values' own way in and out of a memory stream
-}
-
 class QEN_API QEN_IStream {
  public:
   virtual ~QEN_IStream();

@@ -127,6 +127,7 @@ class QEN_API QEN_TString : public QEN_TObject,
   void PrintOn(std::ostream& out) const override;
 
  private:
+  friend class qen_data::InPlace;  // reads and writes the characters in place
   void Changed();
 
   std::u16string mText;

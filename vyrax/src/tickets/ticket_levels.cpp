@@ -55,9 +55,8 @@ StoredLevel LevelToStored(unsigned level, const QEN_TDict& internal) {
     }
   }
   if (level >= kOrdinals) return stored;
-  stored.inTodaysForm = true;
-  stored.today = internal;
-  stored.today[VersionKey()] = kTicketVersion;
+  stored.today.reset(new QEN_TDict(internal));
+  (*stored.today)[VersionKey()] = kTicketVersion;
   return stored;
 }
 

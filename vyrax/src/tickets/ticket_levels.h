@@ -4,6 +4,8 @@
 
 #include <qen/qen_containers.h>
 
+#include <memory>
+
 namespace vyr_ticket {
 
 // The groups of fields, each guarded by its bit (or bits).
@@ -38,11 +40,10 @@ unsigned LevelFromStored(unsigned stored, const QEN_TDict& internal);
 // with today's version, and the level as its bit set.
 struct StoredLevel {
   unsigned value = 0;
-  bool inTodaysForm = false;
-  QEN_TDict today;  // Internal with today's version, when inTodaysForm
+  std::unique_ptr<QEN_TDict> today;  // Internal with today's version, when needed
 
   // The Internal to write, given the ticket's own.
-  const QEN_TDict& Internal(const QEN_TDict& own) const { return inTodaysForm ? today : own; }
+  const QEN_TDict& Internal(const QEN_TDict& own) const { return today ? *today : own; }
 };
 StoredLevel LevelToStored(unsigned level, const QEN_TDict& internal);
 
