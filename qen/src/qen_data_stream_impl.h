@@ -377,16 +377,34 @@ class InPlace {
     return true;
   }
   static bool GetValue(QEN_TDataStream& s, QEN_TString& text) {
-    unsigned left = 0;
-    const unsigned char* at = Next(s, left);
-    if (left == 0 || (at[0] & 0x81) != 0 || (at[0] >> 1) >= left) return false;
-    const unsigned count = at[0] >> 1;
+    unsigned count = 0, head = 0;
+    const unsigned char* at = NarrowText(s, count, head);
+    if (at == nullptr) return false;
     text.mText.resize(count);
     char16_t* out = &text.mText[0];
-    for (unsigned i = 0; i < count; ++i) out[i] = at[1 + i];
+    for (unsigned i = 0; i < count; ++i) out[i] = at[i];
     text.Changed();
-    Took(s, 1 + count);
+    Took(s, head + count);
     return true;
+  }
+
+  // The characters of a text of 8-bit characters standing next, with a
+  // count of one or two bytes, when they are all there: their count, and the
+  // bytes of the count in `head`. Null for anything else.
+  static const unsigned char* NarrowText(const QEN_TDataStream& s, unsigned& count,
+                                         unsigned& head) {
+    unsigned left = 0;
+    const unsigned char* at = Next(s, left);
+    if (left == 0 || (at[0] & 1) != 0) return nullptr;
+    if (at[0] < 0x80) {
+      count = at[0] >> 1;
+      head = 1;
+    } else {
+      if (left < 2 || at[1] >= 0x80) return nullptr;
+      count = ((at[0] & 0x7F) | static_cast<unsigned>(at[1]) << 7) >> 1;
+      head = 2;
+    }
+    return count <= left - head ? at + head : nullptr;
   }
 
   // The same for an object of any class whose C++ type is `type`: false for

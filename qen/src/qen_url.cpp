@@ -10,6 +10,7 @@
 
 #include "qen/qen_containers.h"
 #include "qen/qen_stream.h"
+#include "qen_data_stream_impl.h"
 #include "qen_url_text.h"
 
 QEN_DEFINE_VALUE(QEN_TURL, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable)
@@ -32,7 +33,12 @@ struct QEN_TURL::Parsed {
   // encoded, so its parts are pieces of the text; they go straight into
   // `url`. False, with `url` as it was, for any other text.
   static bool TakePlain(QEN_TURL& url, const std::u16string& text) {
-    const Pos n = text.size();
+    return TakePlain(url, text.data(), text.size());
+  }
+  // The same for n characters at `text`: 16-bit units, or the bytes of a
+  // text of 8-bit characters.
+  template <class C>
+  static bool TakePlain(QEN_TURL& url, const C* text, Pos n) {
     Pos j = 0;
     while (j < n && IsSchemeChar(text[j])) ++j;
     if (j < 2 || !IsAsciiAlpha(text[0]) || n - j < 3 || text[j] != ':' || text[j + 1] != '/' ||
@@ -44,15 +50,15 @@ struct QEN_TURL::Parsed {
       if (text[path] >= 0x80 || !Keeps(kHost, static_cast<unsigned char>(text[path]))) return false;
     for (Pos k = path; k < n; ++k)
       if (text[k] >= 0x80 || !Keeps(kPath, static_cast<unsigned char>(text[k]))) return false;
-    std::u16string protocol(text, 0, j);
+    std::u16string protocol(text, text + j);
     for (char16_t& c : protocol) c = AsciiLower(c);
     url.mProtocol = QEN_TString(std::move(protocol));
     if (!url.mUser.Empty()) url.mUser = QEN_TString();
     if (!url.mPassword.Empty()) url.mPassword = QEN_TString();
-    url.mHost = QEN_TString(text.data() + host, static_cast<unsigned>(path - host));
+    url.mHost = QEN_TString(std::u16string(text + host, text + path));
     url.mPort = 0;
     url.mHasAuthority = true;
-    url.mPath = QEN_TString(text.data() + path, static_cast<unsigned>(n - path));
+    url.mPath = QEN_TString(std::u16string(text + path, text + n));
     url.mParams.clear();
     if (!url.mFragment.Empty()) url.mFragment = QEN_TString();
     return true;
@@ -408,6 +414,15 @@ void QEN_TURL::QEN_Pack(QEN_IPacking& out) const {
 }
 
 void QEN_TURL::QEN_Unpack(QEN_IUnpacking& in) {
+  // The usual URL of 8-bit characters, straight from a memory stream's bytes.
+  if (QEN_TDataStream* s = qen_data::InPlace::Reading(in)) {
+    unsigned count = 0, head = 0;
+    const unsigned char* text = qen_data::InPlace::NarrowText(*s, count, head);
+    if (text != nullptr && Parsed::TakePlain(*this, text, count)) {
+      qen_data::InPlace::Took(*s, head + count);
+      return;
+    }
+  }
   std::u16string text;
   in.GetChars(text);
   if (!Parsed::TakePlain(*this, text)) Assign(Parsed(text));
