@@ -193,7 +193,7 @@ def chart_streams(run, out):
 
 def write_markdown(run, out, opened, read, commits, streams):
     lines = ["# Performance", "",
-             f"Measured on {run.machine()}, Release build, one run of `vyrax_bench` "
+             f"Measured on {run.machine()}, Release build (`-O2`, the peers' code too), one run of `vyrax_bench` "
              f"(`make bench-report`); each number is the median of "
              f"{run.context.get('repetitions', 'several')} repetitions. Files sit in the page cache. "
              f"The run's own output, which every number here comes from: "

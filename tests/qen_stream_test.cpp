@@ -16,6 +16,7 @@
 #include "qen/qen_exception.h"
 #include "qen/qen_file.h"
 #include "qen/qen_string.h"
+#include "qen/qen_url.h"
 #include "stream_test_support.h"
 
 namespace {
@@ -333,9 +334,41 @@ TEST_F(StreamTest, TruncatedInputThrowsAtEveryLength) {
   QEN_TDataStream out(full);
   std::shared_ptr<TestNest> nest = TestNest::Chain(3);
   out << *nest << TestPoint(-1, 2);
-  // The current version, two objects; the first version, a dictionary.
+  // Values that a memory stream reads in place: numbers of every width,
+  // texts with a count of one and of two bytes, of 8- and of 16-bit
+  // characters, URLs of both lengths, and an object inside a list.
+  const std::string longText(100, 'x');
+  QEN_TDict values;
+  values["u8"] = static_cast<unsigned char>(7);
+  values["u16"] = static_cast<unsigned short>(700);
+  values["i64"] = -5LL;
+  values["yes"] = true;
+  values["pi"] = 3.25;
+  values["nothing"] = QEN_TAny();
+  values["short"] = QEN_TString("abc");
+  values["long"] = QEN_TString(longText.c_str());
+  values["wide"] = QEN_TString(L"\u20ac");
+  values[longText.c_str()] = 1u;
+  QEN_TList list;
+  list.AddAtTail(QEN_TAny(values));
+  const QEN_TURL shortUrl("file:///a/b.tif"), longUrl(("file:///" + longText).c_str());
+  QEN_TMemoryStream inPlace;
+  QEN_TDataStream valuesOut(inPlace);
+  valuesOut << values << list << shortUrl << longUrl;
+  {
+    DataReader whole(Bytes(inPlace));
+    std::unique_ptr<QEN_IInterface> dict(whole.in.Extract()), listBack(whole.in.Extract()),
+        url1(whole.in.Extract()), url2(whole.in.Extract());
+    EXPECT_TRUE(*dict->DynamicCast<QEN_TDict>() == values);
+    EXPECT_TRUE(*listBack->DynamicCast<QEN_TList>() == list);
+    EXPECT_TRUE(*url1->DynamicCast<QEN_TURL>() == shortUrl);
+    EXPECT_TRUE(*url2->DynamicCast<QEN_TURL>() == longUrl);
+  }
+  // The current version, two objects and four; the first version, a dictionary.
   const std::pair<std::string, unsigned> streams[] = {
-      {Bytes(full), 2}, {test_support::ReadFile(VYRAX_TEST_DATA_DIR "/golden/v1/dict.bin"), 1}};
+      {Bytes(full), 2},
+      {Bytes(inPlace), 4},
+      {test_support::ReadFile(VYRAX_TEST_DATA_DIR "/golden/v1/dict.bin"), 1}};
   for (const auto& stream : streams) {
     const std::string& bytes = stream.first;
     ASSERT_FALSE(bytes.empty());
