@@ -253,7 +253,9 @@ QEN_IUnpacking& QEN_TDataStream::operator>>(QEN_IPackable& object) {
   const std::size_t index = Impl::KnownClassNext(*this, type, start);
   if (index == Impl::kScratch) return Impl::ReadObject(*this, object);
   Impl::Depth depth(*this, start);
-  if (!InPlace::GetValue(*this, type, object)) Impl::Unpack(*this, object, index, nullptr, start);
+  Impl::Guarded(*this, index, nullptr, start, [&] {
+    if (!InPlace::GetValue(*this, type, object)) object.QEN_Unpack(*this);
+  });
   return *this;
 }
 

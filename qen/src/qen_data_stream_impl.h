@@ -442,8 +442,9 @@ class InPlace {
       return;
     }
     Impl::Depth depth(*s, start);
-    if (!GetValue(*s, object))
-      Impl::Guarded(*s, index, nullptr, start, [&] { object.T::QEN_Unpack(*s); });
+    Impl::Guarded(*s, index, nullptr, start, [&] {
+      if (!GetValue(*s, object)) object.T::QEN_Unpack(*s);
+    });
   }
 
   // Writes `object`, which is a T itself, as operator<< does. `s` is
