@@ -74,7 +74,9 @@ class QEN_API QEN_TAny : public QEN_TObject,
 
   // Conversions. A stored number converts to any number type it fits in
   // (a double is truncated); anything else throws QEN_EAnyConversion.
-  operator unsigned() const { return static_cast<unsigned>(AsUInt64Checked(0xFFFFFFFFull)); }
+  operator unsigned() const {
+    return mKind == kUInt32 ? mUInt32 : static_cast<unsigned>(AsUInt64Checked(0xFFFFFFFFull));
+  }
   operator unsigned char() const { return static_cast<unsigned char>(AsUInt64Checked(0xFFull)); }
   operator double() const { return AsDouble(); }
   operator bool() const { return AsBool(); }

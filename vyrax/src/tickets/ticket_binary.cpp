@@ -126,7 +126,10 @@ std::unique_ptr<T> ExtractOwned(QEN_IUnpacking& in, const char* what) {
   if (!object)
     QEN_THROW(QEN_EStreamException,
               QEN_TString::Format("VYR_TImageTicket: no object for the %s", what));
-  T* typed = static_cast<T*>(object->DynamicCast(T::QEN_ClassName()));
+  // The usual object is a T itself, found without asking by name.
+  T* typed = typeid(*object) == typeid(T)
+                 ? static_cast<T*>(dynamic_cast<void*>(object.get()))
+                 : static_cast<T*>(object->DynamicCast(T::QEN_ClassName()));
   // Ownership passes whole: the typed pointer must be the complete object,
   // as it is for T itself (not for a class that merely contains a T).
   if (typed == nullptr || typed->QEN_MostDerivedObject() != object->QEN_MostDerivedObject())
