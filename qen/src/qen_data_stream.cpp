@@ -188,22 +188,10 @@ QEN_IPacking& QEN_TDataStream::PackEndClass(const char* name) {
 // The count as a varint of 2n + wide, then one byte per unit when all of
 // them are below 0x100, else two.
 QEN_IPacking& QEN_TDataStream::PutChars(const QEN_TUniChar* chars, unsigned count) {
-  if (count < 64 && mMemory != nullptr && mWriteVersion != 0 &&
-      count < mMemory->mCapacity - mMemory->mLength) {
-    // A short text, most likely of 8-bit characters: one pass straight into
-    // the memory stream's bytes, taken back below if a wide one turns up.
-    unsigned char* out = mMemory->mData + mMemory->mLength;
-    unsigned all = 0;
-    for (unsigned i = 0; i < count; ++i) {
-      all |= chars[i];
-      out[1 + i] = static_cast<unsigned char>(chars[i]);
-    }
-    if (all <= 0xFF) {
-      out[0] = static_cast<unsigned char>(count << 1);
-      mMemory->mLength += 1 + count;
-      return *this;
-    }
-  }
+  // A short text, most likely of 8-bit characters: one pass straight into
+  // the memory stream's bytes.
+  if (mMemory != nullptr && mWriteVersion != 0 && InPlace::PutNarrow(*this, chars, count))
+    return *this;
   bool wide = false;
   for (unsigned i = 0; i < count && !wide; ++i) wide = chars[i] > 0xFF;
   unsigned long long head = (static_cast<unsigned long long>(count) << 1) | (wide ? 1 : 0);
@@ -400,21 +388,9 @@ QEN_IPackable* QEN_TDataStream::Impl::Build(QEN_TDataStream& s, std::size_t inde
 QEN_IUnpacking& QEN_TDataStream::GetChars(std::u16string& chars) {
   if (mReadVersion == 0) StartReading();
   if (mReadVersion == 1) return QEN_IUnpacking::GetChars(chars);
-  if (mMemory != nullptr) {
-    // A short count of one byte and 8-bit characters that are all there:
-    // straight from the bytes. Anything else takes the checked way below.
-    QEN_TMemoryStream& m = *mMemory;
-    const unsigned char* in = m.mData + m.mPosition;
-    const unsigned left = m.mLength - m.mPosition;
-    if (left > 0 && (in[0] & 0x81) == 0 && (in[0] >> 1) < left) {
-      const unsigned count = in[0] >> 1;
-      chars.resize(count);
-      for (unsigned i = 0; i < count; ++i) chars[i] = in[1 + i];
-      m.mPosition += 1 + count;
-      mOffset += 1 + count;
-      return *this;
-    }
-  }
+  // 8-bit characters that are all there: straight from the bytes. Anything
+  // else takes the checked way below.
+  if (mMemory != nullptr && InPlace::GetNarrow(*this, chars)) return *this;
   unsigned long long start = mOffset;
   unsigned long long head = 0;
   for (unsigned shift = 0;; shift += 7) {

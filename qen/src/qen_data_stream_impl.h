@@ -362,8 +362,18 @@ class InPlace {
     return true;
   }
   static bool PutValue(QEN_TDataStream& s, const QEN_TString& text) {
-    const std::u16string& chars = text.mText;
-    const std::size_t count = chars.size();
+    return PutNarrow(s, text.mText.data(), text.mText.size());
+  }
+  static bool GetValue(QEN_TDataStream& s, QEN_TString& text) {
+    if (!GetNarrow(s, text.mText)) return false;
+    text.Changed();
+    return true;
+  }
+
+  // A short text all of whose characters are below 0x100, written as one
+  // byte of count and a byte per character; false, with nothing written,
+  // for any other or where the room is not there.
+  static bool PutNarrow(QEN_TDataStream& s, const char16_t* chars, std::size_t count) {
     unsigned char* room = count < 64 ? Room(s, static_cast<unsigned>(count) + 1) : nullptr;
     if (room == nullptr) return false;
     unsigned all = 0;
@@ -376,14 +386,15 @@ class InPlace {
     Wrote(s, static_cast<unsigned>(count) + 1);
     return true;
   }
-  static bool GetValue(QEN_TDataStream& s, QEN_TString& text) {
+  // Reads a text of 8-bit characters standing next into `chars`; false,
+  // with nothing read, for any other.
+  static bool GetNarrow(QEN_TDataStream& s, std::u16string& chars) {
     unsigned count = 0, head = 0;
     const unsigned char* at = NarrowText(s, count, head);
     if (at == nullptr) return false;
-    text.mText.resize(count);
-    char16_t* out = &text.mText[0];
+    chars.resize(count);
+    char16_t* out = &chars[0];
     for (unsigned i = 0; i < count; ++i) out[i] = at[i];
-    text.Changed();
     Took(s, head + count);
     return true;
   }
