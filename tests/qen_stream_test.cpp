@@ -307,7 +307,10 @@ TEST_F(StreamTest, ExtractRefusesWhatItCannotBuild) {
       mark + "\x81\x03a-b",
       mark + "\x05",
       mark + std::string("\x80\x00\x01", 3),
-      mark + "\x82",
+      mark + "\x82",  // a well-known class, with nothing behind it
+      mark + "\x8E",  // another, which this process may not know
+      mark + "\x95",  // beyond the table of well-known classes
+      mark + "\xFF",
       "\xB5\x03",
       mark + "\x81\x08TestNest" + std::string("\0\0\0\0\x02", 5),  // a bool is 0 or 1
       mark + "\x81\x08TestNest" + std::string("\0\0\0\0\x01", 5) + mark};

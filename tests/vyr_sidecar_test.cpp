@@ -99,14 +99,21 @@ TEST_F(SideCarTest, TheStoredFormIsPinned) {
   WriteFile(mSideCar, golden);
   EXPECT_EQ("", ValueOf(*Open(), "EMPTY"));
 
-  // A store written in the first binary form reads, and the next commit
-  // rewrites it whole in the current one.
-  WriteFile(mSideCar, ReadFile(VYRAX_TEST_DATA_DIR "/metadata/v1/page1.tif.info"));
-  auto old = Open();
-  EXPECT_EQ(std::string("\x00\x01\x02\xff", 4), ValueOf(*old, "PROXY"));
-  ASSERT_TRUE(Store(*old, "NEW", "n"));
-  EXPECT_EQ(std::string("\xB5\x02"), ReadFile(mSideCar).substr(0, 2)) << "the current form's mark";
-  EXPECT_EQ(std::string("\x00\x01\x02\xff", 4), ValueOf(*Open(), "PROXY"));
+  // A store written in the first binary form, or in the second before it
+  // had well-known classes, reads, and the next commit rewrites it whole in
+  // the current form.
+  for (const char* earlier : {"v1", "named"}) {
+    SCOPED_TRACE(earlier);
+    WriteFile(mSideCar, ReadFile(VYRAX_TEST_DATA_DIR "/metadata/" + std::string(earlier) +
+                                 "/page1.tif.info"));
+    auto old = Open();
+    EXPECT_EQ(std::string("\x00\x01\x02\xff", 4), ValueOf(*old, "PROXY"));
+    ASSERT_TRUE(Store(*old, "NEW", "n"));
+    const std::string rewritten = ReadFile(mSideCar);
+    EXPECT_EQ(std::string("\xB5\x02"), rewritten.substr(0, 2)) << "the current form's mark";
+    EXPECT_EQ(std::string::npos, rewritten.find("QEN_T")) << "well-known classes go unnamed";
+    EXPECT_EQ(std::string("\x00\x01\x02\xff", 4), ValueOf(*Open(), "PROXY"));
+  }
 }
 
 TEST_F(SideCarTest, BrokenStoresReadAsEmptyAndAreKeptAsideBeforeAWrite) {

@@ -8,7 +8,8 @@
 //   bool         one byte, 0 or 1
 //   class        a number 00-7F, or 80 and a 16-bit number, of a class named
 //                before in the stream; or 81, name length, name: a new class,
-//                which takes the next number
+//                which takes the next number; or 82 and on: a class of the
+//                well-known table
 //   object       its class, then the object's QEN_Pack
 //   begin class  '{', class;  end class  '}', class
 //   characters   a count n as a varint of 2n (+1 for 16-bit units), then n
@@ -122,7 +123,7 @@ QEN_IPacking& QEN_TDataStream::operator<<(const QEN_IPackable& object) {
   // The usual case: the class number of a type written before.
   const std::type_info* type = &typeid(object);
   const WrittenType& slot = mWrittenTypes[TypeSlot(type)];
-  if (slot.type == type && slot.number < kLongClassNumber) {
+  if (slot.type == type && slot.number < kNotOneByte) {
     const unsigned char number = static_cast<unsigned char>(slot.number);
     Put(&number, 1);
   } else {
@@ -258,7 +259,12 @@ QEN_IUnpacking& QEN_TDataStream::Impl::ReadObject(QEN_TDataStream& s, QEN_IPacka
   if (found.found != &expected && std::strcmp(found.Name(), expected.name) != 0)
     Fail(QEN_TString::Format("expected an object of class \"%s\", found \"%s\" at offset %llu",
                              expected.name, found.Name(), start));
-  if (found.found == &expected) found.knownType = &typeid(object);
+  if (found.found == &expected) {
+    if (index >= kWellKnownIndex && index != kScratch)
+      s.mWellKnownTypes[index - kWellKnownIndex] = &typeid(object);
+    else
+      found.knownType = &typeid(object);
+  }
   Depth depth(s, start);
   Unpack(s, object, index, &scratch, start);
   return s;

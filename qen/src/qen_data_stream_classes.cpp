@@ -2,7 +2,8 @@
 //
 // Version 2 names a class once per stream, the first time an object or a
 // frame needs it (81, name length, name: it takes the next number), and then
-// refers to it by number (00-7F, or 80 and a 16-bit number). Version 1 names
+// refers to it by number (00-7F, or 80 and a 16-bit number). The classes of
+// the well-known table need no naming: one byte from 82 on stands for each. Version 1 names
 // it in full every time, behind the marker: 'O' for an object, '{' or '}'
 // for a frame. Names are checked once per class and looked up in the
 // registry once per thread.
@@ -67,33 +68,35 @@ const QEN_TClass* FindClass(const char* name, unsigned length) {
   return found;
 }
 
-// The class objects whose names this thread checked for writing. A class
-// object's name never changes, so one check serves every later stream.
-// The name's address is kept too: a module loaded again may put another
-// class object where one was.
+// The class objects whose names this thread checked for writing, with the
+// name's length and place in the table of well-known classes (-1: none). A
+// class object's name never changes, so one check serves every later
+// stream. The name's address is kept too: a module loaded again may put
+// another class object where one was.
 struct CheckedClass {
   const QEN_TClass* object;
   const char* name;
   std::size_t length;
+  int wellKnown;
 };
 constexpr unsigned kCheckedClasses = 64;
 thread_local CheckedClass tCheckedClasses[kCheckedClasses];
 
-CheckedClass& CheckedSlot(const QEN_TClass* object) {
+void CheckName(const char* name, std::size_t length, const char* what);
+
+const CheckedClass& Checked(const QEN_TClass* object) {
   std::uint64_t h = reinterpret_cast<std::uintptr_t>(object);
   h *= 0x9E3779B97F4A7C15ull;
-  return tCheckedClasses[h >> 58];
-}
-
-bool CheckedBefore(const QEN_TClass* object, std::size_t& length) {
-  const CheckedClass& checked = CheckedSlot(object);
-  if (checked.object != object || checked.name != object->name) return false;
-  length = checked.length;
-  return true;
-}
-
-void RememberChecked(const QEN_TClass* object, std::size_t length) {
-  CheckedSlot(object) = CheckedClass{object, object->name, length};
+  CheckedClass& slot = tCheckedClasses[h >> 58];
+  if (slot.object == object && slot.name == object->name) return slot;
+  const char* name = object->name;
+  const std::size_t length = name != nullptr ? std::strlen(name) : 0;
+  CheckName(name, length, MarkerText(kObjectMarker));
+  int wellKnown = -1;
+  for (unsigned i = 0; i < kWellKnownCount && wellKnown < 0; ++i)
+    if (std::strcmp(name, kWellKnown[i]) == 0) wellKnown = static_cast<int>(i);
+  slot = CheckedClass{object, name, length, wellKnown};
+  return slot;
 }
 
 void CheckName(const char* name, std::size_t length, const char* what) {
@@ -142,6 +145,16 @@ void QEN_TDataStream::Impl::PutObjectClass(QEN_TDataStream& s, const QEN_IPackab
 
 unsigned QEN_TDataStream::Impl::PutClass(QEN_TDataStream& s, unsigned char marker, const char* name,
                                          const QEN_TClass* object) {
+  std::size_t length = 0;
+  if (object != nullptr) {
+    const CheckedClass& checked = Checked(object);
+    if (checked.wellKnown >= 0) {
+      const unsigned char byte = static_cast<unsigned char>(kFirstWellKnown + checked.wellKnown);
+      s.Put(&byte, 1);
+      return byte;
+    }
+    length = checked.length;
+  }
   std::vector<WrittenClass>& classes = s.mWrittenClasses;
   std::size_t number = classes.size();
   if (object != nullptr)
@@ -161,6 +174,8 @@ unsigned QEN_TDataStream::Impl::PutClass(QEN_TDataStream& s, unsigned char marke
   unsigned char head[4];
   unsigned n = 0;
   if (marker != kObjectMarker) head[n++] = marker;
+  const unsigned code = number < kLongClassNumber ? static_cast<unsigned>(number)
+                                                  : kNotOneByte + static_cast<unsigned>(number);
   if (number < classes.size()) {
     if (number < kLongClassNumber) {
       head[n++] = static_cast<unsigned char>(number);
@@ -170,15 +185,11 @@ unsigned QEN_TDataStream::Impl::PutClass(QEN_TDataStream& s, unsigned char marke
       head[n++] = static_cast<unsigned char>(number >> 8);
     }
     s.Put(head, n);
-    return static_cast<unsigned>(number);
+    return code;
   }
-  std::size_t length;
-  if (object != nullptr && CheckedBefore(object, length)) {
-    // The class object's name passed the check in an earlier stream.
-  } else {
+  if (object == nullptr) {
     length = name != nullptr ? std::strlen(name) : 0;
     CheckName(name, length, MarkerText(marker));
-    if (object != nullptr) RememberChecked(object, length);
   }
   if (classes.size() >= kMaxClasses)
     Fail(QEN_TString::Format("cannot write %s: more than %u classes in one stream",
@@ -191,7 +202,7 @@ unsigned QEN_TDataStream::Impl::PutClass(QEN_TDataStream& s, unsigned char marke
   head[n++] = static_cast<unsigned char>(length);
   s.Put(head, n);
   s.Put(name, static_cast<unsigned>(length));
-  return static_cast<unsigned>(number);
+  return code;
 }
 
 // ---------------------------------------------------------------------------
@@ -279,6 +290,15 @@ std::size_t QEN_TDataStream::Impl::ClassAt(QEN_TDataStream& s, unsigned char mar
     }
     return s.mReadClasses.size() - 1;
   }
+  if (IsWellKnown(byte)) {
+    const std::size_t i = byte - kFirstWellKnown;
+    ReadClass& entry = WellKnown(i);
+    if (entry.found == nullptr) {
+      entry.found = FindClass(kWellKnown[i], static_cast<unsigned>(std::strlen(kWellKnown[i])));
+      entry.name = entry.found != nullptr ? "" : kWellKnown[i];
+    }
+    return kWellKnownIndex + i;
+  }
   if (byte == kLongClassNumber) {
     number = static_cast<unsigned>(GetLittleEndian<2>(s, "a class number"));
   } else if (byte > kLongClassNumber) {
@@ -288,6 +308,11 @@ std::size_t QEN_TDataStream::Impl::ClassAt(QEN_TDataStream& s, unsigned char mar
   if (number >= s.mReadClasses.size())
     Fail(QEN_TString::Format("class number %u at offset %llu was never named", number, start));
   return number;
+}
+
+QEN_TDataStream::ReadClass& QEN_TDataStream::Impl::WellKnown(std::size_t i) {
+  thread_local ReadClass table[kWellKnownCount];
+  return table[i];
 }
 
 bool QEN_TDataStream::Impl::Admitted(const QEN_TDataStream& s, const char* name) {

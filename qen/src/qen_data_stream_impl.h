@@ -28,6 +28,22 @@ constexpr unsigned char kStreamMark = 0xB5;
 constexpr unsigned char kVersion = 2;
 constexpr unsigned char kLongClassNumber = 0x80;
 constexpr unsigned char kNewClass = 0x81;
+// The classes that every stream knows without naming them: the byte
+// kFirstWellKnown + i stands for kWellKnown[i]. The table only ever grows at
+// its end; what a byte stands for never changes.
+constexpr unsigned char kFirstWellKnown = 0x82;
+constexpr const char* kWellKnown[] = {
+    "QEN_TString",   "QEN_TAny",        "QEN_TDict",        "QEN_TList",       "QEN_TArray",
+    "QEN_TTree",     "QEN_TURL",        "QEN_TTime",        "QEN_TDataBlock",  "QEN_TInterval",
+    "QEN_TFileInfo", "QEN_TVolumeInfo", "VYR_TImageTicket", "VYR_TImageProxy", "VYR_TReference",
+    "VYR_TTag",      "VYR_TKnot",       "VYR_TInk",         "VYR_TBuffer"};
+constexpr unsigned kWellKnownCount = sizeof kWellKnown / sizeof kWellKnown[0];
+inline bool IsWellKnown(unsigned char byte) {
+  return byte >= kFirstWellKnown && byte - kFirstWellKnown < static_cast<int>(kWellKnownCount);
+}
+// The code a writer keeps for a class: the one byte that stands for it, or
+// kNotOneByte and above for a class that takes more.
+constexpr unsigned kNotOneByte = 0x100;
 constexpr unsigned kMaxClasses = 0x10000;
 // Room for the classes of a ticket before the tables grow; the tables stay
 // small enough for the allocator's per-thread cache of small blocks.
@@ -141,9 +157,10 @@ class QEN_TDataStream::Impl {
   // Writing (qen_data_stream_classes.cpp).
   // The class of an object whose C++ type has no class number yet.
   static void PutObjectClass(QEN_TDataStream& s, const QEN_IPackable& object);
-  // Writes `marker` (none for an object) and the class: its number, or its
-  // definition the first time; gives the number. `object` is the class
-  // object of an object.
+  // Writes `marker` (none for an object) and the class: its byte if it is
+  // well-known, else its number, or its definition the first time; gives the
+  // code to keep for it (see kNotOneByte). `object` is the class object of an
+  // object.
   static unsigned PutClass(QEN_TDataStream& s, unsigned char marker, const char* name,
                            const QEN_TClass* object);
 
@@ -158,12 +175,19 @@ class QEN_TDataStream::Impl {
   // The class of an object or frame whose head byte is `byte`, as an index
   // into the stream's table. A first version stream names the class in full
   // each time: it is held in `scratch` (index kScratch).
+  // A well-known class is at kWellKnownIndex and on, in a table of this
+  // thread's (a class object and what was learnt about it hold for every
+  // stream).
   static constexpr std::size_t kScratch = ~static_cast<std::size_t>(0);
+  static constexpr std::size_t kWellKnownIndex = std::size_t(1) << 20;
+  static_assert(qen_data::kWellKnownCount <= kWellKnownSlots, "a slot for each");
   static std::size_t ClassAt(QEN_TDataStream& s, unsigned char marker, unsigned char byte,
                              unsigned long long start, ReadClass& scratch);
   static ReadClass& Entry(QEN_TDataStream& s, std::size_t index, ReadClass* scratch) {
-    return index == kScratch ? *scratch : s.mReadClasses[index];
+    if (index < kWellKnownIndex) return s.mReadClasses[index];
+    return index == kScratch ? *scratch : WellKnown(index - kWellKnownIndex);
   }
+  static ReadClass& WellKnown(std::size_t i);
   static void UnpackFrame(QEN_TDataStream& s, unsigned char marker, const char* name);
   static bool Admitted(const QEN_TDataStream& s, const char* name);
 
@@ -178,12 +202,21 @@ class QEN_TDataStream::Impl {
     QEN_TMemoryStream& m = *s.mMemory;
     if (m.mPosition == m.mLength) return kScratch;
     const unsigned char byte = m.mData[m.mPosition];
-    if (byte >= qen_data::kLongClassNumber || byte >= s.mReadClasses.size()) return kScratch;
-    if (type != nullptr && s.mReadClasses[byte].knownType != type) return kScratch;
+    std::size_t index = byte;
+    if (byte < qen_data::kLongClassNumber && byte < s.mReadClasses.size()) {
+      if (type != nullptr && s.mReadClasses[byte].knownType != type) return kScratch;
+    } else if (qen_data::IsWellKnown(byte)) {
+      const std::size_t i = byte - qen_data::kFirstWellKnown;
+      if (type != nullptr ? s.mWellKnownTypes[i] != type : WellKnown(i).found == nullptr)
+        return kScratch;
+      index = kWellKnownIndex + i;
+    } else {
+      return kScratch;
+    }
     start = s.mOffset;
     ++m.mPosition;
     ++s.mOffset;
-    return byte;
+    return index;
   }
 
   // Runs an object's QEN_Unpack. Whatever else fails on the way (a value
@@ -465,7 +498,7 @@ class InPlace {
     if (s != nullptr) {
       const QEN_TDataStream::WrittenType& slot = s->mWrittenTypes[TypeSlot(&typeid(T))];
       unsigned char* room = Room(*s, 1);
-      if (slot.type == &typeid(T) && slot.number < kLongClassNumber && room != nullptr &&
+      if (slot.type == &typeid(T) && slot.number < kNotOneByte && room != nullptr &&
           s->mDepth < QEN_TDataStream::sMaxDepth) {
         *room = static_cast<unsigned char>(slot.number);
         Wrote(*s, 1);

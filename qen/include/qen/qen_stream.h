@@ -226,13 +226,15 @@ class QEN_API QEN_TDataStream : public QEN_IPacking, public QEN_IUnpacking {
   struct ReadClass;
   struct WrittenClass;
 
-  // The class number written for objects of a C++ type, in a slot that
-  // the type's address picks.
+  // How the class of objects of a C++ type was written, in a slot that the
+  // type's address picks: the byte that stands for it, or 0x100 and above
+  // for a class that takes more.
   struct WrittenType {
     const void* type = nullptr;  // its std::type_info
     unsigned number = 0;
   };
   static const unsigned kWrittenTypes = 16;
+  static const unsigned kWellKnownSlots = 32;
 
   void Put(const void* data, unsigned size);
   void TakeInto(void* data, unsigned size, const char* what);
@@ -254,6 +256,9 @@ class QEN_API QEN_TDataStream : public QEN_IPacking, public QEN_IUnpacking {
   std::vector<ReadClass> mReadClasses;
   std::vector<WrittenClass> mWrittenClasses;
   WrittenType mWrittenTypes[kWrittenTypes];
+  // The C++ type (its std::type_info) that each well-known class was read
+  // into in this stream, if any.
+  const void* mWellKnownTypes[kWellKnownSlots] = {};
 };
 
 // The text stream. Writing chains like an ostream; reading gives characters,
