@@ -11,6 +11,7 @@
 #include <cstring>
 #include <exception>
 #include <string>
+#include <type_traits>
 #include <typeinfo>
 
 #include "qen/qen_any.h"
@@ -38,6 +39,12 @@ constexpr const char* kWellKnown[] = {
     "QEN_TFileInfo", "QEN_TVolumeInfo", "VYR_TImageTicket", "VYR_TImageProxy", "VYR_TReference",
     "VYR_TTag",      "VYR_TKnot",       "VYR_TInk",         "VYR_TBuffer"};
 constexpr unsigned kWellKnownCount = sizeof kWellKnown / sizeof kWellKnown[0];
+constexpr bool SameName(const char* a, const char* b) {
+  while (*a != 0 && *a == *b) ++a, ++b;
+  return *a == *b;
+}
+static_assert(SameName(kWellKnown[0], "QEN_TString") && SameName(kWellKnown[1], "QEN_TAny"),
+              "the texts and variants of containers are written by these bytes");
 inline bool IsWellKnown(unsigned char byte) {
   return byte >= kFirstWellKnown && byte - kFirstWellKnown < static_cast<int>(kWellKnownCount);
 }
@@ -473,41 +480,52 @@ class InPlace {
                                      : GetValue(s, *static_cast<QEN_TString*>(whole));
   }
 
+  // The byte that stands for T, a text or a variant: both are well-known
+  // classes.
+  template <class T>
+  static constexpr unsigned char ByteOf() {
+    static_assert(std::is_same<T, QEN_TString>::value || std::is_same<T, QEN_TAny>::value,
+                  "a well-known class");
+    return std::is_same<T, QEN_TString>::value ? kFirstWellKnown : kFirstWellKnown + 1;
+  }
+
   // Reads the next object into `object`, which is a T itself, as operator>>
   // does. `s` is Reading(in).
   template <class T>
   static void Read(QEN_IUnpacking& in, QEN_TDataStream* s, T& object) {
-    typedef QEN_TDataStream::Impl Impl;
-    unsigned long long start = 0;
-    const std::size_t index =
-        s != nullptr ? Impl::KnownClassNext(*s, &typeid(T), start) : Impl::kScratch;
-    if (index == Impl::kScratch) {
+    unsigned left = 0;
+    const unsigned char* at = s != nullptr ? Next(*s, left) : nullptr;
+    if (left == 0 || at[0] != ByteOf<T>() || s->mDepth >= QEN_TDataStream::sMaxDepth) {
       in >> object;
       return;
     }
-    Impl::Depth depth(*s, start);
-    Impl::Guarded(*s, index, nullptr, start, [&] {
+    const unsigned long long start = s->mOffset;
+    Took(*s, 1);
+    QEN_TDataStream::Impl::Depth depth(*s, start);
+    try {
       if (!GetValue(*s, object)) object.T::QEN_Unpack(*s);
-    });
+    } catch (const QEN_EStreamException&) {
+      throw;
+    } catch (const QEN_EException& e) {
+      QEN_TDataStream::Impl::CannotRead(T::QEN_ClassName(), start, e.QEN_Message().c_str());
+    } catch (const std::exception& e) {
+      QEN_TDataStream::Impl::CannotRead(T::QEN_ClassName(), start, e.what());
+    }
   }
 
   // Writes `object`, which is a T itself, as operator<< does. `s` is
   // Writing(out).
   template <class T>
   static void Write(QEN_IPacking& out, QEN_TDataStream* s, const T& object) {
-    if (s != nullptr) {
-      const QEN_TDataStream::WrittenType& slot = s->mWrittenTypes[TypeSlot(&typeid(T))];
-      unsigned char* room = Room(*s, 1);
-      if (slot.type == &typeid(T) && slot.number < kNotOneByte && room != nullptr &&
-          s->mDepth < QEN_TDataStream::sMaxDepth) {
-        *room = static_cast<unsigned char>(slot.number);
-        Wrote(*s, 1);
-        QEN_TDataStream::Impl::Depth depth(*s, s->mOffset);
-        if (!PutValue(*s, object)) object.T::QEN_Pack(*s);
-        return;
-      }
+    unsigned char* room = s != nullptr ? Room(*s, 1) : nullptr;
+    if (room == nullptr || s->mDepth >= QEN_TDataStream::sMaxDepth) {
+      out << object;
+      return;
     }
-    out << object;
+    *room = ByteOf<T>();
+    Wrote(*s, 1);
+    QEN_TDataStream::Impl::Depth depth(*s, s->mOffset);
+    if (!PutValue(*s, object)) object.T::QEN_Pack(*s);
   }
 };
 
