@@ -22,7 +22,6 @@
 
 #include <memory>
 #include <string>
-#include <type_traits>
 #include <typeinfo>
 
 #include "tickets/ticket_levels.h"
@@ -32,62 +31,9 @@ using namespace vyr_ticket;
 
 namespace {
 
-// The packer or unpacker of a ticket: where it is the binary stream itself,
-// its own functions are called by name, with no virtual call per item.
-class Packing {
- public:
-  explicit Packing(QEN_IPacking& out)
-      : mOut(out),
-        mData(typeid(out) == typeid(QEN_TDataStream) ? static_cast<QEN_TDataStream*>(&out)
-                                                     : nullptr) {}
-  template <class T>
-  Packing& operator<<(const T& value) {
-    if (mData != nullptr)
-      mData->QEN_TDataStream::operator<<(value);
-    else
-      mOut << value;
-    return *this;
-  }
-  operator QEN_IPacking&() { return mOut; }
-
- private:
-  QEN_IPacking& mOut;
-  QEN_TDataStream* mData;
-};
-
-class Unpacking {
- public:
-  explicit Unpacking(QEN_IUnpacking& in)
-      : mIn(in),
-        mData(typeid(in) == typeid(QEN_TDataStream) ? static_cast<QEN_TDataStream*>(&in)
-                                                    : nullptr) {}
-  template <class T>
-  Unpacking& operator>>(T& value) {
-    if (mData != nullptr)
-      Read(*mData, value);
-    else
-      mIn >> value;
-    return *this;
-  }
-  operator QEN_IUnpacking&() { return mIn; }
-  const QEN_TDataStream* Data() const { return mData; }
-
- private:
-  template <class T>
-  static void Read(QEN_TDataStream& data, T& value) {
-    if constexpr (std::is_base_of<QEN_IPackable, T>::value)
-      data.QEN_TDataStream::operator>>(static_cast<QEN_IPackable&>(value));
-    else
-      data.QEN_TDataStream::operator>>(&value);
-  }
-
-  QEN_IUnpacking& mIn;
-  QEN_TDataStream* mData;
-};
-
 // `any` is the caller's, so that one variant serves all the numbers of a
 // ticket.
-void PutNumber(Packing& out, QEN_TAny& any, unsigned value) {
+void PutNumber(QEN_IPacking& out, QEN_TAny& any, unsigned value) {
   any = value;
   out << any;
 }
@@ -96,10 +42,10 @@ void PutNumber(Packing& out, QEN_TAny& any, unsigned value) {
 // object) is a stream that doesn't fit, not a failed conversion.
 // `any` is the caller's, so that one variant serves all the numbers of a
 // ticket.
-unsigned GetNumber(Unpacking& in, QEN_TAny& any) {
-  const QEN_TDataStream* data = in.Data();
-  if (data == nullptr)
-    data = dynamic_cast<const QEN_TDataStream*>(&static_cast<QEN_IUnpacking&>(in));
+unsigned GetNumber(QEN_IUnpacking& in, QEN_TAny& any) {
+  const QEN_TDataStream* data = typeid(in) == typeid(QEN_TDataStream)
+                                    ? static_cast<const QEN_TDataStream*>(&in)
+                                    : dynamic_cast<const QEN_TDataStream*>(&in);
   const unsigned long long start = data != nullptr ? data->Offset() : 0;
   in >> any;
   try {
@@ -114,7 +60,7 @@ unsigned GetNumber(Unpacking& in, QEN_TAny& any) {
 }
 
 template <class Enum>
-void GetEnum(Unpacking& in, QEN_TAny& any, Enum& field) {
+void GetEnum(QEN_IUnpacking& in, QEN_TAny& any, Enum& field) {
   field = static_cast<Enum>(GetNumber(in, any));
 }
 
@@ -142,8 +88,7 @@ std::unique_ptr<T> ExtractOwned(QEN_IUnpacking& in, const char* what) {
 
 }  // namespace
 
-void VYR_TImageTicket::QEN_Pack(QEN_IPacking& stream) const {
-  Packing out(stream);
+void VYR_TImageTicket::QEN_Pack(QEN_IPacking& out) const {
   const StoredLevel level = LevelToStored(mFillLevel, mInternal);
   QEN_TAny number;
   PutNumber(out, number, level.value);
@@ -176,8 +121,7 @@ void VYR_TImageTicket::QEN_Pack(QEN_IPacking& stream) const {
   }
 }
 
-void VYR_TImageTicket::QEN_Unpack(QEN_IUnpacking& stream) {
-  Unpacking in(stream);
+void VYR_TImageTicket::QEN_Unpack(QEN_IUnpacking& in) {
   mExtendedInfo.reset();
   mExternalRefs.reset();
   QEN_TAny number;
@@ -189,12 +133,12 @@ void VYR_TImageTicket::QEN_Unpack(QEN_IUnpacking& stream) {
   if (mFillLevel & kExternalRefsBit) {
     bool present = false;
     in >> present;
-    if (present) mExternalRefs = ExtractOwned<QEN_TList>(stream, "external references");
+    if (present) mExternalRefs = ExtractOwned<QEN_TList>(in, "external references");
   }
   if (mFillLevel & kExtendedInfoBits) {
     bool present = false;
     in >> present;
-    if (present) mExtendedInfo = ExtractOwned<QEN_TDict>(stream, "extended information");
+    if (present) mExtendedInfo = ExtractOwned<QEN_TDict>(in, "extended information");
   }
   if (mFillLevel & kBasicInfoBit) {
     in >> mNrPages >> mRelatedIndex;
