@@ -15,6 +15,7 @@
 #include "qen_case.h"
 #include "qen_data_stream_impl.h"
 #include "qen_format.h"
+#include "qen_utf8_lead.h"
 
 QEN_DEFINE_INTERFACE(QEN_IHashable)
 QEN_DEFINE_VALUE(QEN_TString, QEN_TObject, QEN_IPackable, QEN_IHumanReadable, QEN_IPrintable,
@@ -58,32 +59,16 @@ void AppendUtf8(std::u16string& out, const char* text, std::size_t size) {
       ++p;
       continue;
     }
-    int extra;
-    char32_t c;
-    unsigned char lo = 0x80, hi = 0xBF;  // allowed range of the second byte
-    if (b >= 0xC2 && b <= 0xDF) {
-      extra = 1;
-      c = b & 0x1F;
-    } else if (b >= 0xE0 && b <= 0xEF) {
-      extra = 2;
-      c = b & 0x0F;
-      if (b == 0xE0) lo = 0xA0;
-      if (b == 0xED) hi = 0x9F;
-    } else if (b >= 0xF0 && b <= 0xF4) {
-      extra = 3;
-      c = b & 0x07;
-      if (b == 0xF0) lo = 0x90;
-      if (b == 0xF4) hi = 0x8F;
-    } else {
+    qen_detail::Utf8Lead lead;
+    ++p;
+    if (!qen_detail::ReadUtf8Lead(b, lead)) {
       out += kReplacement;
-      ++p;
       continue;
     }
-    ++p;
+    char32_t c = lead.bits;
     bool good = true;
-    for (int i = 0; i < extra; ++i) {
-      unsigned char min = i == 0 ? lo : 0x80, max = i == 0 ? hi : 0xBF;
-      if (p == end || *p < min || *p > max) {
+    for (unsigned i = 0; i < lead.follow; ++i) {
+      if (p == end || !lead.Fits(i, *p)) {
         good = false;
         break;
       }

@@ -19,6 +19,7 @@
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
 #include "qen_text_fields.h"
+#include "qen_utf8_lead.h"
 
 const QEN_TString QEN_THumanReadableStream::sWhiteSpace(" \t\r\n");
 const unsigned QEN_THumanReadableStream::sMaxDepth = 64;
@@ -68,38 +69,20 @@ class QEN_THumanReadableStream::Impl {
       unit = lead;
       return true;
     }
-    unsigned follow;
-    unsigned codePoint;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-      follow = 1;
-      codePoint = lead & 0x1F;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-      follow = 2;
-      codePoint = lead & 0x0F;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-      follow = 3;
-      codePoint = lead & 0x07;
-    } else {
+    qen_detail::Utf8Lead head;
+    if (!qen_detail::ReadUtf8Lead(lead, head)) {
       unit = kReplacement;
       return true;
     }
-    for (unsigned i = 0; i < follow; ++i) {
+    char32_t codePoint = head.bits;
+    for (unsigned i = 0; i < head.follow; ++i) {
       unsigned char next;
       if (!s.NextByte(next)) {
         unit = kReplacement;
         return true;
       }
-      // The second byte also rules out overlong forms, surrogates and code
-      // points past U+10FFFF. A byte that doesn't fit starts the next
-      // character.
-      unsigned char low = 0x80, high = 0xBF;
-      if (i == 0) {
-        if (lead == 0xE0) low = 0xA0;
-        if (lead == 0xED) high = 0x9F;
-        if (lead == 0xF0) low = 0x90;
-        if (lead == 0xF4) high = 0x8F;
-      }
-      if (next < low || next > high) {
+      // A byte that doesn't fit starts the next character.
+      if (!head.Fits(i, next)) {
         s.mPushedByte = next;
         unit = kReplacement;
         return true;
