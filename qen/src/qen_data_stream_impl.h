@@ -235,14 +235,20 @@ class QEN_TDataStream::Impl {
   template <class Read>
   static void Guarded(QEN_TDataStream& s, std::size_t index, ReadClass* scratch,
                       unsigned long long start, Read read) {
+    Translated(
+        start, [&] { return Entry(s, index, scratch).Name(); }, read);
+  }
+  // The same for a class `name()` gives, asked only on a failure.
+  template <class Name, class Read>
+  static void Translated(unsigned long long start, Name name, Read read) {
     try {
       read();
     } catch (const QEN_EStreamException&) {
       throw;
     } catch (const QEN_EException& e) {
-      CannotRead(Entry(s, index, scratch).Name(), start, e.QEN_Message().c_str());
+      CannotRead(name(), start, e.QEN_Message().c_str());
     } catch (const std::exception& e) {
-      CannotRead(Entry(s, index, scratch).Name(), start, e.what());
+      CannotRead(name(), start, e.what());
     }
   }
   [[noreturn]] static void CannotRead(const char* name, unsigned long long start, const char* why);
@@ -502,15 +508,11 @@ class InPlace {
     const unsigned long long start = s->mOffset;
     Took(*s, 1);
     QEN_TDataStream::Impl::Depth depth(*s, start);
-    try {
-      if (!GetValue(*s, object)) object.T::QEN_Unpack(*s);
-    } catch (const QEN_EStreamException&) {
-      throw;
-    } catch (const QEN_EException& e) {
-      QEN_TDataStream::Impl::CannotRead(T::QEN_ClassName(), start, e.QEN_Message().c_str());
-    } catch (const std::exception& e) {
-      QEN_TDataStream::Impl::CannotRead(T::QEN_ClassName(), start, e.what());
-    }
+    QEN_TDataStream::Impl::Translated(
+        start, [] { return T::QEN_ClassName(); },
+        [&] {
+          if (!GetValue(*s, object)) object.T::QEN_Unpack(*s);
+        });
   }
 
   // Writes `object`, which is a T itself, as operator<< does. `s` is
