@@ -119,9 +119,11 @@ void QEN_TDataStream::TakeFromStream(void* data, unsigned size, const char* what
 // Writing
 
 QEN_IPacking& QEN_TDataStream::operator<<(const QEN_IPackable& object) {
+  const std::type_info* type = &typeid(object);
+  // The most usual objects, a variant and a text, by their own byte.
+  if (InPlace::TryWrite(*this, type, object)) return *this;
   Impl::Depth depth(*this, mOffset);
   // The usual case: the class number of a type written before.
-  const std::type_info* type = &typeid(object);
   const WrittenType& slot = mWrittenTypes[TypeSlot(type)];
   if (slot.type == type && slot.number < kNotOneByte) {
     const unsigned char number = static_cast<unsigned char>(slot.number);
@@ -235,10 +237,12 @@ QEN_IPacking& QEN_TDataStream::PutChars(const QEN_TUniChar* chars, unsigned coun
 // Reading
 
 QEN_IUnpacking& QEN_TDataStream::operator>>(QEN_IPackable& object) {
+  const std::type_info* type = &typeid(object);
+  // The most usual objects, a variant and a text, by their own byte.
+  if (InPlace::TryRead(*this, type, object)) return *this;
   // The usual case: a class met before, into an object of a type read into
   // as that class before.
   unsigned long long start = 0;
-  const std::type_info* type = &typeid(object);
   const std::size_t index = Impl::KnownClassNext(*this, type, start);
   if (index == Impl::kScratch) return Impl::ReadObject(*this, object);
   Impl::Depth depth(*this, start);

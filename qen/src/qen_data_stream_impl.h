@@ -416,18 +416,35 @@ class InPlace {
     return true;
   }
 
+  // Sets `text` to the n characters at `chars`, each through `map`, in the
+  // room it has: for readers that take a text from the middle of others.
+  template <class C, class Map>
+  static void Assign(QEN_TString& text, const C* chars, std::size_t n, Map map) {
+    text.mText.resize(n);
+    char16_t* out = &text.mText[0];
+    for (std::size_t i = 0; i < n; ++i) out[i] = map(chars[i]);
+    text.Changed();
+  }
+
   // A short text all of whose characters are below 0x100, written as one
   // byte of count and a byte per character; false, with nothing written,
   // for any other or where the room is not there.
   static bool PutNarrow(QEN_TDataStream& s, const char16_t* chars, std::size_t count) {
+    return PutNarrow(s, count, [&](unsigned char* out) {
+      unsigned all = 0;
+      for (std::size_t i = 0; i < count; ++i) {
+        all |= chars[i];
+        out[i] = static_cast<unsigned char>(chars[i]);
+      }
+      return all <= 0xFF;
+    });
+  }
+  // The same for a text that fill(out) puts in the count bytes at `out`,
+  // giving false where it is not of 8-bit characters after all.
+  template <class Fill>
+  static bool PutNarrow(QEN_TDataStream& s, std::size_t count, Fill fill) {
     unsigned char* room = count < 64 ? Room(s, static_cast<unsigned>(count) + 1) : nullptr;
-    if (room == nullptr) return false;
-    unsigned all = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-      all |= chars[i];
-      room[1 + i] = static_cast<unsigned char>(chars[i]);
-    }
-    if (all > 0xFF) return false;
+    if (room == nullptr || !fill(room + 1)) return false;
     room[0] = static_cast<unsigned char>(count << 1);
     Wrote(s, static_cast<unsigned>(count) + 1);
     return true;
@@ -495,39 +512,62 @@ class InPlace {
     return std::is_same<T, QEN_TString>::value ? kFirstWellKnown : kFirstWellKnown + 1;
   }
 
-  // Reads the next object into `object`, which is a T itself, as operator>>
-  // does. `s` is Reading(in).
+  // Reads the next object into `object`, which is a T itself, when the
+  // stream holds T's own byte next: false, with nothing read, for anything
+  // else. `s` is Reading(in), or null.
   template <class T>
-  static void Read(QEN_IUnpacking& in, QEN_TDataStream* s, T& object) {
+  static bool TryRead(QEN_TDataStream* s, T& object) {
     unsigned left = 0;
     const unsigned char* at = s != nullptr ? Next(*s, left) : nullptr;
-    if (left == 0 || at[0] != ByteOf<T>() || s->mDepth >= QEN_TDataStream::sMaxDepth) {
-      in >> object;
-      return;
-    }
+    if (left == 0 || at[0] != ByteOf<T>() || s->mDepth >= QEN_TDataStream::sMaxDepth) return false;
     const unsigned long long start = s->mOffset;
     Took(*s, 1);
     QEN_TDataStream::Impl::Depth depth(*s, start);
+    if (GetValue(*s, object)) return true;
     QEN_TDataStream::Impl::Translated(
-        start, [] { return T::QEN_ClassName(); },
-        [&] {
-          if (!GetValue(*s, object)) object.T::QEN_Unpack(*s);
-        });
+        start, [] { return T::QEN_ClassName(); }, [&] { object.T::QEN_Unpack(*s); });
+    return true;
+  }
+  // The same as operator>> does it.
+  template <class T>
+  static void Read(QEN_IUnpacking& in, QEN_TDataStream* s, T& object) {
+    if (!TryRead(s, object)) in >> object;
   }
 
-  // Writes `object`, which is a T itself, as operator<< does. `s` is
-  // Writing(out).
+  // Writes `object`, which is a T itself, by T's own byte: false, with
+  // nothing written, where that cannot be. `s` is Writing(out), or null.
   template <class T>
-  static void Write(QEN_IPacking& out, QEN_TDataStream* s, const T& object) {
+  static bool TryWrite(QEN_TDataStream* s, const T& object) {
     unsigned char* room = s != nullptr ? Room(*s, 1) : nullptr;
-    if (room == nullptr || s->mDepth >= QEN_TDataStream::sMaxDepth) {
-      out << object;
-      return;
-    }
+    if (room == nullptr || s->mDepth >= QEN_TDataStream::sMaxDepth) return false;
     *room = ByteOf<T>();
     Wrote(*s, 1);
     QEN_TDataStream::Impl::Depth depth(*s, s->mOffset);
     if (!PutValue(*s, object)) object.T::QEN_Pack(*s);
+    return true;
+  }
+  // The same as operator<< does it.
+  template <class T>
+  static void Write(QEN_IPacking& out, QEN_TDataStream* s, const T& object) {
+    if (!TryWrite(s, object)) out << object;
+  }
+
+  // TryRead and TryWrite for an object of any class whose C++ type is
+  // `type`: false for all but a variant and a text.
+  static bool TryRead(QEN_TDataStream& s, const std::type_info* type, QEN_IPackable& object) {
+    if (type != &typeid(QEN_TAny) && type != &typeid(QEN_TString)) return false;
+    QEN_TDataStream* reading = s.mMemory != nullptr && s.mReadVersion == kVersion ? &s : nullptr;
+    void* whole = dynamic_cast<void*>(&object);
+    return type == &typeid(QEN_TAny) ? TryRead(reading, *static_cast<QEN_TAny*>(whole))
+                                     : TryRead(reading, *static_cast<QEN_TString*>(whole));
+  }
+  static bool TryWrite(QEN_TDataStream& s, const std::type_info* type,
+                       const QEN_IPackable& object) {
+    if (type != &typeid(QEN_TAny) && type != &typeid(QEN_TString)) return false;
+    QEN_TDataStream* writing = s.mMemory != nullptr && s.mWriteVersion == kVersion ? &s : nullptr;
+    const void* whole = dynamic_cast<const void*>(&object);
+    return type == &typeid(QEN_TAny) ? TryWrite(writing, *static_cast<const QEN_TAny*>(whole))
+                                     : TryWrite(writing, *static_cast<const QEN_TString*>(whole));
   }
 };
 

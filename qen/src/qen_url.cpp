@@ -50,15 +50,15 @@ struct QEN_TURL::Parsed {
       if (text[path] >= 0x80 || !Keeps(kHost, static_cast<unsigned char>(text[path]))) return false;
     for (Pos k = path; k < n; ++k)
       if (text[k] >= 0x80 || !Keeps(kPath, static_cast<unsigned char>(text[k]))) return false;
-    std::u16string protocol(text, text + j);
-    for (char16_t& c : protocol) c = AsciiLower(c);
-    url.mProtocol = QEN_TString(std::move(protocol));
+    using qen_data::InPlace;
+    auto same = [](C c) { return static_cast<char16_t>(c); };
+    InPlace::Assign(url.mProtocol, text, j, [](C c) { return AsciiLower(c); });
     if (!url.mUser.Empty()) url.mUser = QEN_TString();
     if (!url.mPassword.Empty()) url.mPassword = QEN_TString();
-    url.mHost = QEN_TString(std::u16string(text + host, text + path));
+    InPlace::Assign(url.mHost, text + host, path - host, same);
     url.mPort = 0;
     url.mHasAuthority = true;
-    url.mPath = QEN_TString(std::u16string(text + path, text + n));
+    InPlace::Assign(url.mPath, text + path, n - path, same);
     url.mParams.clear();
     if (!url.mFragment.Empty()) url.mFragment = QEN_TString();
     return true;
@@ -77,12 +77,14 @@ struct QEN_TURL::Parsed {
 
   // Puts the usual URL's text together in `out` (PlainLength units), where
   // all its characters stand as they are; false where some need encoding.
-  static bool PlainText(const QEN_TURL& url, char16_t* out) {
+  // `out` is 16-bit units, or bytes when the text is known to be ASCII.
+  template <class C>
+  static bool PlainText(const QEN_TURL& url, C* out) {
     const std::u16string& protocol = url.mProtocol.Chars();
-    out = std::copy(protocol.begin(), protocol.end(), out);
-    *out++ = u':';
-    *out++ = u'/';
-    *out++ = u'/';
+    for (char16_t c : protocol) *out++ = static_cast<C>(c);
+    *out++ = ':';
+    *out++ = '/';
+    *out++ = '/';
     out = CopyPlain(out, url.mHost.Chars(), kHost);
     return out != nullptr && CopyPlain(out, url.mPath.Chars(), kPath) != nullptr;
   }
@@ -397,6 +399,11 @@ bool QEN_TURL::operator==(const QEN_TURL& other) const {
 // in between, either way.
 void QEN_TURL::QEN_Pack(QEN_IPacking& out) const {
   const Pos length = Parsed::PlainLength(*this);
+  // Straight into a memory stream's bytes.
+  if (QEN_TDataStream* s = length != npos ? qen_data::InPlace::Writing(out) : nullptr)
+    if (qen_data::InPlace::PutNarrow(
+            *s, length, [&](unsigned char* at) { return Parsed::PlainText(*this, at); }))
+      return;
   if (length != npos) {
     char16_t local[256];
     std::u16string heap;

@@ -228,12 +228,4 @@ std::u16string RemoveDotSegments(const std::u16string& in) {
 
 // Appends text that is ASCII and kept as it is in `part`; false, with `out`
 // as it may stand then, when some character needs more.
-char16_t* CopyPlain(char16_t* out, const std::u16string& text, Part part) {
-  for (char16_t c : text) {
-    if (c >= 0x80 || !Keeps(part, static_cast<unsigned char>(c))) return nullptr;
-    *out++ = c;
-  }
-  return out;
-}
-
 }  // namespace qen_url

@@ -38,10 +38,17 @@ inline bool Keeps(Part part, unsigned char c) {
 void AppendEncoded(std::string& out, const QEN_TString& text, Part part);
 void AppendHost(std::string& out, const QEN_TString& host);
 std::string EncodePath(const QEN_TString& path, bool hasProtocol, bool hasAuthority);
-// Copies text that is ASCII and kept as it is in `part` to `out`, and gives
-// the end of the copy; null, with `out` as it may stand then, when some
-// character needs more.
-char16_t* CopyPlain(char16_t* out, const std::u16string& text, Part part);
+// Copies text that is ASCII and kept as it is in `part` to `out`, 16-bit
+// units or bytes, and gives the end of the copy; null, with `out` as it may
+// stand then, when some character needs more.
+template <class C>
+C* CopyPlain(C* out, const std::u16string& text, Part part) {
+  for (char16_t c : text) {
+    if (c >= 0x80 || !Keeps(part, static_cast<unsigned char>(c))) return nullptr;
+    *out++ = static_cast<C>(c);
+  }
+  return out;
+}
 
 bool IsLocalFileProtocol(const QEN_TString& protocol);
 // A port: up to five digits, at most 65535. An empty text is no port.
