@@ -40,7 +40,7 @@ using namespace qen_data;
 QEN_IPacking::~QEN_IPacking() = default;
 QEN_IUnpacking::~QEN_IUnpacking() = default;
 
-const unsigned QEN_TDataStream::sMaxDepth = 64;
+const unsigned QEN_TDataStream::sMaxDepth = kMaxDepth;
 const unsigned char QEN_TDataStream::sVersion = kVersion;
 
 namespace {

@@ -129,7 +129,7 @@ void QEN_TDataStream::Impl::Truncated(const QEN_TDataStream& s, const char* what
 }
 
 void QEN_TDataStream::Impl::Depth::TooDeep(unsigned long long offset) {
-  Fail(QEN_TString::Format("objects nested deeper than %u at offset %llu", sMaxDepth, offset));
+  Fail(QEN_TString::Format("objects nested deeper than %u at offset %llu", kMaxDepth, offset));
 }
 
 // ---------------------------------------------------------------------------

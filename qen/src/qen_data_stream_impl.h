@@ -51,6 +51,8 @@ inline bool IsWellKnown(unsigned char byte) {
 // The code a writer keeps for a class: the one byte that stands for it, or
 // kNotOneByte and above for a class that takes more.
 constexpr unsigned kNotOneByte = 0x100;
+// Objects nested deeper than this are refused, both ways.
+constexpr unsigned kMaxDepth = 64;
 constexpr unsigned kMaxClasses = 0x10000;
 // Room for the classes of a ticket before the tables grow; the tables stay
 // small enough for the allocator's per-thread cache of small blocks.
@@ -261,7 +263,7 @@ class QEN_TDataStream::Impl {
   class Depth {
    public:
     Depth(QEN_TDataStream& s, unsigned long long offset) : mStream(s) {
-      if (s.mDepth >= sMaxDepth) TooDeep(offset);
+      if (s.mDepth >= qen_data::kMaxDepth) TooDeep(offset);
       ++s.mDepth;
     }
     ~Depth() { --mStream.mDepth; }
@@ -328,8 +330,21 @@ class InPlace {
   // any other value and where the bytes or the room are not all there.
   static bool PutValue(QEN_TDataStream& s, const QEN_TAny& any) {
     unsigned char* room = Room(s, 9);
-    const int size = ValueBytes(any.mKind);
-    if (room == nullptr || size < 0) return false;
+    if (room == nullptr || ValueBytes(any.mKind) < 0) return false;
+    Wrote(s, EncodeValue(room, any));
+    return true;
+  }
+  static bool GetValue(QEN_TDataStream& s, QEN_TAny& any) {
+    unsigned left = 0;
+    const unsigned char* at = Next(s, left);
+    const unsigned took = DecodeValue(at, left, any);
+    if (took == 0) return false;
+    Took(s, took);
+    return true;
+  }
+  // The same between a variant holding a number (or nothing) and the bytes
+  // at `out`, which has room for 9 of them: the bytes written.
+  static unsigned EncodeValue(unsigned char* out, const QEN_TAny& any) {
     unsigned long long bits = 0;
     switch (any.mKind) {
       case QEN_TAny::kBool:
@@ -354,16 +369,15 @@ class InPlace {
         bits = any.mUInt64;
         break;
     }
-    room[0] = any.mKind;
-    ToLittleEndian<8>(room + 1, bits);
-    Wrote(s, 1 + static_cast<unsigned>(size));
-    return true;
+    out[0] = any.mKind;
+    ToLittleEndian<8>(out + 1, bits);
+    return 1 + static_cast<unsigned>(ValueBytes(any.mKind));
   }
-  static bool GetValue(QEN_TDataStream& s, QEN_TAny& any) {
-    unsigned left = 0;
-    const unsigned char* at = Next(s, left);
+  // From the `left` bytes at `at`: the bytes taken, or 0, with `any`
+  // untouched, when they hold no number of a variant.
+  static unsigned DecodeValue(const unsigned char* at, unsigned left, QEN_TAny& any) {
     const int size = left > 0 ? ValueBytes(at[0]) : -1;
-    if (size < 0 || left < 1u + size || (at[0] == QEN_TAny::kBool && at[1] > 1)) return false;
+    if (size < 0 || left < 1u + size || (at[0] == QEN_TAny::kBool && at[1] > 1)) return 0;
     unsigned long long bits = 0;
     switch (size) {
       case 1:
@@ -404,8 +418,7 @@ class InPlace {
         any.mUInt64 = bits;
         break;
     }
-    Took(s, 1 + static_cast<unsigned>(size));
-    return true;
+    return 1 + static_cast<unsigned>(size);
   }
   static bool PutValue(QEN_TDataStream& s, const QEN_TString& text) {
     return PutNarrow(s, text.mText.data(), text.mText.size());
@@ -469,6 +482,11 @@ class InPlace {
                                          unsigned& head) {
     unsigned left = 0;
     const unsigned char* at = Next(s, left);
+    return NarrowText(at, left, count, head);
+  }
+  // The same from the `left` bytes at `at`.
+  static const unsigned char* NarrowText(const unsigned char* at, unsigned left, unsigned& count,
+                                         unsigned& head) {
     if (left == 0 || (at[0] & 1) != 0) return nullptr;
     if (at[0] < 0x80) {
       count = at[0] >> 1;
@@ -479,6 +497,46 @@ class InPlace {
       head = 2;
     }
     return count <= left - head ? at + head : nullptr;
+  }
+
+  // An entry of a dictionary whose key is a short text of 8-bit characters
+  // and whose value a variant's number, written or read in one go: false,
+  // with nothing written or read, for any other. The bytes are the same as
+  // the key's and the value's one after the other. `s` is Writing(out) or
+  // Reading(in), or null.
+  static bool TryWriteEntry(QEN_TDataStream* s, const QEN_TString& key, const QEN_TAny& value) {
+    const std::size_t count = key.mText.size();
+    if (s == nullptr || count >= 64 || ValueBytes(value.mKind) < 0 || s->mDepth >= kMaxDepth)
+      return false;
+    unsigned char* room = Room(*s, static_cast<unsigned>(count) + 12);
+    if (room == nullptr) return false;
+    const char16_t* chars = key.mText.data();
+    unsigned all = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      all |= chars[i];
+      room[2 + i] = static_cast<unsigned char>(chars[i]);
+    }
+    if (all > 0xFF) return false;
+    room[0] = ByteOf<QEN_TString>();
+    room[1] = static_cast<unsigned char>(count << 1);
+    room[2 + count] = ByteOf<QEN_TAny>();
+    Wrote(*s, static_cast<unsigned>(count) + 3 + EncodeValue(room + 3 + count, value));
+    return true;
+  }
+  static bool TryReadEntry(QEN_TDataStream* s, QEN_TString& key, QEN_TAny& value) {
+    if (s == nullptr || s->mDepth >= kMaxDepth) return false;
+    unsigned left = 0, count = 0, head = 0;
+    const unsigned char* at = Next(*s, left);
+    if (left == 0 || at[0] != ByteOf<QEN_TString>()) return false;
+    const unsigned char* chars = NarrowText(at + 1, left - 1, count, head);
+    if (chars == nullptr) return false;
+    const unsigned keyBytes = 1 + head + count;
+    if (left == keyBytes || at[keyBytes] != ByteOf<QEN_TAny>()) return false;
+    const unsigned valueBytes = DecodeValue(at + keyBytes + 1, left - keyBytes - 1, value);
+    if (valueBytes == 0) return false;
+    Assign(key, chars, count, [](unsigned char c) { return static_cast<char16_t>(c); });
+    Took(*s, keyBytes + 1 + valueBytes);
+    return true;
   }
 
   // The same for an object of any class whose C++ type is `type`: false for
@@ -519,7 +577,7 @@ class InPlace {
   static bool TryRead(QEN_TDataStream* s, T& object) {
     unsigned left = 0;
     const unsigned char* at = s != nullptr ? Next(*s, left) : nullptr;
-    if (left == 0 || at[0] != ByteOf<T>() || s->mDepth >= QEN_TDataStream::sMaxDepth) return false;
+    if (left == 0 || at[0] != ByteOf<T>() || s->mDepth >= kMaxDepth) return false;
     const unsigned long long start = s->mOffset;
     Took(*s, 1);
     QEN_TDataStream::Impl::Depth depth(*s, start);
@@ -539,7 +597,7 @@ class InPlace {
   template <class T>
   static bool TryWrite(QEN_TDataStream* s, const T& object) {
     unsigned char* room = s != nullptr ? Room(*s, 1) : nullptr;
-    if (room == nullptr || s->mDepth >= QEN_TDataStream::sMaxDepth) return false;
+    if (room == nullptr || s->mDepth >= kMaxDepth) return false;
     *room = ByteOf<T>();
     Wrote(*s, 1);
     QEN_TDataStream::Impl::Depth depth(*s, s->mOffset);

@@ -283,6 +283,7 @@ void PackMap(const StringMap* map, QEN_IPacking& out) {
   if (map == nullptr) return;
   QEN_TDataStream* s = qen_data::InPlace::Writing(out);
   for (auto at = map->Begin(); at != map->End(); ++at) {
+    if (qen_data::InPlace::TryWriteEntry(s, at->key, at->value)) continue;
     qen_data::InPlace::Write(out, s, at->key);
     qen_data::InPlace::Write(out, s, at->value);
   }
@@ -300,8 +301,10 @@ Content<StringMap> UnpackMap(QEN_IUnpacking& in, const char* owner) {
   for (unsigned i = 0; i < count; ++i) {
     StringMap::Entry& entry = map->AppendUnindexed();
     try {
-      qen_data::InPlace::Read(in, s, entry.key);
-      qen_data::InPlace::Read(in, s, entry.value);
+      if (!qen_data::InPlace::TryReadEntry(s, entry.key, entry.value)) {
+        qen_data::InPlace::Read(in, s, entry.key);
+        qen_data::InPlace::Read(in, s, entry.value);
+      }
     } catch (...) {
       map->DropLast();
       throw;
