@@ -264,10 +264,11 @@ QEN_IUnpacking& QEN_TDataStream::Impl::ReadObject(QEN_TDataStream& s, QEN_IPacka
     Fail(QEN_TString::Format("expected an object of class \"%s\", found \"%s\" at offset %llu",
                              expected.name, found.Name(), start));
   if (found.found == &expected) {
+    // A well-known class's entry is this thread's: the type is known for
+    // later streams too.
+    found.knownType = &typeid(object);
     if (index >= kWellKnownIndex && index != kScratch)
       s.mWellKnownTypes[index - kWellKnownIndex] = &typeid(object);
-    else
-      found.knownType = &typeid(object);
   }
   Depth depth(s, start);
   Unpack(s, object, index, &scratch, start);

@@ -135,11 +135,34 @@ void QEN_TDataStream::Impl::Depth::TooDeep(unsigned long long offset) {
 // ---------------------------------------------------------------------------
 // Writing
 
+namespace {
+// The C++ types whose objects this thread wrote as a well-known class, with
+// its byte: a later stream writes the byte without asking the object.
+struct WellKnownType {
+  const std::type_info* type;
+  unsigned char byte;
+};
+constexpr unsigned kWellKnownTypes = 64;
+thread_local WellKnownType tWellKnownTypes[kWellKnownTypes];
+
+WellKnownType& WellKnownTypeSlot(const std::type_info* type) {
+  return tWellKnownTypes[(reinterpret_cast<std::uintptr_t>(type) * 0x9E3779B97F4A7C15ull) >> 58];
+}
+}  // namespace
+
 void QEN_TDataStream::Impl::PutObjectClass(QEN_TDataStream& s, const QEN_IPackable& object) {
   const std::type_info* type = &typeid(object);
   WrittenType& slot = s.mWrittenTypes[TypeSlot(type)];
-  const QEN_TClass& cls = object.ClassObject();
-  slot.number = PutClass(s, kObjectMarker, cls.name, &cls);
+  WellKnownType& known = WellKnownTypeSlot(type);
+  if (known.type == type) {
+    s.Put(&known.byte, 1);
+    slot.number = known.byte;
+  } else {
+    const QEN_TClass& cls = object.ClassObject();
+    slot.number = PutClass(s, kObjectMarker, cls.name, &cls);
+    if (slot.number < kNotOneByte && IsWellKnown(static_cast<unsigned char>(slot.number)))
+      known = WellKnownType{type, static_cast<unsigned char>(slot.number)};
+  }
   slot.type = type;
 }
 

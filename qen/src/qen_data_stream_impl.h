@@ -216,8 +216,13 @@ class QEN_TDataStream::Impl {
       if (type != nullptr && s.mReadClasses[byte].knownType != type) return kScratch;
     } else if (qen_data::IsWellKnown(byte)) {
       const std::size_t i = byte - qen_data::kFirstWellKnown;
-      if (type != nullptr ? s.mWellKnownTypes[i] != type : WellKnown(i).found == nullptr)
-        return kScratch;
+      if (type == nullptr) {
+        if (WellKnown(i).found == nullptr) return kScratch;
+      } else if (s.mWellKnownTypes[i] != type) {
+        // Read into as this class before on this thread, in another stream.
+        if (WellKnown(i).knownType != type) return kScratch;
+        s.mWellKnownTypes[i] = type;
+      }
       index = kWellKnownIndex + i;
     } else {
       return kScratch;
