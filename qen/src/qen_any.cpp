@@ -20,6 +20,7 @@
 #include <new>
 #include <ostream>
 #include <string>
+#include <typeinfo>
 
 #include "qen/qen_exception.h"
 #include "qen/qen_stream.h"
@@ -214,7 +215,14 @@ QEN_TAny& QEN_TAny::operator=(QEN_IPackable* owned) {
     return *this;
   }
   if (mKind == kObject && mObject == owned) return *this;
-  if (QEN_TAny* any = static_cast<QEN_TAny*>(owned->DynamicCast("QEN_TAny"))) {
+  // A variant is taken apart, not held. Its class says so: asking the
+  // object by name would ask each of its bases and interfaces in turn.
+  QEN_TAny* any = nullptr;
+  if (typeid(*owned) == typeid(QEN_TAny))
+    any = static_cast<QEN_TAny*>(owned->QEN_MostDerivedObject());
+  else if (owned->HasSuperclass("QEN_TAny"))
+    any = static_cast<QEN_TAny*>(owned->DynamicCast("QEN_TAny"));
+  if (any != nullptr) {
     QEN_TAny content(std::move(*any));
     DeleteObject(owned);
     return *this = std::move(content);
