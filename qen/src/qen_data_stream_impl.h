@@ -585,8 +585,9 @@ class InPlace {
     if (left == 0 || at[0] != ByteOf<T>() || s->mDepth >= kMaxDepth) return false;
     const unsigned long long start = s->mOffset;
     Took(*s, 1);
-    QEN_TDataStream::Impl::Depth depth(*s, start);
+    // A value read straight from the bytes holds nothing nested.
     if (GetValue(*s, object)) return true;
+    QEN_TDataStream::Impl::Depth depth(*s, start);
     QEN_TDataStream::Impl::Translated(
         start, [] { return T::QEN_ClassName(); }, [&] { object.T::QEN_Unpack(*s); });
     return true;
@@ -605,8 +606,9 @@ class InPlace {
     if (room == nullptr || s->mDepth >= kMaxDepth) return false;
     *room = ByteOf<T>();
     Wrote(*s, 1);
+    if (PutValue(*s, object)) return true;
     QEN_TDataStream::Impl::Depth depth(*s, s->mOffset);
-    if (!PutValue(*s, object)) object.T::QEN_Pack(*s);
+    object.T::QEN_Pack(*s);
     return true;
   }
   // The same as operator<< does it.
