@@ -58,7 +58,9 @@ class QEN_API QEN_TAny : public QEN_TObject,
   QEN_TAny& operator=(QEN_TAny&& other) noexcept;
   QEN_TAny& operator=(const QEN_IPackable& object);
   QEN_TAny& operator=(QEN_IPackable&& object);
-  // Takes over the object; null makes the variant hold nothing.
+  // Takes over the object; null makes the variant hold nothing. An object of
+  // class QEN_TAny, or of a class derived from it, is taken apart: its content
+  // is taken over and the object deleted.
   QEN_TAny& operator=(QEN_IPackable* owned);
   QEN_TAny& operator=(bool value);
   QEN_TAny& operator=(unsigned char value);
