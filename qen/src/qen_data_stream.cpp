@@ -131,7 +131,7 @@ QEN_IPacking& QEN_TDataStream::operator<<(const QEN_IPackable& object) {
   } else {
     Impl::PutObjectClass(*this, object);
   }
-  if (!InPlace::PutValue(*this, type, object)) object.QEN_Pack(*this);
+  object.QEN_Pack(*this);
   return *this;
 }
 
@@ -246,9 +246,7 @@ QEN_IUnpacking& QEN_TDataStream::operator>>(QEN_IPackable& object) {
   const std::size_t index = Impl::KnownClassNext(*this, type, start);
   if (index == Impl::kScratch) return Impl::ReadObject(*this, object);
   Impl::Depth depth(*this, start);
-  Impl::Guarded(*this, index, nullptr, start, [&] {
-    if (!InPlace::GetValue(*this, type, object)) object.QEN_Unpack(*this);
-  });
+  Impl::Unpack(*this, object, index, nullptr, start);
   return *this;
 }
 
@@ -341,7 +339,8 @@ QEN_IPackable* QEN_TDataStream::Extract(bool) {
 
 void QEN_TDataStream::Impl::Unpack(QEN_TDataStream& s, QEN_IPackable& object, std::size_t index,
                                    ReadClass* scratch, unsigned long long start) {
-  Guarded(s, index, scratch, start, [&] { object.QEN_Unpack(s); });
+  Translated(
+      start, [&] { return Entry(s, index, scratch).Name(); }, [&] { object.QEN_Unpack(s); });
 }
 
 void QEN_TDataStream::Impl::CannotRead(const char* name, unsigned long long start,

@@ -3,9 +3,9 @@
 // Version 2 names a class once per stream, the first time an object or a
 // frame needs it (81, name length, name: it takes the next number), and then
 // refers to it by number (00-7F, or 80 and a 16-bit number). The classes of
-// the well-known table need no naming: one byte from 82 on stands for each. Version 1 names
-// it in full every time, behind the marker: 'O' for an object, '{' or '}'
-// for a frame. Names are checked once per class and looked up in the
+// the well-known table need no naming: one byte from 82 on stands for each.
+// Version 1 names it in full every time, behind the marker: 'O' for an
+// object, '{' or '}' for a frame. Names are checked once per class and looked up in the
 // registry once per thread.
 #include <cstdint>
 #include <cstdlib>

@@ -239,13 +239,8 @@ class QEN_TDataStream::Impl {
   // place: a reader of outside bytes has one failure type to catch.
   static void Unpack(QEN_TDataStream& s, QEN_IPackable& object, std::size_t index,
                      ReadClass* scratch, unsigned long long start);
-  template <class Read>
-  static void Guarded(QEN_TDataStream& s, std::size_t index, ReadClass* scratch,
-                      unsigned long long start, Read read) {
-    Translated(
-        start, [&] { return Entry(s, index, scratch).Name(); }, read);
-  }
-  // The same for a class `name()` gives, asked only on a failure.
+  // Runs read() the same way; `name()` gives the class, asked only on a
+  // failure.
   template <class Name, class Read>
   static void Translated(unsigned long long start, Name name, Read read) {
     try {
@@ -303,12 +298,16 @@ class InPlace {
   // stream of the current version; null for any other.
   static QEN_TDataStream* Reading(QEN_IUnpacking& in) {
     if (typeid(in) != typeid(QEN_TDataStream)) return nullptr;
-    QEN_TDataStream& s = static_cast<QEN_TDataStream&>(in);
-    return s.mMemory != nullptr && s.mReadVersion == kVersion ? &s : nullptr;
+    return Reading(static_cast<QEN_TDataStream&>(in));
   }
   static QEN_TDataStream* Writing(QEN_IPacking& out) {
     if (typeid(out) != typeid(QEN_TDataStream)) return nullptr;
-    QEN_TDataStream& s = static_cast<QEN_TDataStream&>(out);
+    return Writing(static_cast<QEN_TDataStream&>(out));
+  }
+  static QEN_TDataStream* Reading(QEN_TDataStream& s) {
+    return s.mMemory != nullptr && s.mReadVersion == kVersion ? &s : nullptr;
+  }
+  static QEN_TDataStream* Writing(QEN_TDataStream& s) {
     return s.mMemory != nullptr && s.mWriteVersion == kVersion ? &s : nullptr;
   }
 
@@ -438,24 +437,32 @@ class InPlace {
   // room it has: for readers that take a text from the middle of others.
   template <class C, class Map>
   static void Assign(QEN_TString& text, const C* chars, std::size_t n, Map map) {
-    text.mText.resize(n);
-    char16_t* out = &text.mText[0];
-    for (std::size_t i = 0; i < n; ++i) out[i] = map(chars[i]);
+    Widen(text.mText, chars, n, map);
     text.Changed();
+  }
+  template <class C, class Map>
+  static void Widen(std::u16string& text, const C* chars, std::size_t n, Map map) {
+    text.resize(n);
+    char16_t* out = &text[0];
+    for (std::size_t i = 0; i < n; ++i) out[i] = map(chars[i]);
+  }
+  static char16_t Same(unsigned char c) { return c; }
+  // Puts the n characters at `chars` as bytes at `out`: false, with `out`
+  // as it may stand then, when some of them is above 0xFF.
+  static bool Narrow(unsigned char* out, const char16_t* chars, std::size_t n) {
+    unsigned all = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+      all |= chars[i];
+      out[i] = static_cast<unsigned char>(chars[i]);
+    }
+    return all <= 0xFF;
   }
 
   // A short text all of whose characters are below 0x100, written as one
   // byte of count and a byte per character; false, with nothing written,
   // for any other or where the room is not there.
   static bool PutNarrow(QEN_TDataStream& s, const char16_t* chars, std::size_t count) {
-    return PutNarrow(s, count, [&](unsigned char* out) {
-      unsigned all = 0;
-      for (std::size_t i = 0; i < count; ++i) {
-        all |= chars[i];
-        out[i] = static_cast<unsigned char>(chars[i]);
-      }
-      return all <= 0xFF;
-    });
+    return PutNarrow(s, count, [&](unsigned char* out) { return Narrow(out, chars, count); });
   }
   // The same for a text that fill(out) puts in the count bytes at `out`,
   // giving false where it is not of 8-bit characters after all.
@@ -473,9 +480,7 @@ class InPlace {
     unsigned count = 0, head = 0;
     const unsigned char* at = NarrowText(s, count, head);
     if (at == nullptr) return false;
-    chars.resize(count);
-    char16_t* out = &chars[0];
-    for (unsigned i = 0; i < count; ++i) out[i] = at[i];
+    Widen(chars, at, count, Same);
     Took(s, head + count);
     return true;
   }
@@ -514,14 +519,7 @@ class InPlace {
     if (s == nullptr || count >= 64 || ValueBytes(value.mKind) < 0 || s->mDepth >= kMaxDepth)
       return false;
     unsigned char* room = Room(*s, static_cast<unsigned>(count) + 12);
-    if (room == nullptr) return false;
-    const char16_t* chars = key.mText.data();
-    unsigned all = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-      all |= chars[i];
-      room[2 + i] = static_cast<unsigned char>(chars[i]);
-    }
-    if (all > 0xFF) return false;
+    if (room == nullptr || !Narrow(room + 2, key.mText.data(), count)) return false;
     room[0] = ByteOf<QEN_TString>();
     room[1] = static_cast<unsigned char>(count << 1);
     room[2 + count] = ByteOf<QEN_TAny>();
@@ -539,31 +537,9 @@ class InPlace {
     if (left == keyBytes || at[keyBytes] != ByteOf<QEN_TAny>()) return false;
     const unsigned valueBytes = DecodeValue(at + keyBytes + 1, left - keyBytes - 1, value);
     if (valueBytes == 0) return false;
-    Assign(key, chars, count, [](unsigned char c) { return static_cast<char16_t>(c); });
+    Assign(key, chars, count, Same);
     Took(*s, keyBytes + 1 + valueBytes);
     return true;
-  }
-
-  // The same for an object of any class whose C++ type is `type`: false for
-  // all but a variant and a text. (A dynamic_cast to void finds the whole
-  // object by the offset its table gives, with no search.)
-  static bool PutValue(QEN_TDataStream& s, const std::type_info* type,
-                       const QEN_IPackable& object) {
-    if (s.mMemory == nullptr || s.mWriteVersion != kVersion) return false;
-    const void* whole = type == &typeid(QEN_TAny) || type == &typeid(QEN_TString)
-                            ? dynamic_cast<const void*>(&object)
-                            : nullptr;
-    if (whole == nullptr) return false;
-    return type == &typeid(QEN_TAny) ? PutValue(s, *static_cast<const QEN_TAny*>(whole))
-                                     : PutValue(s, *static_cast<const QEN_TString*>(whole));
-  }
-  static bool GetValue(QEN_TDataStream& s, const std::type_info* type, QEN_IPackable& object) {
-    void* whole = type == &typeid(QEN_TAny) || type == &typeid(QEN_TString)
-                      ? dynamic_cast<void*>(&object)
-                      : nullptr;
-    if (whole == nullptr) return false;
-    return type == &typeid(QEN_TAny) ? GetValue(s, *static_cast<QEN_TAny*>(whole))
-                                     : GetValue(s, *static_cast<QEN_TString*>(whole));
   }
 
   // The byte that stands for T, a text or a variant: both are well-known
@@ -618,21 +594,21 @@ class InPlace {
   }
 
   // TryRead and TryWrite for an object of any class whose C++ type is
-  // `type`: false for all but a variant and a text.
+  // `type`: false for all but a variant and a text. (A dynamic_cast to void
+  // finds the whole object by the offset its table gives, with no search.)
   static bool TryRead(QEN_TDataStream& s, const std::type_info* type, QEN_IPackable& object) {
     if (type != &typeid(QEN_TAny) && type != &typeid(QEN_TString)) return false;
-    QEN_TDataStream* reading = s.mMemory != nullptr && s.mReadVersion == kVersion ? &s : nullptr;
     void* whole = dynamic_cast<void*>(&object);
-    return type == &typeid(QEN_TAny) ? TryRead(reading, *static_cast<QEN_TAny*>(whole))
-                                     : TryRead(reading, *static_cast<QEN_TString*>(whole));
+    return type == &typeid(QEN_TAny) ? TryRead(Reading(s), *static_cast<QEN_TAny*>(whole))
+                                     : TryRead(Reading(s), *static_cast<QEN_TString*>(whole));
   }
   static bool TryWrite(QEN_TDataStream& s, const std::type_info* type,
                        const QEN_IPackable& object) {
     if (type != &typeid(QEN_TAny) && type != &typeid(QEN_TString)) return false;
-    QEN_TDataStream* writing = s.mMemory != nullptr && s.mWriteVersion == kVersion ? &s : nullptr;
     const void* whole = dynamic_cast<const void*>(&object);
-    return type == &typeid(QEN_TAny) ? TryWrite(writing, *static_cast<const QEN_TAny*>(whole))
-                                     : TryWrite(writing, *static_cast<const QEN_TString*>(whole));
+    return type == &typeid(QEN_TAny)
+               ? TryWrite(Writing(s), *static_cast<const QEN_TAny*>(whole))
+               : TryWrite(Writing(s), *static_cast<const QEN_TString*>(whole));
   }
 };
 
